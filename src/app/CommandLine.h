@@ -1,0 +1,28 @@
+// The player's command line: parsed into a KavriStartupConfig, surplus files opened in further players.
+#pragma once
+
+#include "formats/VideoProps.h"
+
+#include <QStringList>
+
+namespace kavri {
+
+struct ParsedCommandLine {
+    KavriStartupConfig config;
+    QStringList furtherFiles; // each opens in a player process of its own
+};
+
+// Parses the argument list as the toolkit gives it (element 0 is the program). The rules are lenient on
+// purpose: the last argument is never an option (it is the file), an option whose value would be the
+// last argument does not match, an unknown -f keyword is examined again as an argument of its own,
+// options are case-sensitive, unparsable numbers read as 0, and whatever matches nothing is skipped.
+ParsedCommandLine parseCommandLine(const QStringList &arguments);
+
+// Starts one detached player per file: the program's own path with that one argument.
+void startFurtherPlayers(const QString &program, const QStringList &files);
+
+// Arguments of a new player process for an open request: "--diff DIFF EXTRA... FILE", "EXTRA... FILE",
+// or none for an empty player.
+QStringList openRequestArguments(const QString &file, const QString &diff, const QStringList &extra);
+
+} // namespace kavri

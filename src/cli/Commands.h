@@ -1,0 +1,10 @@
+// The commands of kavri-cli, each defined in a file of its own.
+#pragma once
+
+#include "cli/Cli.h"
+
+namespace kavri::cli {
+
+Command infoCommand();
+
+} // namespace kavri::cli

@@ -1,0 +1,110 @@
+#include "formats/FrameSize.h"
+
+#include <QFile>
+#include <limits>
+
+namespace kavri {
+
+namespace {
+
+// The byte-count rules are written in 32-bit terms; evaluating them in 64 bits gives the same result
+// wherever the 32-bit arithmetic does not overflow, and lets an absurd size be refused instead of
+// wrapping into a plausible-looking count.
+uint32_t narrow(int64_t bytes)
+{
+    if (bytes <= 0 || bytes > int64_t(std::numeric_limits<uint32_t>::max())) return 0;
+    return uint32_t(bytes);
+}
+
+int64_t rawFrameBytes(int32_t format, int32_t containerBits, int64_t w, int64_t h)
+{
+    const int64_t B = containerBits / 8;
+    const int64_t S = B * w * h;
+    switch (format) {
+    case YUV_p420:
+    case YUV_nv12:
+        return (S * 3) / 2;
+    case YUV_p422:
+    case YUV_uyvy:
+    case YUV_yuyv:
+    case YUV_yuy2:
+        return S * 2;
+    case YUV_p444:
+    case RGB_i444:
+    case BGR_i444:
+    case RGB_planar:
+    case RBG_planar:
+    case BGR_planar:
+    case BRG_planar:
+    case GRB_planar:
+    case GBR_planar:
+        return S * 3;
+    case RGBA_i444:
+    case BGRA_i444:
+    case RGBA_planar:
+    case RBGA_planar:
+    case BGRA_planar:
+    case BRGA_planar:
+    case GRBA_planar:
+    case GBRA_planar:
+        return S * 4;
+    case BW:
+        return S;
+    case YUV_p410: {
+        const int64_t q = w / 4;
+        const int64_t c = (q * h) / 2;
+        return B * (w * h + 2 * c);
+    }
+    case YUV_p411:
+        return B * (w + 2 * (w / 4)) * h;
+    case YUV_v210: {
+        // Six pixels take 16 bytes (8/3 bytes a pixel); each row is padded to a multiple of 128 bytes.
+        const int64_t r = ((w * 8) / 3 + 127) & ~int64_t(127);
+        return r * h;
+    }
+    default:
+        return 0;
+    }
+}
+
+} // namespace
+
+uint32_t frameBytes(int32_t format, int32_t containerBits, int32_t width, int32_t height)
+{
+    if (!isValidFormat(format) || width <= 0 || height <= 0) return 0;
+    // Every layout takes at least a byte a pixel, so more than 2^32 pixels or a container wider than
+    // 32 bits cannot fit; refusing them first keeps the 64-bit arithmetic below from overflowing.
+    if (int64_t(width) * height > (int64_t(1) << 32) || containerBits < 0 || containerBits > 32) return 0;
+    return narrow(rawFrameBytes(format, containerBits, width, height));
+}
+
+uint32_t allocationSize(int32_t format, int32_t containerBits, int32_t width, int32_t height)
+{
+    if (frameBytes(format, containerBits, width, height) == 0) return 0;
+    const int64_t B = containerBits / 8;
+    const int64_t w = width, h = height;
+    switch (format) {
+    case YUV_p420:
+    case YUV_nv12:
+        return narrow((B * w * h * 3) / 2 + (h & 1) * w * 2);
+    case YUV_p410:
+        return narrow(B * (w * h + 2 * ((w / 4) * h / 2)) + ((h & 1) * w * 2) / 4);
+    default:
+        return frameBytes(format, containerBits, width, height);
+    }
+}
+
+uint64_t frameCountOf(const QString &path, uint32_t frameBytes, uint32_t headerBytes, uint64_t *fileSize)
+{
+    uint64_t size = 0;
+    QFile f(path);
+    if (f.open(QIODevice::ReadOnly)) {
+        const qint64 s = f.size();
+        size = s > 0 ? uint64_t(s) : 0;
+    }
+    if (fileSize) *fileSize = size;
+    if (frameBytes == 0 || headerBytes >= size) return 0;
+    return (size - headerBytes) / frameBytes;
+}
+
+} // namespace kavri

@@ -1,0 +1,25 @@
+// Byte counts of a stored frame, the size of a frame buffer, and the number of frames in a file.
+#pragma once
+
+#include "formats/VideoFormat.h"
+
+#include <QString>
+#include <cstdint>
+
+namespace kavri {
+
+// Bytes of one frame as the file stores it. Odd sizes truncate (a 3x3 8-bit 4:2:0 frame is 13 bytes),
+// 4:1:x drops the remainder of width/4 and v210 rows are padded to 128 bytes. 0 for a layout outside
+// 1..27, for a non-positive size, and for a frame that would not fit in 32 bits.
+uint32_t frameBytes(int32_t format, int32_t containerBits, int32_t width, int32_t height);
+
+// Bytes to allocate for one frame buffer: frameBytes plus, for 4:2:0, nv12 and 4:1:0 with an odd
+// height, slack for the cut chroma row (deliberately not scaled by the bytes per sample).
+// 0 in the same cases as frameBytes.
+uint32_t allocationSize(int32_t format, int32_t containerBits, int32_t width, int32_t height);
+
+// Number of whole frames after the header, with the file's size through *fileSize. A file that cannot
+// be opened has size 0; a header at or beyond the end of the file, or frameBytes 0, gives 0 frames.
+uint64_t frameCountOf(const QString &path, uint32_t frameBytes, uint32_t headerBytes, uint64_t *fileSize);
+
+} // namespace kavri

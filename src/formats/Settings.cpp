@@ -1,0 +1,25 @@
+#include "formats/Settings.h"
+
+#include <QCoreApplication>
+
+namespace kavri::settings {
+
+void useSettingsDirectory(const QString &directory)
+{
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, directory);
+    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, directory);
+    // The native store on Windows and macOS is not a file in a directory; make it one so the redirect
+    // holds on every platform.
+    QSettings::setDefaultFormat(QSettings::IniFormat);
+}
+
+void initSettingsStore()
+{
+    QCoreApplication::setOrganizationName(QLatin1String(kOrganizationName));
+    QCoreApplication::setOrganizationDomain(QLatin1String(kOrganizationDomain));
+    QCoreApplication::setApplicationName(QLatin1String(kApplicationName));
+    const QByteArray dir = qgetenv(kConfigDirEnv);
+    if (!dir.isEmpty()) useSettingsDirectory(QString::fromLocal8Bit(dir));
+}
+
+} // namespace kavri::settings

@@ -1,0 +1,48 @@
+#include "formats/Validation.h"
+
+#include "formats/FrameSize.h"
+
+namespace kavri {
+
+uint32_t validateProps(VideoProps &p)
+{
+    uint32_t mask = 0;
+    if (p.format != FMT_UNKNOWN) mask = kFormatKnown;
+    if (p.width > 1) mask |= kWidthKnown;
+    if (p.height > 1) mask |= kHeightKnown;
+    if (p.frameRate > 0) mask |= kRateGiven;
+    if (p.frameRate < 0) p.frameRate = 25.0;
+    if (p.bitDepth < 1) p.bitDepth = 8;
+    if (p.format == YUV_v210) {
+        p.bitDepth = 10;
+        p.signedValues = false;
+    }
+    if (p.bitDepth <= 16) mask |= kDepthSettled;
+    // Round the depth up to whole bytes: 10 bits are stored in 16, 8 bits in 8.
+    if (p.containerBits < p.bitDepth) p.containerBits = (p.bitDepth + 7) & ~7;
+
+    if (isPlayable(mask)) {
+        p.frameBytes = frameBytes(p.format, p.containerBits, p.width, p.height);
+        const bool isFile = p.fileName != QLatin1String("-");
+        if (p.frameBytes == 0) {
+            mask &= ~uint32_t(kFormatKnown);
+        } else if (isFile) {
+            uint64_t size = 0;
+            uint64_t count = frameCountOf(p.fileName, p.frameBytes, p.headerBytes, &size);
+            if (!p.diffFileName.isEmpty()) {
+                uint64_t diffSize = 0;
+                const uint64_t diffCount = frameCountOf(p.diffFileName, p.frameBytes, p.headerBytes, &diffSize);
+                if (diffCount <= count) {
+                    count = diffCount;
+                    size = diffSize;
+                }
+            }
+            p.frameCount = count;
+            p.fileSize = size;
+            if (count == 0) mask &= ~uint32_t(kFormatKnown);
+        }
+    }
+    return mask;
+}
+
+} // namespace kavri

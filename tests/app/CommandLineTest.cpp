@@ -1,0 +1,88 @@
+#include "app/CommandLine.h"
+
+#include <gtest/gtest.h>
+
+using namespace kavri;
+
+namespace {
+
+struct ParseCase {
+    const char *name;
+    QStringList args; // without the program
+    QString file;
+    QStringList further;
+    int32_t width = 0, height = 0;
+    double rate = -1.0;
+    videoFormat_t format = FMT_UNKNOWN;
+    bool play = false;
+    QString diff = {}, link = {};
+};
+
+void PrintTo(const ParseCase &c, std::ostream *os) { *os << c.name; }
+
+class CommandLine : public ::testing::TestWithParam<ParseCase> {};
+
+TEST_P(CommandLine, Parses)
+{
+    const ParseCase &c = GetParam();
+    const ParsedCommandLine r = parseCommandLine(QStringList{"kavri"} + c.args);
+    EXPECT_EQ(r.config.file, c.file);
+    EXPECT_EQ(r.furtherFiles, c.further);
+    EXPECT_EQ(r.config.width, c.width);
+    EXPECT_EQ(r.config.height, c.height);
+    EXPECT_EQ(r.config.rate, c.rate);
+    EXPECT_EQ(r.config.format, c.format);
+    EXPECT_EQ(r.config.play, c.play);
+    EXPECT_EQ(r.config.diff, c.diff);
+    EXPECT_EQ(r.config.link, c.link);
+}
+
+const ParseCase kCases[] = {
+    {"nothing", {}, "", {}},
+    {"one_file", {"clip.yuv"}, "clip.yuv", {}},
+    {"stdin", {"-"}, "-", {}},
+    {"size_and_format", {"-w", "352", "-h", "288", "-f", "yuv420", "clip.yuv"}, "clip.yuv", {}, 352, 288, -1.0, YUV_p420},
+    {"long_options", {"--width", "1920", "--height", "1080", "--rate", "50", "--format", "v210", "--play", "a.v210"},
+     "a.v210", {}, 1920, 1080, 50.0, YUV_v210, true},
+    {"value_would_be_the_last_argument", {"--width", "clip.yuv"}, "--width", {"clip.yuv"}},
+    {"unknown_keyword_falls_through", {"-f", "foo", "clip.yuv"}, "foo", {"clip.yuv"}},
+    {"surplus_files", {"a.yuv", "b.yuv", "c.yuv"}, "a.yuv", {"b.yuv", "c.yuv"}},
+    {"single_play_is_the_file", {"-p"}, "-p", {}},
+    {"play_then_file", {"-p", "clip.yuv"}, "clip.yuv", {}, 0, 0, -1.0, FMT_UNKNOWN, true},
+    {"options_are_case_sensitive", {"-W", "352", "clip.yuv"}, "-W", {"352", "clip.yuv"}},
+    {"bad_numbers_read_as_zero", {"-w", "abc", "-r", "fast", "clip.yuv"}, "clip.yuv", {}, 0, 0, 0.0},
+    {"diff_and_link", {"-d", "b.yuv", "-l", "{abc}", "a.yuv"}, "a.yuv", {}, 0, 0, -1.0, FMT_UNKNOWN, false, "b.yuv", "{abc}"},
+    {"long_diff_and_link", {"--diff", "b.yuv", "--link", "L", "a.yuv"}, "a.yuv", {}, 0, 0, -1.0, FMT_UNKNOWN, false, "b.yuv", "L"},
+    {"fractional_rate", {"-r", "29.97", "x.yuv"}, "x.yuv", {}, 0, 0, 29.97},
+    {"every_keyword_is_lower_case", {"-f", "LUMA", "x.yuv"}, "LUMA", {"x.yuv"}},
+    {"luma_keyword", {"-f", "luma", "x.y"}, "x.y", {}, 0, 0, -1.0, BW},
+    // A skipped argument before an option leaves the file at the option's end.
+    {"skipped_then_option", {"x.yuv", "-p", "y.yuv"}, "y.yuv", {}, 0, 0, -1.0, FMT_UNKNOWN, true},
+    {"file_then_options_before_last", {"a.yuv", "-w", "5", "b.yuv"}, "b.yuv", {}, 5},
+};
+INSTANTIATE_TEST_SUITE_P(All, CommandLine, ::testing::ValuesIn(kCases),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+TEST(CommandLine, EveryFormatKeyword)
+{
+    const char *keywords[] = {"yuv420", "yuv422", "yuv444", "yuv410", "yuv411", "uyvy",  "yuyv",
+                              "yuy2",   "nv12",   "v210",   "rgb",    "rgba",   "bgr",   "bgra",
+                              "rgbp",   "rgbap",  "rbgp",   "rbgap",  "bgrp",   "bgrap", "brgp",
+                              "brgap",  "grbp",   "grbap",  "gbrp",   "gbrap",  "luma"};
+    for (int v = 1; v <= 27; ++v) {
+        const auto r = parseCommandLine({"kavri", "-f", keywords[v - 1], "x.raw"});
+        EXPECT_EQ(r.config.format, v) << keywords[v - 1];
+        EXPECT_EQ(r.config.file, "x.raw");
+    }
+}
+
+TEST(OpenRequest, ArgumentOrder)
+{
+    EXPECT_EQ(openRequestArguments("a.yuv", "b.yuv", {"--link", "L"}),
+              QStringList({"--diff", "b.yuv", "--link", "L", "a.yuv"}));
+    EXPECT_EQ(openRequestArguments("a.yuv", "", {"-p"}), QStringList({"-p", "a.yuv"}));
+    EXPECT_EQ(openRequestArguments("", "b.yuv", {"-p"}), QStringList());
+    EXPECT_EQ(openRequestArguments("", "", {}), QStringList());
+}
+
+} // namespace

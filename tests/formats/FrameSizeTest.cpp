@@ -1,0 +1,122 @@
+#include "formats/FrameSize.h"
+#include "support/TempFiles.h"
+
+#include <gtest/gtest.h>
+
+using namespace kavri;
+
+namespace {
+
+struct BytesCase {
+    int32_t format, container, w, h;
+    uint32_t frame, alloc;
+};
+
+void PrintTo(const BytesCase &c, std::ostream *os)
+{
+    *os << "format " << c.format << " container " << c.container << " " << c.w << "x" << c.h;
+}
+
+class FrameBytes : public ::testing::TestWithParam<BytesCase> {};
+
+TEST_P(FrameBytes, MatchesTheLayoutRule)
+{
+    const BytesCase &c = GetParam();
+    EXPECT_EQ(frameBytes(c.format, c.container, c.w, c.h), c.frame);
+    EXPECT_EQ(allocationSize(c.format, c.container, c.w, c.h), c.alloc);
+}
+
+// 352x288: S = 101376 at 8 bits, 202752 at 16 bits.
+constexpr BytesCase kCif[] = {
+    {YUV_p420, 8, 352, 288, 152064, 152064},    {YUV_p420, 16, 352, 288, 304128, 304128},
+    {YUV_p422, 8, 352, 288, 202752, 202752},    {YUV_p444, 8, 352, 288, 304128, 304128},
+    {YUV_p410, 8, 352, 288, 126720, 126720},    {YUV_p411, 8, 352, 288, 152064, 152064},
+    {YUV_uyvy, 8, 352, 288, 202752, 202752},    {YUV_yuyv, 8, 352, 288, 202752, 202752},
+    {YUV_yuy2, 16, 352, 288, 405504, 405504},   {YUV_nv12, 8, 352, 288, 152064, 152064},
+    {RGB_i444, 8, 352, 288, 304128, 304128},    {RGBA_i444, 8, 352, 288, 405504, 405504},
+    {BGR_i444, 16, 352, 288, 608256, 608256},   {BGRA_i444, 8, 352, 288, 405504, 405504},
+    {RGB_planar, 8, 352, 288, 304128, 304128},  {RGBA_planar, 8, 352, 288, 405504, 405504},
+    {RBG_planar, 8, 352, 288, 304128, 304128},  {RBGA_planar, 16, 352, 288, 811008, 811008},
+    {BGR_planar, 8, 352, 288, 304128, 304128},  {BGRA_planar, 8, 352, 288, 405504, 405504},
+    {BRG_planar, 8, 352, 288, 304128, 304128},  {BRGA_planar, 8, 352, 288, 405504, 405504},
+    {GRB_planar, 8, 352, 288, 304128, 304128},  {GRBA_planar, 8, 352, 288, 405504, 405504},
+    {GBR_planar, 8, 352, 288, 304128, 304128},  {GBRA_planar, 8, 352, 288, 405504, 405504},
+    {BW, 8, 352, 288, 101376, 101376},          {BW, 16, 352, 288, 202752, 202752},
+};
+INSTANTIATE_TEST_SUITE_P(Cif, FrameBytes, ::testing::ValuesIn(kCif));
+
+constexpr BytesCase kOddAndPadded[] = {
+    // Odd sizes truncate; 4:2:0 and nv12 allocate 2*w slack bytes for an odd height (not scaled by B).
+    {YUV_p420, 8, 3, 3, 13, 19},
+    {YUV_p420, 16, 3, 3, 27, 33},
+    {YUV_nv12, 8, 5, 3, 22, 32},
+    {YUV_p420, 8, 4, 4, 24, 24},
+    // 4:1:0: q = w/4, c = q*h/2; slack (h&1)*w*2/4.
+    {YUV_p410, 8, 6, 4, 28, 28},
+    {YUV_p410, 8, 6, 3, 20, 23},
+    {YUV_p410, 16, 7, 5, 78, 81},
+    // 4:1:1 drops the remainder of w/4.
+    {YUV_p411, 8, 6, 2, 16, 16},
+    {YUV_p411, 16, 9, 1, 26, 26},
+    {YUV_p422, 8, 3, 3, 18, 18},
+    {YUV_uyvy, 8, 3, 1, 6, 6},
+    {BW, 8, 1, 1, 1, 1},
+    // v210: rows of (8w/3) bytes rounded up to 128; the container plays no part.
+    {YUV_v210, 10, 1920, 1080, 5529600, 5529600},
+    {YUV_v210, 16, 1920, 1080, 5529600, 5529600},
+    {YUV_v210, 10, 1280, 720, 2488320, 2488320},
+    {YUV_v210, 10, 6, 2, 256, 256},
+    {YUV_v210, 10, 1, 1, 128, 128},
+    {YUV_v210, 10, 48, 1, 128, 128},
+    {YUV_v210, 10, 49, 1, 256, 256},
+    {YUV_p422, 16, 1920, 1080, 8294400, 8294400},
+    // 8K at 16 bits fits easily.
+    {RGBA_planar, 16, 7680, 4320, 265420800, 265420800},
+};
+INSTANTIATE_TEST_SUITE_P(OddAndPadded, FrameBytes, ::testing::ValuesIn(kOddAndPadded));
+
+constexpr BytesCase kRefused[] = {
+    {0, 8, 352, 288, 0, 0},
+    {28, 8, 352, 288, 0, 0},
+    {-1, 8, 352, 288, 0, 0},
+    {YUV_p420, 8, 0, 288, 0, 0},
+    {YUV_p420, 8, -352, 288, 0, 0},
+    {YUV_p420, 8, 352, -288, 0, 0},
+    // Beyond 32 bits a byte count would wrap; it is refused instead.
+    {RGBA_i444, 16, 99999, 99999, 0, 0},
+    {YUV_v210, 10, 2147483647, 2147483647, 0, 0},
+    {BW, 16, 65536, 32768, 0, 0},
+    {BW, 16, 65535, 32768, 4294901760u, 4294901760u},
+    {YUV_p420, 1 << 30, 352, 288, 0, 0},
+    {YUV_p420, -8, 352, 288, 0, 0},
+};
+INSTANTIATE_TEST_SUITE_P(Refused, FrameBytes, ::testing::ValuesIn(kRefused));
+
+TEST(FrameCount, CountsWholeFramesAfterTheHeader)
+{
+    test::TempDir dir;
+    const QString f = dir.writeSized("ten.yuv", 1520640 + 100);
+    uint64_t size = 0;
+    EXPECT_EQ(frameCountOf(f, 152064, 0, &size), 10u);
+    EXPECT_EQ(size, 1520740u);
+    EXPECT_EQ(frameCountOf(f, 152064, 100, &size), 10u);
+    EXPECT_EQ(frameCountOf(f, 152064, 101, &size), 9u);
+}
+
+TEST(FrameCount, EdgeCasesGiveZero)
+{
+    test::TempDir dir;
+    const QString small = dir.writeSized("small.yuv", 1000);
+    uint64_t size = 99;
+    EXPECT_EQ(frameCountOf(small, 152064, 0, &size), 0u);
+    EXPECT_EQ(size, 1000u);
+    // A header beyond the end of the file does not wrap into a huge count.
+    EXPECT_EQ(frameCountOf(small, 10, 2000, &size), 0u);
+    EXPECT_EQ(frameCountOf(small, 10, 1000, &size), 0u);
+    EXPECT_EQ(frameCountOf(small, 0, 0, &size), 0u);
+    EXPECT_EQ(frameCountOf(dir.path("missing.yuv"), 10, 0, &size), 0u);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(frameCountOf(small, 1, 0, nullptr), 1000u);
+}
+
+} // namespace

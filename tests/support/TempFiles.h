@@ -1,0 +1,23 @@
+// Files made for a test in a directory of its own, removed with it.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QTemporaryDir>
+
+namespace kavri::test {
+
+class TempDir {
+public:
+    QString path(const QString &name) const { return m_dir.filePath(name); }
+    // Writes `bytes` under `name` and returns the full path.
+    QString write(const QString &name, const QByteArray &bytes) const;
+    // A file of `size` bytes whose byte i is (i * 7 + 3) & 0xff: enough to tell frames apart.
+    QString writeSized(const QString &name, qint64 size) const;
+    QString dir() const { return m_dir.path(); }
+
+private:
+    QTemporaryDir m_dir;
+};
+
+} // namespace kavri::test

@@ -1,0 +1,25 @@
+// Test entry point: a Qt application object and a settings store in a temporary directory, so no test
+// ever reads or writes the user's own settings.
+#include "formats/Settings.h"
+
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#ifdef KAVRI_TEST_GUI
+#include <QApplication>
+using TestApp = QApplication;
+#else
+#include <QCoreApplication>
+using TestApp = QCoreApplication;
+#endif
+
+int main(int argc, char **argv)
+{
+    ::testing::InitGoogleTest(&argc, argv);
+    QTemporaryDir settingsDir;
+    if (!settingsDir.isValid()) return 3;
+    qputenv(kavri::settings::kConfigDirEnv, settingsDir.path().toLocal8Bit());
+    TestApp app(argc, argv);
+    kavri::settings::initSettingsStore();
+    return RUN_ALL_TESTS();
+}
