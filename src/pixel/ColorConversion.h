@@ -1,0 +1,59 @@
+// Conversion of one raw frame of any of the 27 layouts into a 32-bit RGB image (B, G, R, unused),
+// with the channel selection and the brightness/contrast/gamma tone table; the native sample readout;
+// and the deinterlace filter that runs on the RGB result.
+#pragma once
+
+#include "formats/VideoProps.h"
+
+#include <array>
+#include <cstdint>
+
+namespace ColorConversion {
+
+// 0x7fffffff passed to the tone-curve or difference-table builders stands for the default value.
+constexpr int32_t kDefaultValue = 0x7fffffff;
+
+class X2RGBColorConv {
+public:
+    X2RGBColorConv();
+    virtual ~X2RGBColorConv();
+
+    // Copies the frame description; the container is then raised to hold the value bits.
+    virtual void setDescription(const VideoProps &props);
+
+    // Rebuilds the tone table; kDefaultValue stands for brightness 0, contrast 0, gamma 256.
+    void setToneCurve(int32_t brightness, int32_t contrast, int32_t gamma);
+    // 0 full colour, 1..3 one component shown as grey.
+    void setChannelSelection(int32_t selection);
+    // Takes "the samples are unsigned" and stores its negation as the signed flag.
+    void setUnsigned(bool isUnsigned);
+
+    // Converts `src` (frameBytes of the description; writable: a big-endian 16-bit frame is byte-swapped
+    // in place to native order first) into `dst` (width x height x 4 bytes; the fourth byte is not written).
+    void convertFrame(uint8_t *src, uint8_t *dst);
+
+    // Stored sample values at column x of stored row `row` (the caller mirrors flipped pictures).
+    // Expects a buffer in native byte order (after convertFrame). False where the layout gives no value.
+    bool readNative(const uint8_t *frame, int32_t x, int32_t row, int32_t &c1, int32_t &c2, int32_t &c3,
+                    int32_t *alpha) const;
+
+    const VideoProps &description() const { return m_props; }
+    int32_t channelSelection() const { return m_channelSelection; }
+    bool isSigned() const { return m_signed; }
+    int32_t brightness() const { return m_brightness; }
+    int32_t contrast() const { return m_contrast; }
+    int32_t gamma() const { return m_gamma; }
+    const std::array<int32_t, 256> &toneTable() const { return m_toneTable; }
+
+private:
+    VideoProps m_props;
+    bool m_signed = false;
+    int32_t m_channelSelection = 0;
+    int32_t m_brightness = 0, m_contrast = 0, m_gamma = 256;
+    std::array<int32_t, 256> m_toneTable{};
+};
+
+} // namespace ColorConversion
+
+// In-place filter over a converted 32-bit RGB image (4 bytes a pixel, rows of exactly `width` pixels).
+void deinterlaceFilter(uint8_t *rgb, int32_t width, int32_t height);
