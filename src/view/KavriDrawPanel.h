@@ -1,0 +1,112 @@
+// The widget in the centre of the player that shows the current frame. The loader converts each frame
+// straight into the panel's back image (handed out by get_buffer on the loader's thread); presentFrame
+// swaps back and front under the lock, and painting scales only the part that is shown.
+#pragma once
+
+#include "formats/VideoProps.h"
+#include "view/PanelGeometry.h"
+
+#include <QFont>
+#include <QImage>
+#include <QMutex>
+#include <QPen>
+#include <QWidget>
+#include <deque>
+#include <memory>
+
+class KavriDrawPanel : public QWidget {
+    Q_OBJECT
+public:
+    // Starts a drag of the shown frame out of the panel; the main window supplies it.
+    class IDragHandler {
+    public:
+        virtual ~IDragHandler() = default;
+        virtual void startFrameDrag() = 0;
+    };
+
+    explicit KavriDrawPanel(QWidget *parent = nullptr);
+    ~KavriDrawPanel() override;
+
+    void setDragHandler(IDragHandler *h) { m_dragHandler = h; }
+
+    // Called on the loader thread after a frame was written into the back image: exchanges the images
+    // (and whatever else is double-buffered) under the lock and asks for a repaint.
+    void presentFrame();
+    // Back to the start-up picture (construction, file closed).
+    void resetToStartup();
+
+    void setMaintainAspectRatio(bool on);
+    void setAnamorphic(bool on);
+    bool maintainAspectRatio() const { return m_maintainAR; }
+    bool anamorphic() const { return m_anamorphic; }
+    double anamorphicScale() const { return m_anamorphicScale; }
+    bool showingStartup() const { return m_showingStartup; }
+
+    void setMagnifier(bool on, bool raiseFactor);
+    bool magnifierOn() const { return m_magnifierOn; }
+    int magnificationFactor() const { return m_magnFactor; }
+
+    // A copy of the frame on screen (empty while the start-up picture is shown).
+    QImage currentFrame() const;
+    // Size of the frame images (not widened), or an empty size.
+    QSize frameSize() const;
+    // Geometry of the last paint.
+    kavri::view::DisplayRect displayRect() const { return m_display; }
+    // The format record that came with the newest buffer request.
+    VideoProps formatContext() const;
+
+    QPoint mapToImage(QPoint widgetPos) const;
+    QPoint mapToView(QPoint imagePos) const;
+
+    QSize sizeHint() const override;
+
+signals:
+    void size_changed(QSize size);
+    void notify_size_changed();
+    void getNativeAt(bool *ok, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1, int32_t &c2, int32_t &c3,
+                     int32_t *alpha);
+    void magnifier_on();
+    void magnifier_off();
+    void _update();
+
+public slots:
+    // The loader's request for the image to convert the next frame into (synchronous, loader thread).
+    void get_buffer(uint8_t **pp_frame, QSize size, void *p_update_data);
+    void get_buffer(uint8_t **pp_frame, QSize size) { get_buffer(pp_frame, size, nullptr); }
+    void on_size_changed(QSize size);
+    void on_force_size(QSize size);
+
+protected:
+    void paintEvent(QPaintEvent *e) override;
+    void mousePressEvent(QMouseEvent *e) override;
+    void mouseMoveEvent(QMouseEvent *e) override;
+    void mouseReleaseEvent(QMouseEvent *e) override;
+    void wheelEvent(QWheelEvent *e) override;
+    void keyPressEvent(QKeyEvent *e) override;
+
+private:
+    QSize wantedSize(QSize image) const;
+
+    mutable QMutex m_lock; // guards the image objects against the loader thread
+    std::unique_ptr<QImage> m_back, m_front, m_overlay;
+    bool m_showingStartup = true;
+    VideoProps m_context;
+    QSize m_pendingSize{-1, -1};
+
+    bool m_maintainAR = true;
+    bool m_anamorphic = false;
+    double m_anamorphicScale = 1.77;
+    bool m_magnifierOn = false;
+    int m_magnFactor = 520;
+    int m_savedMagnFactor = 520;
+
+    kavri::view::DisplayRect m_display;
+    QPoint m_mousePos;
+    QPoint m_dragStart{-1, -1};
+    std::deque<int> m_wheelHistory;
+    QSize m_wanted{-1, -1};
+    QSize m_forcedSize{-1, -1};
+    QFont m_font;
+    QPen m_markPen;
+    IDragHandler *m_dragHandler = nullptr;
+};
