@@ -1,0 +1,37 @@
+#include "ui/StatusText.h"
+
+#include <QFileInfo>
+#include <cmath>
+
+namespace kavri::ui {
+
+QString statusLine(const VideoProps &p)
+{
+    const int hz = int(p.frameRate + 0.5);
+    if (p.fileName == QLatin1String("-"))
+        return QString::asprintf("%ix%i@%iHz  stdin", p.width, p.height, hz);
+    const uint64_t frames = p.frameCount;
+    int minutes = 0, seconds = 0, hundredths = 0;
+    // A rate of 0 has no duration; show zero rather than dividing by it.
+    if (p.frameRate > 0) {
+        const double secs = std::trunc(double(frames) / p.frameRate);
+        const uint64_t s = secs < 1e18 ? uint64_t(secs) : 0;
+        minutes = int(s / 60);
+        seconds = int(s % 60);
+        hundredths = int(std::fmod(double(frames) * 1000.0 / p.frameRate, 1000.0) / 10.0);
+    }
+    return QString::asprintf("%ix%i@%iHz  %lld frame%s   %i'%i\"%02i   %1.3fMB", p.width, p.height, hz,
+                             static_cast<long long>(frames), frames == 1 ? "" : "s", minutes, seconds, hundredths,
+                             double(p.fileSize) / 1024.0 / 1024.0);
+}
+
+QString windowTitle(const QString &file, const QString &diff)
+{
+    auto name = [](const QString &f) {
+        return f == QLatin1String("-") ? QStringLiteral("stdin") : QFileInfo(f).fileName();
+    };
+    if (diff.isEmpty()) return name(file);
+    return name(file) + QLatin1String(" vs. ") + name(diff);
+}
+
+} // namespace kavri::ui

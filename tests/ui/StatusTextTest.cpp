@@ -1,0 +1,71 @@
+#include "ui/MRUFList.h"
+#include "ui/StatusText.h"
+
+#include <QMenu>
+#include <gtest/gtest.h>
+
+using namespace kavri::ui;
+
+namespace {
+
+VideoProps seq(uint64_t frames, double rate, uint64_t size)
+{
+    VideoProps p;
+    p.width = 352;
+    p.height = 288;
+    p.frameRate = rate;
+    p.frameCount = frames;
+    p.fileSize = size;
+    p.fileName = "/x/clip.yuv";
+    return p;
+}
+
+TEST(StatusLine, Formats)
+{
+    EXPECT_EQ(statusLine(seq(100, 25.0, 15206400)), "352x288@25Hz  100 frames   0'4\"00   14.502MB");
+    EXPECT_EQ(statusLine(seq(1, 25.0, 152064)), "352x288@25Hz  1 frame   0'0\"04   0.145MB");
+    EXPECT_EQ(statusLine(seq(0, 25.0, 10)), "352x288@25Hz  0 frames   0'0\"00   0.000MB");
+    EXPECT_EQ(statusLine(seq(4500, 29.97, 0)), "352x288@30Hz  4500 frames   2'30\"15   0.000MB");
+    EXPECT_EQ(statusLine(seq(90000, 50.0, 0)), "352x288@50Hz  90000 frames   30'0\"00   0.000MB");
+    EXPECT_TRUE(statusLine(seq(5000000000ull, 60.0, 0)).contains("@60Hz  5000000000 frames   "));
+    VideoProps in = seq(0, 25.0, 0);
+    in.fileName = "-";
+    EXPECT_EQ(statusLine(in), "352x288@25Hz  stdin");
+    EXPECT_EQ(statusLine(seq(10, 0.0, 0)), "352x288@0Hz  10 frames   0'0\"00   0.000MB");
+}
+
+TEST(WindowTitle, NamesAndDifference)
+{
+    EXPECT_EQ(windowTitle("/data/a.yuv", ""), "a.yuv");
+    EXPECT_EQ(windowTitle("-", ""), "stdin");
+    EXPECT_EQ(windowTitle("/data/a.yuv", "/other/b.yuv"), "a.yuv vs. b.yuv");
+}
+
+TEST(RecentFiles, NewestFirstWithoutDuplicatesAtMostTen)
+{
+    QStringList l;
+    for (int i = 0; i < 11; ++i) l = MRUFList::withRecent(l, QString("/f%1").arg(i));
+    EXPECT_EQ(l.size(), 10);
+    EXPECT_EQ(l.first(), "/f10");
+    EXPECT_EQ(l.last(), "/f1") << "the eleventh file pushes the oldest out";
+    l = MRUFList::withRecent(l, "/f5");
+    EXPECT_EQ(l.size(), 10);
+    EXPECT_EQ(l.first(), "/f5");
+    EXPECT_EQ(l.count("/f5"), 1);
+}
+
+TEST(RecentFiles, MenuShowsTheStoredList)
+{
+    QMenu menu;
+    MRUFList list(nullptr, &menu);
+    list.add("/a/one.yuv");
+    list.add("/a/two.yuv");
+    list.add("/a/one.yuv");
+    ASSERT_EQ(list.actions().size(), 10u);
+    EXPECT_TRUE(list.actions()[0]->isVisible());
+    EXPECT_EQ(list.actions()[0]->data().toString(), "/a/one.yuv");
+    EXPECT_EQ(list.actions()[1]->data().toString(), "/a/two.yuv");
+    EXPECT_FALSE(list.actions()[2]->isVisible());
+}
+
+} // namespace
