@@ -19,6 +19,8 @@ int main(int argc, char **argv)
     QTemporaryDir settingsDir;
     if (!settingsDir.isValid()) return 3;
     qputenv(kavri::settings::kConfigDirEnv, settingsDir.path().toLocal8Bit());
+    // Widgets are tested headless, also when CTest lists the tests (it passes no environment then).
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
     TestApp app(argc, argv);
     kavri::settings::initSettingsStore();
     return RUN_ALL_TESTS();
