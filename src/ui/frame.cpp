@@ -1,28 +1,132 @@
 #include "ui/frame.h"
 
 #include "formats/Settings.h"
+#include "kavri_config.h"
+#include "ui/ActionTable.h"
+#include "ui/KavriSlider.h"
+#include "ui/SaveFrame.h"
+#include "ui/StatusText.h"
+#include "view/PanelGeometry.h"
 
+#include <QAction>
+#include <QActionGroup>
+#include <QApplication>
+#include <QClipboard>
 #include <QCloseEvent>
+#include <QDesktopServices>
+#include <QDir>
+#include <QDrag>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QImageWriter>
 #include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPushButton>
 #include <QSettings>
 #include <QStatusBar>
+#include <QUrl>
+#include <QVBoxLayout>
+
+using namespace kavri;
 
 namespace {
+
 const char *const kVersionText = "0.7.1 (Beta)";
+const char *const kOpenFilter =
+    "Raw Video Files (*.yuv *.uyvy *.yuy2 *.nv12 *.v210 *.yv12 *.yv16 *.yv24 *.422 *.420 *.444 *.rgb *.bgr *.brg "
+    "*.gbr *.grb *.rgba *.bgra *.brga *.gbra *.grba *.cif *.qcif *.vix *.bw *.raw *.gray);;YUV Files (*.yuv *.uyvy "
+    "*.yuy2 *.nv12 *.v210 *.yv12 *.yv16 *.yv24 *.422 *.420 *.444);;RGB files (*.rgb *.bgr *.brg *.grb *.gbr *.rgba "
+    "*.bgra *.brga *.grba *.gbra);;Luminance files (*.bw *.y *.gray);;All files (*.*)";
+const char *const kSaveFilter = "PNG (*.png);;Bitmap (*.bmp);;JPEG (*.jpg *jpeg);;TIFF (*.tif *.tiff)";
+constexpr int kCursorHideMs = 3000;
+
+QString toQ(std::string_view s) { return QString::fromUtf8(s.data(), qsizetype(s.size())); }
+
+// A warning box titled "Kavri" with one OK button and the detail as informative text.
+void warn(QWidget *parent, const QString &text, const QString &detail, bool windowModal = false)
+{
+    QMessageBox box(QMessageBox::Warning, QStringLiteral("Kavri"), text, QMessageBox::Ok, parent);
+    if (!detail.isEmpty()) box.setInformativeText(detail);
+    if (windowModal) box.setWindowModality(Qt::WindowModal);
+    box.exec();
 }
+
+} // namespace
 
 frame::frame(const KavriStartupConfig *config, QWidget *parent) : QMainWindow(parent)
 {
     if (config) m_config = *config;
     setObjectName(QStringLiteral("frameClass"));
-    resize(640, 420);
-    m_statusLabel = new QLabel(this);
-    statusBar()->addWidget(m_statusLabel);
-    QSettings s;
-    restoreGeometry(kavri::settings::WindowPosition.read(s));
-    showEmptyState();
+    setWindowIcon(QIcon(QStringLiteral(":/frame/kavri.ico")));
+    setAcceptDrops(true);
 
+    m_central = new QWidget(this);
+    m_central->setObjectName(QStringLiteral("centralWidget"));
+    m_verticalLayout = new QVBoxLayout(m_central);
+    m_verticalLayout->setObjectName(QStringLiteral("verticalLayout"));
+    m_verticalLayout->setContentsMargins(0, 0, 0, 0);
+    m_verticalLayout->setSpacing(0);
+    m_panel = new KavriDrawPanel(m_central);
+    m_panel->setObjectName(QStringLiteral("graphicsView"));
+    m_panel->setDragHandler(this);
+    m_verticalLayout->addWidget(m_panel, 1);
+
+    m_lowerPanel = new QWidget(m_central);
+    m_lowerPanel->setObjectName(QStringLiteral("lowerPanel"));
+    m_horizontalLayout = new QHBoxLayout(m_lowerPanel);
+    m_horizontalLayout->setObjectName(QStringLiteral("horizontalLayout"));
+    m_horizontalLayout->setContentsMargins(8, 4, 8, 4);
+    m_slider = new KavriSlider(m_lowerPanel);
+    m_slider->setObjectName(QStringLiteral("horizontalSlider"));
+    m_playPause = new QPushButton(m_lowerPanel);
+    m_playPause->setObjectName(QStringLiteral("playpause_button"));
+    m_stop = new QPushButton(m_lowerPanel);
+    m_stop->setObjectName(QStringLiteral("stop_button"));
+    for (QPushButton *b : {m_playPause, m_stop}) {
+        b->setFlat(true);
+        b->setIconSize(QSize(24, 24));
+        b->setFixedSize(30, 30);
+        b->setFocusPolicy(Qt::NoFocus);
+    }
+    m_link = new LinkWidget(m_lowerPanel);
+    m_link->setDragHandler(this);
+    m_horizontalLayout->addWidget(m_slider, 1);
+    m_horizontalLayout->addWidget(m_playPause);
+    m_horizontalLayout->addWidget(m_stop);
+    m_horizontalLayout->addWidget(m_link);
+    m_verticalLayout->addWidget(m_lowerPanel);
+    setCentralWidget(m_central);
+
+    menuBar()->setObjectName(QStringLiteral("menuBar"));
+    statusBar()->setObjectName(QStringLiteral("statusBar"));
+    m_statusLabel = new QLabel(this);
+    statusBar()->addWidget(m_statusLabel, 1);
+
+    createActions();
+    createMenus();
+
+    connect(m_panel, &KavriDrawPanel::notify_size_changed, this, &frame::oon_movie_size_changed);
+    connect(this, &frame::draw_panel_force_size, m_panel, &KavriDrawPanel::on_force_size);
+    connect(m_panel, &KavriDrawPanel::magnifier_on, this, &frame::oon_magnifier_on);
+    connect(m_panel, &KavriDrawPanel::magnifier_off, this, &frame::oon_magnifier_off);
+    connect(this, &frame::update_slider, m_slider, &QSlider::setValue);
     connect(this, &frame::do_load_on_startup, this, &frame::oon_load_on_startup, Qt::QueuedConnection);
+    connect(this, &frame::do_load_later, this, &frame::oon_load_later, Qt::QueuedConnection);
+    m_cursorHideTimer.setSingleShot(true);
+    connect(&m_cursorHideTimer, &QTimer::timeout, this, &frame::oon_cursorHideTimer);
+
+    QSettings s;
+    action("actionLoop")->setChecked(settings::Loop.read(s));
+    action("actionTimecode")->setChecked(settings::Timestamps.read(s));
+    action("actionMaintain_Aspect_Ratio")->setChecked(m_panel->maintainAspectRatio());
+    applyEscapeShortcut();
+    resize(720, 520);
+    restoreGeometry(settings::WindowPosition.read(s));
+
+    showEmptyState();
     if (!m_config.file.isEmpty()) emit do_load_on_startup(m_config.file, m_config.diff, &m_config);
 }
 
@@ -30,22 +134,358 @@ frame::~frame() = default;
 
 QString frame::emptyTitle() { return QStringLiteral("kavri ") + QLatin1String(kVersionText); }
 
-void frame::showEmptyState()
+QAction *frame::action(const char *name) const
 {
-    setWindowTitle(emptyTitle());
-    m_statusLabel->setText(QStringLiteral("[No File]"));
+    const auto it = m_actions.find(QLatin1String(name));
+    return it == m_actions.end() ? nullptr : it->second;
 }
 
-void frame::oon_load_on_startup(QString file, QString, KavriStartupConfig *)
+QString frame::statusText() const { return m_statusLabel->text(); }
+
+void frame::createActions()
 {
-    // Until the loader exists, show which file was asked for.
-    setWindowTitle(file == QLatin1String("-") ? QStringLiteral("stdin") : file.section(QLatin1Char('/'), -1));
+    for (const ui::ActionSpec &spec : ui::kActions) {
+        auto *a = new QAction(toQ(spec.text), this);
+        a->setObjectName(toQ(spec.name));
+        if (!spec.shortcut.empty()) a->setShortcut(QKeySequence(toQ(spec.shortcut)));
+        a->setCheckable(spec.checkable);
+        if (spec.checkable) a->setChecked(spec.checked);
+        if (!spec.statusTip.empty()) a->setStatusTip(toQ(spec.statusTip));
+        if (!spec.whatsThis.empty()) a->setWhatsThis(toQ(spec.whatsThis));
+        // Shortcuts work in full screen too, where the menu bar is hidden.
+        addAction(a);
+        m_actions[a->objectName()] = a;
+    }
+    auto on = [this](const char *name, auto slot) { connect(action(name), &QAction::triggered, this, slot); };
+    on("actionOpen", &frame::oon_open);
+    on("actionQuit", &frame::oon_close);
+    on("actionCloseFile", &frame::oon_close_file);
+    on("actionNew_Window", &frame::oon_new_window);
+    on("actionStay_on_top", &frame::oon_stay_on_top);
+    on("actionMaintain_Aspect_Ratio", &frame::oon_maintain_ar);
+    on("actionMagnifier", &frame::oon_magnify);
+    on("actionAbout", &frame::oon_about);
+    on("actionOnline_Help", &frame::oon_online_help);
+    on("actionSave_Frame", &frame::oon_save_frame);
+    on("actionCopy_Frame", &frame::oon_copy);
+    connect(action("actionFullscreen"), &QAction::triggered, this, &frame::oon_fullscreen);
+    connect(action("actionTimecode"), &QAction::toggled, this, &frame::oon_timecode);
+    connect(action("actionLoop"), &QAction::toggled, this, &frame::oon_loop);
+    for (const char *n : {"action25", "action33", "action50", "action100", "action200", "actionSmaller", "actionLarger"})
+        on(n, &frame::oon_menu_size);
+    // Choosing 100 % also re-applies the stay-on-top state.
+    on("action100", &frame::oon_stay_on_top);
+    m_sizeGroup = new QActionGroup(this);
+    m_sizeGroup->setExclusionPolicy(QActionGroup::ExclusionPolicy::None);
+    for (const char *n : {"action25", "action33", "action50", "action100", "action200"}) m_sizeGroup->addAction(action(n));
+    m_fullscreenShortcuts = action("actionFullscreen")->shortcuts();
+}
+
+void frame::createMenus()
+{
+    std::map<QString, QMenu *> menus;
+    for (const ui::MenuSpec &spec : ui::kMenus) {
+        auto *m = new QMenu(toQ(spec.title), this);
+        m->setObjectName(toQ(spec.name));
+        menus[m->objectName()] = m;
+    }
+    for (const ui::MenuSpec &spec : ui::kMenus) {
+        QMenu *m = menus[toQ(spec.name)];
+        for (std::string_view item : spec.items) {
+            if (item.empty()) break;
+            if (item == "-")
+                m->addSeparator();
+            else if (item.substr(0, 4) == "menu")
+                m->addMenu(menus[toQ(item)]);
+            else
+                m->addAction(action(toQ(item).toLatin1().constData()));
+        }
+    }
+    for (std::string_view name : ui::kMenuBar) menuBar()->addMenu(menus[toQ(name)]);
+    m_recent = new MRUFList(this, menus[QStringLiteral("menuFile")], this);
+}
+
+void frame::applyEscapeShortcut()
+{
+    QSettings s;
+    action("actionQuit")->setShortcut(settings::EscapeExits.read(s) ? QKeySequence(Qt::Key_Escape) : QKeySequence());
+}
+
+void frame::showEmptyState()
+{
+    m_openFile.clear();
+    setWindowTitle(emptyTitle());
+    m_statusLabel->setText(QStringLiteral("[No File]"));
+    m_slider->setRange(0, 0);
+    m_slider->setValue(0);
+    m_playPause->setIcon(QIcon(QStringLiteral(":/frame/play.png")));
+    m_stop->setIcon(QIcon(QStringLiteral(":/frame/stop.png")));
+}
+
+void frame::oon_load_on_startup(QString file, QString diff, KavriStartupConfig *)
+{
+    Q_UNUSED(diff);
+    loadFiles({file});
+}
+
+void frame::oon_load_later(QString file, QString diff, KavriStartupConfig *config)
+{
+    oon_load_on_startup(file, diff, config);
+}
+
+void frame::loadFiles(const QStringList &files)
+{
+    QStringList failed;
+    for (const QString &f : files) {
+        if (f.isEmpty()) {
+            warn(this, QStringLiteral("Kavri"), QStringLiteral("empty filename given!"));
+            continue;
+        }
+        if (f != QLatin1String("-") && !QFileInfo(f).isReadable()) {
+            failed << f;
+            continue;
+        }
+        m_openFile = f;
+        setWindowTitle(ui::windowTitle(f, QString()));
+        m_recent->add(f);
+    }
+    if (!failed.isEmpty())
+        warn(this, QStringLiteral("Kavri"), QStringLiteral("The file(s) could not be opened: ") + failed.join(", "));
+}
+
+void frame::oon_mrufile(QString path) { loadFiles({path}); }
+
+void frame::oon_open()
+{
+    QSettings s;
+    const QStringList files =
+        QFileDialog::getOpenFileNames(this, QStringLiteral("Open Video File"), settings::LastUsedDir.read(s),
+                                      QString::fromLatin1(kOpenFilter));
+    if (files.isEmpty()) return;
+    settings::LastUsedDir.write(s, QFileInfo(files.first()).absolutePath());
+    loadFiles(files);
+}
+
+void frame::oon_close() { close(); }
+
+void frame::oon_close_file()
+{
+    m_panel->resetToStartup();
+    showEmptyState();
+}
+
+void frame::oon_new_window() { emit notify_load(QString(), QString(), QStringList()); }
+
+void frame::oon_fullscreen(bool)
+{
+    if (m_fullscreen) {
+        m_fullscreen = false;
+        showNormal();
+        menuBar()->show();
+        statusBar()->show();
+        m_lowerPanel->show();
+        applyEscapeShortcut();
+        action("actionFullscreen")->setShortcuts(m_fullscreenShortcuts);
+        action("actionFullscreen")->setChecked(false);
+        m_cursorHideTimer.stop();
+        if (m_cursorHidden) {
+            QApplication::restoreOverrideCursor();
+            m_cursorHidden = false;
+        }
+        setMouseTracking(false);
+        m_central->setMouseTracking(false);
+        qApp->removeEventFilter(this);
+        return;
+    }
+    m_fullscreen = true;
+    menuBar()->hide();
+    statusBar()->hide();
+    m_lowerPanel->hide();
+    action("actionQuit")->setShortcut(QKeySequence());
+    QList<QKeySequence> keys = m_fullscreenShortcuts;
+    keys << QKeySequence(Qt::Key_Escape);
+    action("actionFullscreen")->setShortcuts(keys);
+    action("actionFullscreen")->setChecked(true);
+    showFullScreen();
+    m_cursorHideTimer.start(kCursorHideMs);
+    setMouseTracking(true);
+    m_central->setMouseTracking(true);
+    // Mouse moves over any child (the panel above all) restore the cursor.
+    qApp->installEventFilter(this);
+}
+
+bool frame::eventFilter(QObject *watched, QEvent *e)
+{
+    if (m_fullscreen && e->type() == QEvent::MouseMove) {
+        if (m_cursorHidden) {
+            QApplication::restoreOverrideCursor();
+            m_cursorHidden = false;
+        }
+        m_cursorHideTimer.start(kCursorHideMs);
+    }
+    return QMainWindow::eventFilter(watched, e);
+}
+
+void frame::mouseMoveEvent(QMouseEvent *e) { QMainWindow::mouseMoveEvent(e); }
+
+void frame::oon_cursorHideTimer()
+{
+    if (!m_fullscreen || m_cursorHidden) return;
+    QApplication::setOverrideCursor(Qt::BlankCursor);
+    m_cursorHidden = true;
+}
+
+void frame::oon_stay_on_top()
+{
+    const bool top = action("actionStay_on_top")->isChecked();
+    if (bool(windowFlags() & Qt::WindowStaysOnTopHint) == top) return;
+    const QRect g = geometry();
+    setWindowFlag(Qt::WindowStaysOnTopHint, top);
+    setGeometry(g);
+    show();
+}
+
+void frame::oon_maintain_ar() { m_panel->setMaintainAspectRatio(action("actionMaintain_Aspect_Ratio")->isChecked()); }
+
+void frame::oon_menu_size()
+{
+    if (m_openFile.isEmpty()) return;
+    QSize video = m_panel->frameSize();
+    if (video.isEmpty()) return;
+    video = view::zoomVideoSize(video, m_panel->anamorphic(), m_panel->anamorphicScale());
+    static const std::pair<const char *, view::ZoomStep> steps[] = {{"action25", view::ZoomStep::Z25},
+                                                                     {"action33", view::ZoomStep::Z33},
+                                                                     {"action50", view::ZoomStep::Z50},
+                                                                     {"action100", view::ZoomStep::Z100},
+                                                                     {"action200", view::ZoomStep::Z200}};
+    for (const auto &st : steps) action(st.first)->setChecked(false);
+    QObject *src = sender();
+    for (const auto &st : steps) {
+        if (src == action(st.first)) {
+            action(st.first)->setChecked(true);
+            emit draw_panel_force_size(view::zoomTarget(st.second, video));
+            return;
+        }
+    }
+    const bool smaller = src == action("actionSmaller");
+    if (m_fullscreen) {
+        if (smaller) action("actionFullscreen")->trigger();
+        return;
+    }
+    const std::optional<view::ZoomStep> step =
+        smaller ? view::smallerStep(m_panel->size(), video) : view::largerStep(m_panel->size(), video);
+    if (!step) return;
+    for (const auto &st : steps)
+        if (st.second == *step) action(st.first)->trigger();
+}
+
+void frame::oon_movie_size_changed()
+{
+    // Fit the window around a panel whose size was forced by the zoom menu.
+    if (!m_fullscreen && !isMaximized()) adjustSize();
+}
+
+void frame::oon_magnify() { m_panel->setMagnifier(action("actionMagnifier")->isChecked(), true); }
+
+void frame::oon_magnifier_on()
+{
+    action("actionMagnifier")->setChecked(true);
+    statusBar()->showMessage(QStringLiteral("Magnifier: use 'Q','E','W','S' and mouse wheel!"));
+}
+
+void frame::oon_magnifier_off() { action("actionMagnifier")->setChecked(false); }
+
+void frame::oon_about()
+{
+    QMessageBox box(this);
+    box.setWindowTitle(QStringLiteral("About Kavri"));
+    box.setIconPixmap(QPixmap(QStringLiteral(":/frame/kavri.png")).scaled(64, 64, Qt::KeepAspectRatio,
+                                                                          Qt::SmoothTransformation));
+    box.setTextFormat(Qt::RichText);
+    box.setText(QStringLiteral("Kavri raw video sequence player. Should play any raw data format with all the "
+                               "frills.<br>Built with QT %1<br>Version %2, revision %3<br>Icons and pictures drawn "
+                               "for Kavri by its developers.<br><a href=\"%4\">%4</a><br>(Check for updates under "
+                               "\"Settings\".)")
+                    .arg(QLatin1String(qVersion()), QLatin1String(kVersionText),
+                         QStringLiteral("$Rev: 871 $").section(QLatin1Char(' '), 1, 1),
+                         QLatin1String(KAVRI_HOMEPAGE_URL)));
+    box.exec();
+}
+
+void frame::oon_online_help() { QDesktopServices::openUrl(QUrl(QLatin1String(KAVRI_HELP_URL))); }
+
+void frame::oon_save_frame()
+{
+    const QImage img = m_panel->currentFrame();
+    if (img.isNull()) return;
+    QSettings s;
+    QString dir = settings::LastUsedPictureDir.read(s);
+    if (dir.isEmpty()) dir = settings::LastUsedDir.read(s);
+    const QString chosen = QFileDialog::getSaveFileName(this, QStringLiteral("Save as ..."), dir,
+                                                        QString::fromLatin1(kSaveFilter));
+    if (chosen.isEmpty()) return;
+    settings::LastUsedPictureDir.write(s, QFileInfo(chosen).absolutePath());
+    const QString name = ui::saveFrameFileName(chosen);
+    if (!img.save(name, ui::saveFrameFormat(name).constData()))
+        warn(this, QStringLiteral("Could not save frame"),
+             QStringLiteral("Choose the fuck you want, but it must be a valid location."), true);
+}
+
+void frame::oon_copy()
+{
+    const QImage img = m_panel->currentFrame();
+    if (!img.isNull()) QApplication::clipboard()->setImage(img);
+}
+
+void frame::oon_timecode(bool on)
+{
+    QSettings s;
+    settings::Timestamps.write(s, on);
+}
+
+void frame::oon_loop(bool on)
+{
+    QSettings s;
+    settings::Loop.write(s, on);
+}
+
+void frame::startFrameDrag()
+{
+    const QImage img = m_panel->currentFrame();
+    if (img.isNull()) return;
+    const QString path = QDir::tempPath() + QStringLiteral("/frame_%1%2.jpg").arg(0, 8, 10, QLatin1Char('0')).arg(
+                                                QString::number(QCoreApplication::applicationPid()));
+    if (!img.save(path, "JPG")) return;
+    auto *mime = new QMimeData;
+    mime->setUrls({QUrl::fromLocalFile(path)});
+    auto *drag = new QDrag(this);
+    drag->setMimeData(mime);
+    const QPixmap pm = QPixmap::fromImage(img.scaled(160, 120, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    drag->setPixmap(pm);
+    drag->setHotSpot(QPoint(pm.width() / 2, pm.height() / 2));
+    drag->exec(Qt::CopyAction);
+}
+
+void frame::dragEnterEvent(QDragEnterEvent *e)
+{
+    if (e->mimeData()->hasUrls()) e->acceptProposedAction();
+}
+
+void frame::dropEvent(QDropEvent *e)
+{
+    QStringList files;
+    for (const QUrl &u : e->mimeData()->urls())
+        if (u.isLocalFile()) files << u.toLocalFile();
+    if (files.isEmpty()) return;
+    e->acceptProposedAction();
+    loadFiles(files);
 }
 
 void frame::closeEvent(QCloseEvent *e)
 {
+    if (m_fullscreen) oon_fullscreen(false);
     QSettings s;
-    kavri::settings::WindowPosition.write(s, saveGeometry());
+    settings::WindowPosition.write(s, saveGeometry());
     e->accept();
     emit closed();
 }

@@ -1,34 +1,112 @@
-// The player's main window.
+// The player's main window: the draw panel, the lower panel with play/stop, slider and link icon, the
+// menus and the status line. It turns the user's actions into requests to its loader and its panel.
 #pragma once
 
 #include "formats/VideoProps.h"
+#include "ui/LinkWidget.h"
+#include "ui/MRUFList.h"
+#include "view/KavriDrawPanel.h"
 
 #include <QMainWindow>
+#include <QTimer>
+#include <map>
 
+class QAction;
+class QActionGroup;
 class QLabel;
+class QMenu;
+class QPushButton;
+class QVBoxLayout;
+class QHBoxLayout;
+class KavriSlider;
 
-class frame : public QMainWindow {
+class frame : public QMainWindow,
+              public MRUFList::IMRUFListParent,
+              public KavriDrawPanel::IDragHandler,
+              public LinkWidget::IDragHandler {
     Q_OBJECT
 public:
     explicit frame(const KavriStartupConfig *config, QWidget *parent = nullptr);
     ~frame() override;
 
     static QString emptyTitle();
+    QAction *action(const char *objectName) const;
+    KavriDrawPanel *drawPanel() const { return m_panel; }
+    QString statusText() const;
+
+    // MRUFList::IMRUFListParent
+    void oon_mrufile(QString path) override;
+    // KavriDrawPanel::IDragHandler
+    void startFrameDrag() override;
+    // LinkWidget::IDragHandler
+    QByteArray linkDragPayload() override { return {}; }
+    void linkDragSucceeded() override {}
+    void linkDragFailed() override {}
 
 signals:
     void notify_load(QString file, QString diff, QStringList extra);
     void do_load_on_startup(QString file, QString diff, KavriStartupConfig *config);
+    void do_load_later(QString file, QString diff, KavriStartupConfig *config);
+    void draw_panel_force_size(QSize size);
+    void update_slider(int value);
     void closed();
 
-private slots:
+public slots:
     void oon_load_on_startup(QString file, QString diff, KavriStartupConfig *config);
+    void oon_load_later(QString file, QString diff, KavriStartupConfig *config);
+
+    void oon_open();
+    void oon_close();
+    void oon_close_file();
+    void oon_new_window();
+    void oon_fullscreen(bool on);
+    void oon_stay_on_top();
+    void oon_maintain_ar();
+    void oon_menu_size();
+    void oon_magnify();
+    void oon_magnifier_on();
+    void oon_magnifier_off();
+    void oon_movie_size_changed();
+    void oon_cursorHideTimer();
+    void oon_about();
+    void oon_online_help();
+    void oon_save_frame();
+    void oon_copy();
+    void oon_timecode(bool on);
+    void oon_loop(bool on);
 
 protected:
     void closeEvent(QCloseEvent *e) override;
+    void dragEnterEvent(QDragEnterEvent *e) override;
+    void dropEvent(QDropEvent *e) override;
+    void mouseMoveEvent(QMouseEvent *e) override;
+    bool eventFilter(QObject *watched, QEvent *e) override;
 
 private:
+    void createActions();
+    void createMenus();
     void showEmptyState();
+    void loadFiles(const QStringList &files);
+    void applyEscapeShortcut();
+    bool isFullScreenMode() const { return m_fullscreen; }
 
     KavriStartupConfig m_config;
+    std::map<QString, QAction *> m_actions;
+    QActionGroup *m_sizeGroup = nullptr;
+    QWidget *m_central = nullptr;
+    QVBoxLayout *m_verticalLayout = nullptr;
+    KavriDrawPanel *m_panel = nullptr;
+    QWidget *m_lowerPanel = nullptr;
+    QHBoxLayout *m_horizontalLayout = nullptr;
+    KavriSlider *m_slider = nullptr;
+    QPushButton *m_playPause = nullptr;
+    QPushButton *m_stop = nullptr;
+    LinkWidget *m_link = nullptr;
     QLabel *m_statusLabel = nullptr;
+    MRUFList *m_recent = nullptr;
+    QTimer m_cursorHideTimer;
+    bool m_fullscreen = false;
+    bool m_cursorHidden = false;
+    QList<QKeySequence> m_fullscreenShortcuts;
+    QString m_openFile; // empty when no file is open
 };

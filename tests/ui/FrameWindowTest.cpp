@@ -1,0 +1,132 @@
+#include "formats/Settings.h"
+#include "ui/SaveFrame.h"
+#include "ui/frame.h"
+
+#include <QAction>
+#include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPushButton>
+#include <QSettings>
+#include <QSignalSpy>
+#include <gtest/gtest.h>
+
+using namespace kavri;
+
+namespace {
+
+QStringList menuContents(QMenu *m)
+{
+    QStringList r;
+    for (QAction *a : m->actions()) {
+        if (a->isSeparator())
+            r << "-";
+        else if (a->menu())
+            r << a->menu()->objectName();
+        else if (!a->objectName().isEmpty())
+            r << a->text();
+    }
+    return r;
+}
+
+TEST(FrameWindow, EmptyState)
+{
+    QSettings().clear();
+    frame w(nullptr);
+    EXPECT_EQ(w.windowTitle(), "kavri 0.7.1 (Beta)");
+    EXPECT_EQ(w.statusText(), "[No File]");
+    for (const char *name : {"centralWidget", "verticalLayout", "graphicsView", "lowerPanel", "horizontalLayout",
+                             "horizontalSlider", "playpause_button", "stop_button", "link_widget", "menuBar",
+                             "statusBar"})
+        EXPECT_NE(w.findChild<QObject *>(name), nullptr) << name;
+    // Defaults of an empty settings store.
+    EXPECT_TRUE(w.action("actionLoop")->isChecked());
+    EXPECT_FALSE(w.action("actionTimecode")->isChecked());
+    EXPECT_TRUE(w.action("actionMaintain_Aspect_Ratio")->isChecked());
+    EXPECT_EQ(w.action("actionQuit")->shortcut(), QKeySequence(Qt::Key_Escape));
+}
+
+TEST(FrameWindow, ActionTexts)
+{
+    frame w(nullptr);
+    const struct {
+        const char *name, *text, *shortcut;
+        bool checkable;
+    } rows[] = {
+        {"actionOpen", "Open File(s) ...", "O", false},
+        {"actionPlay", "Play/Pause", "Space", false},
+        {"actionTimecode", "Timecode etc.", "T", true},
+        {"actionSave_Frame", "Save Frame", "Ctrl+Shift+S", false},
+        {"actionFast_Backward", "Fast Backward", "Shift+Left", false},
+        {"actionSmaller", "Smaller", "-", false},
+        {"actionLarger", "Larger", "+", false},
+        {"actionStay_on_top", "Stay on top", "Ctrl+T", true},
+        {"actionBrightness_Contrast_etc", "Brightness, Contrast etc.", "B", true},
+        {"action33", "33%", "", true},
+    };
+    for (const auto &r : rows) {
+        QAction *a = w.action(r.name);
+        ASSERT_NE(a, nullptr) << r.name;
+        EXPECT_EQ(a->text(), r.text);
+        EXPECT_EQ(a->shortcut(), QKeySequence(QString(r.shortcut))) << r.name;
+        EXPECT_EQ(a->isCheckable(), r.checkable) << r.name;
+    }
+    EXPECT_EQ(w.action("actionMagnifier")->statusTip(), "Hold Down ALT key for temporary use");
+    EXPECT_EQ(w.action("actionNext_Channel")->statusTip(), "Display the next color channel");
+}
+
+TEST(FrameWindow, MenusInOrder)
+{
+    frame w(nullptr);
+    QStringList bar;
+    for (QAction *a : w.menuBar()->actions()) bar << a->text();
+    EXPECT_EQ(bar, QStringList({"File", "Control", "View", "Tools", "Help"}));
+    const QStringList file = menuContents(w.findChild<QMenu *>("menuFile"));
+    EXPECT_EQ(file.mid(0, 9), QStringList({"Open File(s) ...", "Close File", "New Window ...", "Quit", "-", "Format",
+                                           "Reload", "Copy Frame", "Save Frame"}));
+    EXPECT_EQ(menuContents(w.findChild<QMenu *>("menuView")),
+              QStringList({"menuSize", "Maintain Aspect Ratio", "Fullscreen", "Stay on top", "-", "Timecode etc.",
+                           "Next Channel", "Loop", "-", "Next Diff Component", "Previous Diff Component"}));
+    EXPECT_EQ(menuContents(w.findChild<QMenu *>("menuSize")),
+              QStringList({"25%", "33%", "50%", "100%", "200%", "Smaller", "Larger"}));
+    EXPECT_EQ(menuContents(w.findChild<QMenu *>("menuTools_2")),
+              QStringList({"Magnifier", "Difference against ...", "Grid", "Deinterlace", "Brightness, Contrast etc.",
+                           "-", "Normalize File Name ...", "Extract ...", "Reverse ...", "-", "Settings"}));
+}
+
+TEST(FrameWindow, EscapeFollowsThePreference)
+{
+    QSettings s;
+    settings::EscapeExits.write(s, false);
+    {
+        frame w(nullptr);
+        EXPECT_TRUE(w.action("actionQuit")->shortcut().isEmpty());
+    }
+    settings::EscapeExits.write(s, true);
+}
+
+TEST(FrameWindow, NewWindowAsksTheApplication)
+{
+    frame w(nullptr);
+    QSignalSpy spy(&w, &frame::notify_load);
+    w.action("actionNew_Window")->trigger();
+    ASSERT_EQ(spy.count(), 1);
+    EXPECT_TRUE(spy.at(0).at(0).toString().isEmpty());
+}
+
+TEST(SaveFrame, SuffixRules)
+{
+    const struct {
+        const char *in, *out, *format;
+    } rows[] = {
+        {"/t/a.png", "/t/a.png", "PNG"},   {"/t/a.bmp", "/t/a.bmp", "BMP"},     {"/t/a.jpg", "/t/a.jpg", "JPG"},
+        {"/t/a.jpeg", "/t/a.jpeg", "JPG"}, {"/t/a.tif", "/t/a.tif", "TIFF"},    {"/t/a.tiff", "/t/a.tiff", "TIFF"},
+        {"/t/a", "/t/a.png", "PNG"},       {"/t/a.PNG", "/t/a.PNG.png", "PNG"}, {"/t/a.gif", "/t/a.gif.png", "PNG"},
+    };
+    for (const auto &r : rows) {
+        EXPECT_EQ(ui::saveFrameFileName(r.in), r.out) << r.in;
+        EXPECT_EQ(ui::saveFrameFormat(ui::saveFrameFileName(r.in)), QByteArray(r.format)) << r.in;
+    }
+}
+
+} // namespace
