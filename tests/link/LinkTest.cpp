@@ -122,7 +122,7 @@ class LinkPeerProcess : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        const QString bin = QString::fromLocal8Bit(qgetenv("KAVRI_TEST_BIN_DIR")) + "/tests/link_test_peer";
+        const QString bin = QStringLiteral(KAVRI_LINK_PEER);
         if (!QFileInfo::exists(bin)) GTEST_SKIP() << "peer not built at " << bin.toStdString();
         name = newLinkName();
         sender = std::make_unique<KavriLinkSender>(name, fast());
