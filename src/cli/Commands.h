@@ -6,5 +6,7 @@
 namespace kavri::cli {
 
 Command infoCommand();
+Command rememberCommand();
+Command forgetCommand();
 
 } // namespace kavri::cli

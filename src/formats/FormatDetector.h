@@ -1,0 +1,49 @@
+// Works out the format record of a raw file from the header inside it, its ".hdr" side file, or its name.
+#pragma once
+
+#include "formats/VideoProps.h"
+
+#include <QString>
+#include <array>
+#include <vector>
+
+namespace kavri {
+
+// One row of the name vote: a pattern searched case-insensitively in the lower-cased path, and the
+// weight it adds to its layout's score when it occurs.
+struct KeywordRow {
+    const char *pattern;
+    double weight;
+};
+
+// The keyword rows of each layout (index = videoFormat_t value, index 0 unused), in the order in which
+// they are added. Repeated rows are intentional: they are what breaks ties between the planar RGB orders.
+using KeywordTable = std::array<std::vector<KeywordRow>, kLayoutCount + 1>;
+KeywordTable buildKeywordTable();
+
+class FormatDetector {
+public:
+    // Which description decided the record of the last detect().
+    enum class Source { None, VixHeader, SideFile, Name };
+
+    // Fills and returns the record for `path` (exactly as it will be opened; directories take part in
+    // the vote). Absent numbers are -1 (width, height, bit depth) or -1.0 (rate) when the name decided.
+    const VideoProps &detect(const QString &path);
+
+    Source source() const { return m_source; }
+    // "vix", "hdr" or "name" for the last detect(); empty before the first.
+    QString sourceName() const;
+    // Score of a layout 1..27 in the last name vote (0.0 outside that range or when no vote ran).
+    double score(int layout) const;
+    const VideoProps &result() const { return m_result; }
+
+private:
+    void readName(const QString &path);
+
+    std::array<double, kLayoutCount + 1> m_score{};
+    double m_bestScore = -1.0;
+    VideoProps m_result;
+    Source m_source = Source::None;
+};
+
+} // namespace kavri
