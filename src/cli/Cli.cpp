@@ -17,6 +17,8 @@ const std::vector<Command> &commands()
 {
     static const std::vector<Command> table = {
         infoCommand(),
+        benchCommand(),
+        playCommand(),
     };
     return table;
 }

@@ -6,5 +6,7 @@
 namespace kavri::cli {
 
 Command infoCommand();
+Command benchCommand();
+Command playCommand();
 
 } // namespace kavri::cli
