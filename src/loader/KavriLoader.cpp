@@ -480,7 +480,11 @@ void KavriLoader::doPlay()
         sleepForPause();
         // Frame 0 starts a period of its own, measured like any other.
         m_frameStart = Clock::now();
-        deliverFrame();
+        if (!deliverFrame()) {
+            // The file vanished or emptied: looping would only show the same last frame forever.
+            postCommand(kCmdStop, kCmdAsync);
+            break;
+        }
         computePause();
     }
     m_playing.store(false);
