@@ -19,6 +19,8 @@ const std::vector<Command> &commands()
         infoCommand(),
         rememberCommand(),
         forgetCommand(),
+        benchCommand(),
+        playCommand(),
     };
     return table;
 }

@@ -8,5 +8,7 @@ namespace kavri::cli {
 Command infoCommand();
 Command rememberCommand();
 Command forgetCommand();
+Command benchCommand();
+Command playCommand();
 
 } // namespace kavri::cli

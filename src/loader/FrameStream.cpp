@@ -1,0 +1,70 @@
+#include "loader/FrameStream.h"
+
+#ifdef Q_OS_UNIX
+#include <cerrno>
+#include <poll.h>
+#include <unistd.h>
+#endif
+
+std::shared_ptr<FrameStream> FrameStream::openFile(const QString &path)
+{
+    std::shared_ptr<FrameStream> s(new FrameStream);
+    s->m_file.setFileName(path);
+    // Unbuffered: a frame goes from the page cache straight into the caller's buffer, with no second copy.
+    s->m_failed = !s->m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    return s;
+}
+
+std::shared_ptr<FrameStream> FrameStream::wrapDescriptor(int fd)
+{
+    std::shared_ptr<FrameStream> s(new FrameStream);
+    s->m_fd = fd;
+#ifndef Q_OS_UNIX
+    s->m_failed = !s->m_file.open(fd, QIODevice::ReadOnly | QIODevice::Unbuffered, QFileDevice::DontCloseHandle);
+#endif
+    return s;
+}
+
+FrameStream::~FrameStream() = default;
+
+int64_t FrameStream::read(uint8_t *dst, int64_t n, const std::atomic<bool> *abort)
+{
+    if (m_failed || n <= 0) return 0;
+    int64_t got = 0;
+#ifdef Q_OS_UNIX
+    if (m_fd >= 0) {
+        while (got < n) {
+            if (abort && abort->load(std::memory_order_relaxed)) return got;
+            pollfd p{m_fd, POLLIN, 0};
+            // A short poll keeps an owner that wants to quit from waiting on a silent writer.
+            const int r = ::poll(&p, 1, 50);
+            if (r < 0 && errno == EINTR) continue;
+            if (r < 0) {
+                m_failed = true;
+                break;
+            }
+            if (r == 0) continue;
+            const ssize_t k = ::read(m_fd, dst + got, size_t(n - got));
+            if (k < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+            if (k <= 0) break; // end of input, or an error that ends it
+            got += k;
+        }
+        if (got < n) m_atEnd = true;
+        return got;
+    }
+#endif
+    while (got < n) {
+        const qint64 k = m_file.read(reinterpret_cast<char *>(dst) + got, n - got);
+        if (k <= 0) break;
+        got += k;
+    }
+    if (got < n) m_atEnd = true;
+    return got;
+}
+
+bool FrameStream::seek(uint64_t offset)
+{
+    m_atEnd = false;
+    if (m_failed || m_fd >= 0 || offset > uint64_t(INT64_MAX)) return false;
+    return m_file.seek(qint64(offset));
+}

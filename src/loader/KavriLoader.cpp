@@ -1,0 +1,703 @@
+#include "loader/KavriLoader.h"
+
+#include "formats/FormatSource.h"
+#include "formats/FrameSize.h"
+#include "formats/RememberedFormats.h"
+#include "formats/Validation.h"
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QMetaMethod>
+#include <QThread>
+#include <QtDebug>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#ifdef Q_OS_WIN
+#include <fcntl.h>
+#include <io.h>
+#endif
+
+namespace {
+
+constexpr size_t kBufferAlignment = 64; // a cache line, and wide enough for any vector load
+
+// The pause before the next frame never exceeds this; a rate of 0 means "wait for the next command".
+constexpr double kLongestPauseMs = 24.0 * 3600.0 * 1000.0;
+
+// Whether the pause is rounded to whole milliseconds, as a millisecond-granular system sleep would force.
+// The timed wait used here is finer than that, and rounding would cost up to 3 % of the rate at 60 Hz
+// (a 16.4 ms remainder sleeps 16 ms), so the remainder is slept as computed.
+constexpr bool kWholeMillisecondPause = false;
+
+bool isStdinPath(const QString &p) { return p == QLatin1String("-"); }
+
+uint8_t *allocateFrameBuffer(uint32_t size)
+{
+    if (size == 0) return nullptr;
+    const size_t rounded = (size_t(size) + kBufferAlignment - 1) / kBufferAlignment * kBufferAlignment;
+    void *p = std::aligned_alloc(kBufferAlignment, rounded);
+    if (!p) throw std::bad_alloc();
+    // Zeroed once per init, so a short first read shows black rather than whatever the heap held.
+    std::memset(p, 0, rounded);
+    return static_cast<uint8_t *>(p);
+}
+
+// True when `obj` declares a signal or slot with this normalized signature.
+bool hasMethod(const QObject *obj, const char *signature)
+{
+    return obj && obj->metaObject()->indexOfMethod(QMetaObject::normalizedSignature(signature).constData()) >= 0;
+}
+
+} // namespace
+
+void KavriLoader::FreeAligned::operator()(uint8_t *p) const { std::free(p); }
+
+KavriLoader::KavriLoader(const QString &path, const QString &diffPath, const Options &options, QObject *parent)
+    : QObject(parent), m_options(options)
+{
+    kavri::pruneRememberedOnce();
+    m_frame.props = &m_active;
+    m_lastFrame.props = &m_active;
+
+    if (isStdinPath(path)) {
+        m_isStdin = true;
+        m_path = path;
+        m_diffPath = diffPath.isEmpty() ? QString() : QDir::toNativeSeparators(diffPath);
+#ifdef Q_OS_WIN
+        if (options.stdinDescriptor == 0 && _setmode(_fileno(stdin), _O_BINARY) == -1)
+            qDebug() << "cannot set input to inary mode!";
+#endif
+        // Elsewhere a descriptor has no text mode: the bytes arrive as they were written.
+        m_main = FrameStream::wrapDescriptor(options.stdinDescriptor);
+        m_opened = true;
+        validate();
+        return;
+    }
+
+    m_path = QDir::toNativeSeparators(path);
+    m_diffPath = diffPath.isEmpty() ? QString() : QDir::toNativeSeparators(diffPath);
+    {
+        QFile probe(m_path);
+        m_opened = probe.open(QIODevice::ReadOnly);
+    }
+    if (!m_diffPath.isEmpty()) {
+        QFile probe(m_diffPath);
+        m_opened = probe.open(QIODevice::ReadOnly) && m_opened;
+        m_hasDiff = true;
+    }
+    if (!m_opened) return;
+
+    m_main = FrameStream::openFile(m_path);
+    if (m_hasDiff) m_diffStream = FrameStream::openFile(m_diffPath);
+
+    kavri::ResolvedFormat found = kavri::resolveFormat(m_path, options.useRemembered);
+    m_pending = found.props;
+    m_formatSource = found.source;
+    validate();
+    if (m_hasDiff && !kavri::isPlayable(m_mask)) {
+        // The difference file may carry the description the main file lacks (a header or a telling name).
+        const VideoProps kept = m_pending;
+        const uint32_t keptMask = m_mask;
+        const QString keptSource = m_formatSource;
+        kavri::ResolvedFormat other = kavri::resolveFormat(m_diffPath, false);
+        m_pending = other.props;
+        m_formatSource = other.source;
+        validate();
+        if (!kavri::isPlayable(m_mask)) {
+            m_pending = kept;
+            m_mask = keptMask;
+            m_formatSource = keptSource;
+        }
+    }
+}
+
+KavriLoader::~KavriLoader() = default;
+
+KavriLoader *KavriLoader::create(const QString &path, const QString &diffPath)
+{
+    return create(path, diffPath, Options{});
+}
+
+KavriLoader *KavriLoader::create(const QString &path, const QString &diffPath, const Options &options)
+{
+    auto *thread = new QThread;
+    auto *loader = new KavriLoader(path, diffPath, options);
+    if (!loader->m_opened) {
+        delete loader;
+        delete thread;
+        return nullptr;
+    }
+    loader->moveToThread(thread);
+    connect(thread, &QThread::started, loader, &KavriLoader::run, Qt::DirectConnection);
+    connect(loader, &KavriLoader::finished, thread, &QThread::quit, Qt::DirectConnection);
+    connect(thread, &QThread::finished, thread, &QObject::deleteLater);
+    thread->start(QThread::InheritPriority);
+    return loader;
+}
+
+void KavriLoader::attach(QObject *window, QObject *panel)
+{
+    m_window = window;
+    m_panel = panel;
+    auto link = [this](QObject *sender, const char *signal, QObject *receiver, const char *method,
+                       Qt::ConnectionType type) {
+        // The SIGNAL()/SLOT() strings carry a one-character code in front of the signature.
+        if (!sender || !receiver || !hasMethod(sender, signal + 1) || !hasMethod(receiver, method + 1)) return;
+        QMetaObject::Connection c = connect(sender, signal, receiver, method, type);
+        if (c) m_connections.append(c);
+    };
+    link(this, SIGNAL(new_frame(frame_t *)), window, SLOT(oon_new_frame(frame_t *)), Qt::DirectConnection);
+    link(this, SIGNAL(get_buffer(uint8_t **, QSize, void *)), panel, SLOT(get_buffer(uint8_t **, QSize, void *)),
+         Qt::DirectConnection);
+    link(panel,
+         SIGNAL(getNativeAt(bool *, int32_t, int32_t, colorSpace_t &, int32_t &, int32_t &, int32_t &, int32_t *)),
+         this, SLOT(getNativeAt(bool *, int32_t, int32_t, colorSpace_t &, int32_t &, int32_t &, int32_t &, int32_t *)),
+         Qt::DirectConnection);
+    link(window, SIGNAL(play()), this, SLOT(play()), Qt::DirectConnection);
+    link(window, SIGNAL(pause()), this, SLOT(pause()), Qt::DirectConnection);
+    link(window, SIGNAL(stop()), this, SLOT(stop()), Qt::DirectConnection);
+    link(window, SIGNAL(reload()), this, SLOT(reload()), Qt::DirectConnection);
+    link(window, SIGNAL(seek(uint64_t, bool, bool)), this, SLOT(seek(uint64_t, bool, bool)), Qt::DirectConnection);
+    link(this, SIGNAL(initialized()), window, SLOT(oon_load_init()), Qt::QueuedConnection);
+    link(this, SIGNAL(stopped()), window, SLOT(oon_stopped()), Qt::QueuedConnection);
+    m_connections.append(connect(this, &KavriLoader::finished, this, &QObject::deleteLater));
+    postCommand(kCmdInit, kCmdAsync);
+}
+
+void KavriLoader::detach()
+{
+    QThread *worker = thread();
+    postCommand(kCmdQuit, 0);
+    {
+        QMutexLocker lock(&m_queueMutex);
+        while (m_running.load() && !m_loopDone.load()) m_queueCond.wait(&m_queueMutex);
+    }
+    // The owner's connections go first: a deferred deletion fired by finished() could otherwise race the
+    // deletion below.
+    for (const QMetaObject::Connection &c : std::as_const(m_connections)) disconnect(c);
+    m_connections.clear();
+    emit finished(); // ends the thread's event loop
+    // Once the thread is gone nothing can touch the loader any more, so it is deleted here and now rather
+    // than by an event that a finished thread would never process.
+    if (worker && worker != QThread::currentThread()) {
+        worker->wait();
+        delete this;
+    } else {
+        deleteLater();
+    }
+}
+
+// ---- command queue ----
+
+void KavriLoader::postCommand(uint32_t kind, uint32_t flags, uint32_t argument)
+{
+    // A synchronous command posted from the loader's own thread could never be taken while its poster
+    // waits; it runs asynchronously instead.
+    if (QThread::currentThread() == thread()) flags |= kCmdAsync;
+    // Only init and quit may hold their poster; the others take the queue mutex themselves while they run.
+    if (kind != kCmdInit && kind != kCmdQuit) flags |= kCmdAsync;
+    QMutexLocker lock(&m_queueMutex);
+    if (m_loopDone.load()) return;
+    if (kind == kCmdQuit) m_quitRequested.store(true);
+    // A burst of seeks or plays collapses to the newest, so a fast slider drag never builds a backlog.
+    while (!m_queue.empty() && m_queue.back().kind == kind) m_queue.pop_back();
+    m_queue.push_back({kind, flags, argument});
+    if (flags & kCmdAsync) {
+        m_queueCond.wakeAll();
+        return;
+    }
+    while (!m_queue.empty() && !m_loopDone.load()) {
+        m_queueCond.wakeAll();
+        m_queueCond.wait(&m_queueMutex);
+    }
+}
+
+void KavriLoader::play() { postCommand(kCmdPlay, kCmdAsync); }
+void KavriLoader::pause() { postCommand(kCmdPause, kCmdAsync); }
+void KavriLoader::stop() { postCommand(kCmdStop, kCmdAsync); }
+void KavriLoader::reload() { postCommand(kCmdReload, kCmdAsync); }
+
+void KavriLoader::seek(uint64_t frame, bool b_remote, bool b_dragged)
+{
+    // Only the low 32 bits travel in a command; the sign of that pattern is looked at when it runs.
+    postCommand(kCmdSeek, kCmdAsync | (b_remote ? uint32_t(kCmdRemote) : 0u) | (b_dragged ? uint32_t(kCmdDragged) : 0u),
+                uint32_t(frame & 0xffffffffu));
+}
+
+void KavriLoader::run()
+{
+    m_pauseMs = 0.0;
+    m_frame.frameIndex = 0;
+    m_queueMutex.lock();
+    m_running.store(true);
+    m_queueCond.wakeAll();
+    for (;;) {
+        while (m_queue.empty()) m_queueCond.wait(&m_queueMutex);
+        bool quit = false;
+        while (!m_queue.empty()) {
+            const Command c = m_queue.front();
+            m_queue.pop_front();
+            m_frame.flags = (c.flags & kCmdRemote) ? uint32_t(kFrameRemote) : 0u;
+            const bool async = c.flags & kCmdAsync;
+            // A synchronous command runs with the mutex held, so its poster stays blocked until it is done.
+            if (async) m_queueMutex.unlock();
+            execute(c);
+            if (async) m_queueMutex.lock();
+            if (c.kind == kCmdQuit) {
+                quit = true;
+                break;
+            }
+        }
+        m_queueCond.wakeAll();
+        if (quit) break;
+    }
+    // Whatever was posted after the quit is dropped; a synchronous poster must not wait for it forever.
+    m_queue.clear();
+    m_running.store(false);
+    m_loopDone.store(true);
+    m_main.reset();
+    m_diffStream.reset();
+    m_queueMutex.unlock();
+    releaseResources();
+    m_queueMutex.lock();
+    m_queueCond.wakeAll();
+    m_queueMutex.unlock();
+}
+
+void KavriLoader::releaseResources()
+{
+    QMutexLocker view(&m_viewMutex);
+    for (FrameBufferPtr &b : m_buffers) b.reset();
+    m_allocSize = 0;
+}
+
+void KavriLoader::execute(const Command &c)
+{
+    switch (c.kind) {
+    case kCmdInit: doInit(); break;
+    case kCmdPlay: doPlay(); break;
+    case kCmdPause: doPause(); break;
+    case kCmdSeek: doSeek(c); break;
+    case kCmdStop: doStop(); break;
+    case kCmdReload: doReload(); break;
+    default: break; // quit is handled by the loop; unknown kinds do nothing
+    }
+}
+
+// ---- validation and init ----
+
+uint32_t KavriLoader::validate()
+{
+    // The frame counts are taken from the loader's own paths, whatever the record said before.
+    m_pending.fileName = m_path;
+    m_pending.diffFileName = m_diffPath;
+    m_mask = kavri::validateProps(m_pending);
+    m_pending.fileName = m_path;
+    m_pending.diffFileName = m_diffPath;
+    m_initialized.store(false);
+    if (kavri::isPlayable(m_mask)) {
+        if (!m_isStdin && m_options.rememberFormats) {
+            VideoProps stored = m_pending; // the store rewrites separators in what it is given
+            kavri::storeRemembered(stored);
+            m_pending.timeStamp = stored.timeStamp;
+        }
+        if (m_running.load()) postCommand(kCmdInit, 0);
+    }
+    return m_mask;
+}
+
+void KavriLoader::doInit()
+{
+    const VideoProps props = m_pending;
+    {
+        QMutexLocker view(&m_viewMutex);
+        m_active = props;
+        m_active.diffFileName = props.diffFileName; // assignment keeps the target's difference name
+        m_conv.setDescription(m_active);
+        m_conv.setUnsigned(!m_active.signedValues);
+        m_conv.setChannelSelection(m_channel);
+        if (m_hasDiff) {
+            m_diffPicture.setup(m_active.format, m_active.width, m_active.height, m_active.width, m_active.bitDepth,
+                                m_active.signedValues);
+            if (m_contrast != ColorConversion::kDefaultValue) m_diffPicture.buildTable(m_contrast);
+        }
+        m_buffers[int(Buffer::DiffFile)].reset();
+        m_buffers[int(Buffer::DiffPicture)].reset();
+        m_buffers[int(Buffer::Main)].reset();
+        m_allocSize =
+            kavri::allocationSize(m_active.format, m_active.containerBits, m_active.width, m_active.height);
+        m_frameBytes = kavri::frameBytes(m_active.format, m_active.containerBits, m_active.width, m_active.height);
+        m_buffers[int(Buffer::Main)].reset(allocateFrameBuffer(m_allocSize));
+        if (m_hasDiff) {
+            m_buffers[int(Buffer::DiffFile)].reset(allocateFrameBuffer(m_allocSize));
+            m_buffers[int(Buffer::DiffPicture)].reset(allocateFrameBuffer(m_allocSize));
+        }
+    }
+    if (!m_isStdin) positionStreams(m_frame.frameIndex);
+    m_initialized.store(true);
+    m_firstBuffer = true;
+    emit initialized();
+}
+
+// ---- frame delivery ----
+
+bool KavriLoader::deliverFrame()
+{
+    uint8_t *mainBuf = m_buffers[int(Buffer::Main)].get();
+    if (!mainBuf || m_frameBytes == 0 || !m_main) return false;
+    const int64_t got = m_main->read(mainBuf, m_frameBytes, &m_quitRequested);
+    // Nothing new (a vanished or exhausted file): the last good frame stays on screen.
+    if (got <= 0 || m_quitRequested.load()) return false;
+    if (m_hasDiff) {
+        const int64_t gotDiff =
+            m_diffStream ? m_diffStream->read(m_buffers[int(Buffer::DiffFile)].get(), m_frameBytes) : 0;
+        if (gotDiff != got) return false;
+    }
+
+    uint8_t *dst = nullptr;
+    emit get_buffer(&dst, QSize(m_active.width, m_active.height), m_firstBuffer ? &m_active : nullptr);
+
+    {
+        QMutexLocker view(&m_viewMutex);
+        Buffer source = Buffer::Main;
+        if (m_hasDiff) {
+            // Both raw frames are in the file's byte order here; a big-endian 16-bit pair would be
+            // brought to native order before this compute once the kernels offer that step.
+            m_diffPicture.compute(mainBuf, m_buffers[int(Buffer::DiffFile)].get(),
+                                  m_buffers[int(Buffer::DiffPicture)].get());
+            source = m_diffView == 1 ? Buffer::Main : m_diffView == 2 ? Buffer::DiffFile : Buffer::DiffPicture;
+            // The difference picture is already centred on mid-grey, so it is never read as signed.
+            m_conv.setUnsigned(!(source != Buffer::DiffPicture && m_active.signedValues));
+        }
+        m_shownBuffer.store(int(source));
+        if (dst) {
+            m_conv.convertFrame(m_buffers[int(source)].get(), dst);
+            if (m_deinterlace.load()) deinterlaceFilter(dst, m_active.width, m_active.height);
+        }
+        if (m_hasDiff) {
+            for (int k = 0; k < 3; ++k) {
+                m_frame.psnr[k] = m_diffPicture.psnr[k];
+                m_frame.mse[k] = m_diffPicture.mse[k];
+                m_frame.firstDiff[k] = packFirstDifference(m_diffPicture.firstDiffX[k], m_diffPicture.firstDiffY[k]);
+            }
+        }
+    }
+
+    m_lastFrame = m_frame;
+    m_lastShown.store(m_frame.frameIndex);
+    m_haveShown.store(true);
+    emit new_frame(&m_frame);
+
+    const uint64_t count = m_active.frameCount;
+    if (!m_isStdin && count > 0)
+        m_frame.frameIndex = (m_frame.frameIndex + 1) % count;
+    else if (m_isStdin)
+        m_frame.frameIndex = m_frame.frameIndex + 1;
+    else
+        m_frame.frameIndex = 0;
+    m_firstBuffer = false;
+    return true;
+}
+
+// ---- playback ----
+
+void KavriLoader::computePause()
+{
+    const double elapsedMs = std::chrono::duration<double, std::milli>(Clock::now() - m_frameStart).count();
+    // Only the remainder of the period is slept, shortened by 1 % to absorb the coarseness of the sleep;
+    // a late frame is not made up for by a shorter next period.
+    double pause = (1000.0 / m_active.frameRate - elapsedMs) * 0.99;
+    if (!(pause > 0.0)) pause = 0.0; // also catches NaN
+    m_pauseMs = pause;
+}
+
+bool KavriLoader::interruptPendingLocked() const
+{
+    return !m_queue.empty() && m_queue.front().kind != kCmdPlay;
+}
+
+void KavriLoader::sleepForPause()
+{
+    // A rate of 0 gives an endless period that only a command ends.
+    const bool endless = !(m_pauseMs < kLongestPauseMs);
+    const int64_t ns = endless                  ? 0
+                       : kWholeMillisecondPause ? int64_t(m_pauseMs + 0.5) * 1000000
+                                                : int64_t(m_pauseMs * 1e6);
+    if (!endless && ns <= 0) return;
+    QDeadlineTimer deadline = endless ? QDeadlineTimer(QDeadlineTimer::Forever)
+                                      : QDeadlineTimer(std::chrono::nanoseconds(ns), Qt::PreciseTimer);
+    // A timed wait on the queue's condition rather than a plain sleep: a new command ends the pause at
+    // once instead of after up to a whole period.
+    QMutexLocker lock(&m_queueMutex);
+    while (!interruptPendingLocked() && !deadline.hasExpired()) m_queueCond.wait(&m_queueMutex, deadline);
+}
+
+void KavriLoader::doPlay()
+{
+    if (!m_initialized.load()) return;
+    m_playing.store(true);
+    for (;;) {
+        m_queueCond.wakeOne();
+        sleepForPause();
+        m_frameStart = Clock::now();
+        {
+            QMutexLocker lock(&m_queueMutex);
+            if (!m_queue.empty()) {
+                if (m_queue.front().kind != kCmdPlay) break;
+                m_queue.pop_front();
+            }
+        }
+        if (m_isStdin) {
+            if (!m_main || m_main->atEnd()) {
+                emit stopped();
+                break;
+            }
+            deliverFrame();
+            computePause();
+            continue;
+        }
+        const bool atEnd = !m_main || m_main->atEnd() || (m_hasDiff && (!m_diffStream || m_diffStream->atEnd())) ||
+                           m_frame.frameIndex + 1 >= m_active.frameCount;
+        if (!atEnd) {
+            deliverFrame();
+            computePause();
+            continue;
+        }
+        deliverFrame(); // the last frame; the index wraps to 0
+        // A record of one frame (or none) has nothing to loop over.
+        if (!m_loop.load() || m_active.frameCount <= 1) {
+            postCommand(kCmdStop, kCmdAsync);
+            break;
+        }
+        reopenStreams();
+        positionStreams(0);
+        m_frame.frameIndex = 0;
+        computePause();
+        sleepForPause();
+        // Frame 0 starts a period of its own, measured like any other.
+        m_frameStart = Clock::now();
+        if (!deliverFrame()) {
+            // The file vanished or emptied: looping would only show the same last frame forever.
+            postCommand(kCmdStop, kCmdAsync);
+            break;
+        }
+        computePause();
+    }
+    m_playing.store(false);
+}
+
+void KavriLoader::doPause()
+{
+    if (m_frame.frameIndex >= m_active.frameCount) m_frame.frameIndex = 0;
+}
+
+void KavriLoader::doSeek(const Command &c)
+{
+    if (!m_initialized.load()) return;
+    const int32_t asSigned = int32_t(c.argument);
+    uint64_t frame = asSigned < 0 ? 0 : uint64_t(asSigned);
+    if (m_main) m_main->clear();
+    if (m_diffStream) m_diffStream->clear();
+    if (m_active.frameCount > 0 && frame > m_active.frameCount - 1) frame = m_active.frameCount - 1;
+    positionStreams(frame);
+    m_frame.frameIndex = frame;
+    if (c.flags & kCmdDragged) m_frame.flags |= kFrameDragged;
+    deliverFrame();
+}
+
+void KavriLoader::doStop()
+{
+    if (m_isStdin) {
+        emit stopped();
+        return;
+    }
+    reopenStreams();
+    positionStreams(0);
+    m_frame.frameIndex = 0;
+    deliverFrame();
+    // The streams go back to frame 0 while the index stays at 1: the next delivery reads frame 0 again.
+    positionStreams(0);
+    emit stopped();
+}
+
+void KavriLoader::doReload()
+{
+    if (!m_initialized.load()) return;
+    if (!m_isStdin) reopenStreams();
+    if (m_frameBytes != 0 && !m_isStdin) {
+        uint64_t size = 0;
+        uint64_t count = kavri::frameCountOf(m_path, m_frameBytes, m_active.headerBytes, &size);
+        if (m_hasDiff) {
+            uint64_t diffSize = 0;
+            const uint64_t diffCount = kavri::frameCountOf(m_diffPath, m_frameBytes, m_active.headerBytes, &diffSize);
+            if (diffCount <= count) {
+                count = diffCount;
+                size = diffSize;
+            }
+        }
+        m_active.frameCount = count;
+        m_active.fileSize = size;
+        m_pending.frameCount = count;
+        m_pending.fileSize = size;
+    }
+    emit stopped();
+    emit initialized();
+    doSeek({kCmdSeek, 0, uint32_t((m_frame.frameIndex - 1) & 0xffffffffu)});
+}
+
+void KavriLoader::reopenStreams()
+{
+    if (m_isStdin) return;
+    m_main = FrameStream::openFile(m_path);
+    if (m_hasDiff) m_diffStream = FrameStream::openFile(m_diffPath);
+}
+
+void KavriLoader::positionStreams(uint64_t frame)
+{
+    if (m_isStdin) return;
+    const uint64_t offset = uint64_t(m_frameBytes) * frame + m_active.headerBytes;
+    if (m_main) m_main->seek(offset);
+    if (m_diffStream) m_diffStream->seek(offset);
+}
+
+// ---- view controls (GUI thread) ----
+
+bool KavriLoader::differenceShownLocked() const { return m_hasDiff && m_diffView != 1 && m_diffView != 2; }
+
+void KavriLoader::applyToneLocked() { m_conv.setToneCurve(m_brightness, m_contrast, m_gamma); }
+
+void KavriLoader::redisplay()
+{
+    // While playing the next frame shows the change anyway; standard input cannot be read again.
+    if (m_isStdin || m_playing.load() || !m_initialized.load() || !m_haveShown.load()) return;
+    postCommand(kCmdSeek, kCmdAsync, uint32_t(m_lastShown.load() & 0xffffffffu));
+}
+
+void KavriLoader::setDeinterlace(bool on)
+{
+    {
+        QMutexLocker view(&m_viewMutex);
+        m_pending.interlaced = on;
+        m_active.interlaced = on;
+        m_deinterlace.store(on);
+        // The converter must describe what the buffers hold, so it gets the active record (the pending
+        // one may already carry a new geometry that is not built yet).
+        m_conv.setDescription(m_active);
+    }
+    redisplay();
+}
+
+int32_t KavriLoader::diffView() const
+{
+    QMutexLocker view(&m_viewMutex);
+    return m_diffView;
+}
+
+void KavriLoader::setDiffView(int32_t v)
+{
+    {
+        QMutexLocker view(&m_viewMutex);
+        m_diffView = v;
+    }
+    redisplay();
+}
+
+int32_t KavriLoader::channelSelection() const
+{
+    QMutexLocker view(&m_viewMutex);
+    return m_channel;
+}
+
+void KavriLoader::oon_next_channel()
+{
+    {
+        QMutexLocker view(&m_viewMutex);
+        m_channel = (m_channel + 1) % 4;
+        m_conv.setChannelSelection(m_channel);
+    }
+    redisplay();
+}
+
+void KavriLoader::oon_prev_channel()
+{
+    {
+        QMutexLocker view(&m_viewMutex);
+        m_channel = (m_channel + 3) % 4;
+        m_conv.setChannelSelection(m_channel);
+    }
+    redisplay();
+}
+
+void KavriLoader::oon_brightness(int32_t value)
+{
+    {
+        QMutexLocker view(&m_viewMutex);
+        if (differenceShownLocked()) return; // the difference picture has no brightness
+        m_brightness = value;
+        applyToneLocked();
+    }
+    redisplay();
+}
+
+void KavriLoader::oon_contrast(int32_t value)
+{
+    {
+        QMutexLocker view(&m_viewMutex);
+        m_contrast = value;
+        if (differenceShownLocked())
+            m_diffPicture.buildTable(value);
+        else
+            applyToneLocked();
+    }
+    redisplay();
+}
+
+void KavriLoader::oon_gamma(int32_t value)
+{
+    {
+        QMutexLocker view(&m_viewMutex);
+        if (differenceShownLocked()) return;
+        m_gamma = value;
+        applyToneLocked();
+    }
+    redisplay();
+}
+
+// ---- readout (GUI thread) ----
+
+void KavriLoader::getNativeAt(bool *pb_success, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1,
+                              int32_t &c2, int32_t &c3, int32_t *alpha)
+{
+    // As unsigned numbers, negative coordinates fall outside as well.
+    if (uint32_t(x) >= uint32_t(m_pending.width) || uint32_t(y) >= uint32_t(m_pending.height)) {
+        if (pb_success) *pb_success = false;
+        return;
+    }
+    space = m_pending.format;
+    const int32_t row = m_pending.flipped ? m_pending.height - 1 - y : y;
+    QMutexLocker view(&m_viewMutex);
+    // The buffers hold the active geometry; a pending record edited since the last init may be larger.
+    const uint8_t *mainBuf = m_buffers[int(Buffer::Main)].get();
+    if (!mainBuf || uint32_t(x) >= uint32_t(m_active.width) || uint32_t(row) >= uint32_t(m_active.height)) {
+        if (pb_success) *pb_success = false;
+        return;
+    }
+    bool ok;
+    if (m_hasDiff && m_diffView == 0)
+        ok = m_diffPicture.readDifference(mainBuf, m_buffers[int(Buffer::DiffFile)].get(), x, row, c1, c2, c3, alpha);
+    else if (m_hasDiff && m_diffView == 2)
+        ok = m_conv.readNative(m_buffers[int(Buffer::DiffFile)].get(), x, row, c1, c2, c3, alpha);
+    else
+        ok = m_conv.readNative(mainBuf, x, row, c1, c2, c3, alpha);
+    if (pb_success) *pb_success = ok;
+}
+
+const uint8_t *KavriLoader::frameBuffer(Buffer which) const
+{
+    QMutexLocker view(&m_viewMutex);
+    return m_buffers[int(which)].get();
+}

@@ -1,0 +1,523 @@
+#include "LoaderTestSupport.h"
+
+#include <QPointer>
+#include <QThread>
+#include <future>
+#include <gtest/gtest.h>
+
+#ifdef Q_OS_UNIX
+#include <unistd.h>
+#endif
+
+using namespace kavri::test;
+
+namespace {
+
+// Calls `fn` on another thread and reports whether it came back within the (generous) limit, so a
+// deadlock fails the test instead of hanging the run.
+template <typename Fn>
+bool returnsWithin(Fn fn, int ms = kWaitMs)
+{
+    auto f = std::async(std::launch::async, fn);
+    return f.wait_for(std::chrono::milliseconds(ms)) == std::future_status::ready;
+}
+
+class Loader : public ::testing::Test {
+protected:
+    TempDir dir;
+    TestOwner owner;
+    KavriLoader *loader = nullptr;
+
+    void TearDown() override { close(); }
+
+    KavriLoader::Options options(int stdinFd = 0) const
+    {
+        KavriLoader::Options o;
+        o.useRemembered = false;
+        o.rememberFormats = false;
+        o.stdinDescriptor = stdinFd;
+        return o;
+    }
+
+    // Opens `path` as 16x16 luma at `rate` and attaches the test owner; waits for the first init.
+    void open(const QString &path, const QString &diff = {}, double rate = 1000.0, int stdinFd = 0)
+    {
+        loader = KavriLoader::create(path, diff, options(stdinFd));
+        ASSERT_NE(loader, nullptr);
+        VideoProps &p = loader->pendingProps();
+        p.width = kW;
+        p.height = kH;
+        p.format = BW;
+        p.bitDepth = 8;
+        p.frameRate = rate;
+        loader->validate();
+        owner.loader = loader;
+        loader->attach(&owner, &owner);
+        ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
+    }
+
+    void close()
+    {
+        if (!loader) return;
+        owner.release();
+        KavriLoader *l = loader;
+        loader = nullptr;
+        EXPECT_TRUE(returnsWithin([l] { l->detach(); })) << "detach did not return";
+    }
+
+    bool waitFrames(uint64_t n) { return owner.waitForFrames(n, kWaitMs); }
+    bool waitStopped(int n = 1)
+    {
+        return owner.waitUntil([&] { return owner.stoppedCount() >= n; }, kWaitMs);
+    }
+    // A seek to a frame nobody else asks for, and the wait for it: everything posted before has been
+    // handled once its frame is seen.
+    void settle(uint64_t sentinel)
+    {
+        const size_t before = owner.seen().size();
+        emit owner.seek(sentinel, false, false);
+        ASSERT_TRUE(owner.waitUntil(
+            [&] {
+                const auto s = owner.seen();
+                return s.size() > before && s.back().content == sentinel;
+            },
+            kWaitMs));
+    }
+};
+
+TEST_F(Loader, CreateReturnsNullForAMissingFileOrDifferenceFile)
+{
+    EXPECT_EQ(KavriLoader::create(dir.path("absent.yuv"), {}, options()), nullptr);
+    const QString f = dir.write("a.bw", markedFrames(0, 2));
+    EXPECT_EQ(KavriLoader::create(f, dir.path("absent.yuv"), options()), nullptr);
+}
+
+TEST_F(Loader, StandardInputOpensEvenWithNothingPiped)
+{
+    KavriLoader l(QStringLiteral("-"), {}, options());
+    EXPECT_TRUE(l.isOpened());
+    EXPECT_TRUE(l.isStdin());
+    EXPECT_EQ(l.pendingProps().frameCount, 0u);
+}
+
+TEST_F(Loader, TenSeeksPostedWhileBusyCollapseToTheLast)
+{
+    open(dir.write("a.bw", markedFrames(0, 100)));
+    owner.hold();
+    emit owner.seek(5, false, false);
+    ASSERT_TRUE(owner.waitUntilHeld());
+    for (uint64_t i = 10; i < 20; ++i) emit owner.seek(i, false, false);
+    owner.release();
+    ASSERT_TRUE(waitFrames(2));
+    settle(42); // posted only now, so it cannot join the burst
+    EXPECT_EQ(owner.contents(), (std::vector<uint64_t>{5, 19, 42}));
+}
+
+TEST_F(Loader, HundredsOfSeeksInABurstEndOnTheLast)
+{
+    open(dir.write("a.bw", markedFrames(0, 100)));
+    emit owner.play();
+    for (uint64_t i = 0; i < 500; ++i) emit owner.seek(i % 97, i % 2 == 0, i % 3 == 0);
+    settle(77);
+    const auto s = owner.seen();
+    EXPECT_EQ(s.back().index, 77u);
+    EXPECT_LT(s.size(), 500u); // collapsed, not replayed one by one
+}
+
+struct SeekCase {
+    const char *name;
+    uint64_t argument;
+    uint64_t shown;
+};
+
+TEST_F(Loader, SeekClampsAndTakesTheLow32BitsAsSigned)
+{
+    open(dir.write("a.bw", markedFrames(0, 100)));
+    const SeekCase cases[] = {
+        {"inside", 50, 50},
+        {"last", 99, 99},
+        {"beyond the end", 1000, 99},
+        {"-5 as a 64-bit pattern", uint64_t(int64_t(-5)), 0},
+        {"-5 in the low 32 bits only", 0xfffffffbu, 0},
+        {"high bits are dropped", (uint64_t(1) << 32) + 7, 7},
+        {"first", 0, 0},
+    };
+    uint64_t sentinel = 60;
+    for (const SeekCase &c : cases) {
+        const size_t before = owner.seen().size();
+        emit owner.seek(c.argument, false, false);
+        ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before; }, kWaitMs)) << c.name;
+        const auto s = owner.seen();
+        EXPECT_EQ(s[before].content, c.shown) << c.name;
+        EXPECT_EQ(s[before].index, c.shown) << c.name;
+        settle(sentinel++);
+    }
+}
+
+TEST_F(Loader, SeekFlagsReachTheFrameRecord)
+{
+    open(dir.write("a.bw", markedFrames(0, 10)));
+    const struct {
+        bool remote, dragged;
+        uint32_t flags;
+    } cases[] = {{false, false, 0}, {true, false, kFrameRemote}, {false, true, kFrameDragged},
+                 {true, true, kFrameRemote | kFrameDragged}};
+    uint64_t target = 1;
+    for (const auto &c : cases) {
+        const size_t before = owner.seen().size();
+        emit owner.seek(target++, c.remote, c.dragged);
+        ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before; }, kWaitMs));
+        EXPECT_EQ(owner.seen()[before].flags, c.flags) << c.remote << c.dragged;
+    }
+}
+
+TEST_F(Loader, WithoutLoopTheEndStopsAndShowsFrameZero)
+{
+    open(dir.write("a.bw", markedFrames(0, 5)));
+    emit owner.play();
+    ASSERT_TRUE(waitStopped());
+    ASSERT_TRUE(waitFrames(6));
+    EXPECT_EQ(owner.contents(), (std::vector<uint64_t>{0, 1, 2, 3, 4, 0}));
+}
+
+TEST_F(Loader, StopLeavesIndexOneWhileTheStreamsStandAtFrameZero)
+{
+    open(dir.write("a.bw", markedFrames(0, 10)));
+    emit owner.seek(6, false, false);
+    ASSERT_TRUE(waitFrames(1));
+    emit owner.stop();
+    ASSERT_TRUE(waitStopped());
+    ASSERT_TRUE(waitFrames(2));
+    EXPECT_EQ(owner.seen()[1].content, 0u);
+    EXPECT_EQ(owner.seen()[1].index, 0u);
+    // The next delivery reads frame 0 again but reports index 1.
+    owner.setFrameLimit(3);
+    emit owner.play();
+    ASSERT_TRUE(waitFrames(3));
+    EXPECT_EQ(owner.seen()[2].content, 0u);
+    EXPECT_EQ(owner.seen()[2].index, 1u);
+}
+
+TEST_F(Loader, WithLoopTheFilesWrapAround)
+{
+    open(dir.write("a.bw", markedFrames(0, 3)));
+    loader->setLoop(true);
+    owner.setFrameLimit(8);
+    emit owner.play();
+    ASSERT_TRUE(waitFrames(8));
+    const auto c = owner.contents();
+    EXPECT_EQ(std::vector<uint64_t>(c.begin(), c.begin() + 8), (std::vector<uint64_t>{0, 1, 2, 0, 1, 2, 0, 1}));
+}
+
+TEST_F(Loader, OneFrameFileStopsEvenWithLoop)
+{
+    open(dir.write("a.bw", markedFrames(0, 1)));
+    loader->setLoop(true);
+    emit owner.play();
+    ASSERT_TRUE(waitStopped());
+    ASSERT_TRUE(waitFrames(2));
+    EXPECT_EQ(owner.contents(), (std::vector<uint64_t>{0, 0}));
+}
+
+TEST_F(Loader, SynchronousInitDuringPlayEndsThePlayLoopAndReturnsAfterIt)
+{
+    open(dir.write("a.bw", markedFrames(0, 100)), {}, 200.0);
+    loader->setLoop(true);
+    emit owner.play();
+    ASSERT_TRUE(owner.waitUntil([&] { return loader->isPlaying(); }, kWaitMs));
+    ASSERT_TRUE(waitFrames(3));
+    loader->pendingProps().height = kH / 2; // a new geometry: the buffers must be rebuilt
+    const uint32_t mask = loader->validate();
+    EXPECT_EQ(mask & 23u, 23u);
+    // The poster resumed only after the loader took the init, which it does between frames.
+    EXPECT_TRUE(loader->isInitialized());
+    EXPECT_FALSE(loader->isPlaying());
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 2; }, kWaitMs));
+    const size_t before = owner.seen().size();
+    emit owner.seek(3, false, false);
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before && owner.seen().back().index == 3; },
+                                kWaitMs));
+    EXPECT_EQ(owner.bufferSize(), QSize(kW, kH / 2));
+}
+
+TEST_F(Loader, ReloadRecountsAFileThatGrew)
+{
+    const QString f = dir.write("a.bw", markedFrames(0, 5));
+    open(f);
+    emit owner.seek(3, false, false);
+    ASSERT_TRUE(waitFrames(1));
+    emit owner.seek(9, false, false); // clamped: only five frames are known
+    ASSERT_TRUE(waitFrames(2));
+    EXPECT_EQ(owner.seen()[1].content, 4u);
+    appendTo(f, markedFrames(5, 5));
+    emit owner.seek(3, false, false);
+    ASSERT_TRUE(waitFrames(3));
+    emit owner.reload();
+    ASSERT_TRUE(waitStopped());
+    ASSERT_TRUE(waitFrames(4));
+    EXPECT_EQ(owner.seen()[3].content, 3u); // the frame shown before the reload
+    EXPECT_EQ(loader->pendingProps().frameCount, 10u);
+    settle(9);
+}
+
+TEST_F(Loader, DifferenceViewChoosesTheBufferAndFillsTheMetrics)
+{
+    const QString a = dir.write("a.bw", markedFrames(0, 6));
+    const QString b = dir.write("b.bw", markedFrames(100, 4)); // shorter: four frames are compared
+    open(a, b);
+    EXPECT_TRUE(loader->hasDifference());
+    EXPECT_EQ(loader->pendingProps().frameCount, 4u);
+    const struct {
+        int32_t view;
+        KavriLoader::Buffer buffer;
+    } cases[] = {{1, KavriLoader::Buffer::Main},
+                 {2, KavriLoader::Buffer::DiffFile},
+                 {0, KavriLoader::Buffer::DiffPicture},
+                 {5, KavriLoader::Buffer::DiffPicture}};
+    for (const auto &c : cases) {
+        loader->setDiffView(c.view);
+        const size_t before = owner.seen().size();
+        emit owner.seek(2, false, false);
+        ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before; }, kWaitMs));
+        const auto s = owner.seen().back();
+        EXPECT_EQ(s.buffer, c.buffer) << c.view;
+        EXPECT_EQ(s.index, 2u);
+        if (c.buffer == KavriLoader::Buffer::DiffFile) {
+            EXPECT_EQ(s.content, 102u);
+        }
+        if (c.buffer == KavriLoader::Buffer::Main) {
+            EXPECT_EQ(s.content, 2u);
+        }
+    }
+    // The metrics in the frame record are the difference computer's, copied per frame.
+    const frame_t f = owner.lastFrame();
+    ASSERT_NE(f.props, nullptr);
+    EXPECT_EQ(f.props->width, kW);
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_TRUE(std::isfinite(f.mse[k]) && f.mse[k] >= 0) << k;
+        EXPECT_GE(f.psnr[k], 0) << k;
+    }
+    EXPECT_EQ(loader->pendingProps().frameCount, 4u);
+    const size_t before = owner.seen().size();
+    emit owner.seek(1000, false, false); // clamped to the shorter file
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before; }, kWaitMs));
+    EXPECT_EQ(owner.seen().back().index, 3u);
+}
+
+TEST_F(Loader, ADifferenceFileThatLostItsFramesDeliversNothing)
+{
+    const QString a = dir.write("a.bw", markedFrames(0, 6));
+    const QString b = dir.write("b.bw", markedFrames(100, 6));
+    open(a, b);
+    loader->setDiffView(1);
+    settle(1);
+    ASSERT_TRUE(QFile::resize(b, kFrameBytes * 3 + kFrameBytes / 2)); // frame 3 is cut in half
+    emit owner.seek(3, false, false);
+    emit owner.stop(); // queued behind the seek; it shows frame 0
+    ASSERT_TRUE(waitStopped());
+    EXPECT_EQ(owner.contents(), (std::vector<uint64_t>{1, 0}));
+}
+
+TEST_F(Loader, FirstDifferencePositionsArePackedPerComponent)
+{
+    EXPECT_EQ(packFirstDifference(-1, -1), ~uint64_t(0));
+    const uint64_t p = packFirstDifference(1919, 1079);
+    EXPECT_EQ(firstDifferenceColumn(p), 1919);
+    EXPECT_EQ(firstDifferenceRow(p), 1079);
+    EXPECT_EQ(firstDifferenceColumn(packFirstDifference(-1, 5)), -1);
+}
+
+TEST_F(Loader, AVanishedFileKeepsTheLastFrameAndStillStops)
+{
+    const QString f = dir.write("a.bw", markedFrames(0, 5));
+    open(f);
+    settle(2);
+    ASSERT_TRUE(QFile::remove(f));
+    emit owner.stop();
+    ASSERT_TRUE(waitStopped());
+    // The reopened stream has nothing to give: playing ends at once and nothing new is shown.
+    loader->setLoop(true);
+    emit owner.play();
+    ASSERT_TRUE(waitStopped(2));
+    emit owner.seek(1, false, false);
+    emit owner.stop();
+    ASSERT_TRUE(waitStopped(3));
+    EXPECT_EQ(owner.contents(), (std::vector<uint64_t>{2}));
+}
+
+TEST_F(Loader, AShrunkFileEndsPlaybackEarly)
+{
+    const QString f = dir.write("a.bw", markedFrames(0, 10));
+    open(f);
+    ASSERT_TRUE(QFile::resize(f, kFrameBytes * 4));
+    emit owner.play();
+    ASSERT_TRUE(waitStopped());
+    const auto c = owner.contents();
+    ASSERT_GE(c.size(), 2u);
+    EXPECT_EQ(std::vector<uint64_t>(c.begin(), c.begin() + 4), (std::vector<uint64_t>{0, 1, 2, 3}));
+    EXPECT_EQ(c.back(), 0u);
+}
+
+TEST_F(Loader, AZeroFrameRecordNeitherCrashesNorLoops)
+{
+    const QString f = dir.write("empty.bw", QByteArray());
+    loader = KavriLoader::create(f, {}, options());
+    ASSERT_NE(loader, nullptr);
+    VideoProps &p = loader->pendingProps();
+    p.width = kW;
+    p.height = kH;
+    p.format = BW;
+    EXPECT_NE(loader->validate() & 23u, 23u);
+    owner.loader = loader;
+    loader->setLoop(true);
+    loader->attach(&owner, &owner);
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
+    emit owner.play();
+    ASSERT_TRUE(waitStopped());
+    EXPECT_EQ(owner.framesDelivered(), 0u);
+}
+
+TEST_F(Loader, QuitWhilePlayingSlowlyReturns)
+{
+    open(dir.write("a.bw", markedFrames(0, 10)), {}, 0.01); // a period of 100 s
+    emit owner.play();
+    ASSERT_TRUE(waitFrames(1));
+    QPointer<KavriLoader> guard(loader);
+    close();
+    EXPECT_TRUE(guard.isNull());
+}
+
+TEST_F(Loader, QuitWithARateOfZeroReturns)
+{
+    open(dir.write("a.bw", markedFrames(0, 10)), {}, 0.0);
+    emit owner.play();
+    ASSERT_TRUE(waitFrames(1));
+    close();
+}
+
+TEST_F(Loader, SeeksBeyondFourGibibytes)
+{
+    // A sparse file of more than 4 GiB and far more than 65536 frames; only two frames hold data.
+    const QString f = dir.path("big.bw");
+    const uint64_t frames = (uint64_t(1) << 32) / kFrameBytes + 1000;
+    const uint64_t target = frames - 10;
+    {
+        QFile out(f);
+        ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+        if (!out.resize(qint64(frames * kFrameBytes))) GTEST_SKIP() << "no room for a sparse 4 GiB file";
+        ASSERT_TRUE(out.seek(qint64(target * kFrameBytes)));
+        out.write(markedFrame(target));
+        ASSERT_TRUE(out.seek(qint64((target - 65536) * kFrameBytes)));
+        out.write(markedFrame(target - 65536));
+    }
+    open(f);
+    EXPECT_EQ(loader->pendingProps().frameCount, frames);
+    emit owner.seek(target, false, false);
+    ASSERT_TRUE(waitFrames(1));
+    EXPECT_EQ(owner.seen()[0].content, target);
+    EXPECT_EQ(owner.seen()[0].index, target);
+    emit owner.seek(target - 65536, false, false);
+    ASSERT_TRUE(waitFrames(2));
+    EXPECT_EQ(owner.seen()[1].content, target - 65536);
+}
+
+TEST_F(Loader, ChannelSelectionCyclesBothWays)
+{
+    open(dir.write("a.bw", markedFrames(0, 3)));
+    std::vector<int32_t> forward, backward;
+    for (int i = 0; i < 5; ++i) {
+        loader->oon_next_channel();
+        forward.push_back(loader->channelSelection());
+    }
+    for (int i = 0; i < 5; ++i) {
+        loader->oon_prev_channel();
+        backward.push_back(loader->channelSelection());
+    }
+    EXPECT_EQ(forward, (std::vector<int32_t>{1, 2, 3, 0, 1}));
+    EXPECT_EQ(backward, (std::vector<int32_t>{0, 3, 2, 1, 0}));
+}
+
+TEST_F(Loader, ViewChangesShowTheCurrentFrameAgainWhenNotPlaying)
+{
+    open(dir.write("a.bw", markedFrames(0, 8)));
+    settle(5);
+    const size_t before = owner.seen().size();
+    loader->oon_next_channel();
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before; }, kWaitMs));
+    EXPECT_EQ(owner.seen().back().content, 5u);
+    loader->setDeinterlace(true);
+    EXPECT_TRUE(loader->pendingProps().interlaced);
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before + 1; }, kWaitMs));
+    EXPECT_EQ(owner.seen().back().content, 5u);
+}
+
+TEST_F(Loader, NativeReadoutRejectsCoordinatesOutsideThePicture)
+{
+    open(dir.write("a.bw", markedFrames(0, 2)));
+    settle(1);
+    const struct {
+        int32_t x, y;
+    } outside[] = {{-1, 0}, {0, -1}, {kW, 0}, {0, kH}, {INT32_MIN, INT32_MIN}};
+    for (const auto &c : outside) {
+        bool ok = true;
+        colorSpace_t space = FMT_UNKNOWN;
+        int32_t c1 = 7, c2 = 7, c3 = 7, alpha = 7;
+        emit owner.getNativeAt(&ok, c.x, c.y, space, c1, c2, c3, &alpha);
+        EXPECT_FALSE(ok) << c.x << "," << c.y;
+        EXPECT_EQ(space, FMT_UNKNOWN); // nothing else is written
+        EXPECT_EQ(c1, 7);
+    }
+    bool ok = false;
+    colorSpace_t space = FMT_UNKNOWN;
+    int32_t c1 = 0, c2 = 0, c3 = 0;
+    emit owner.getNativeAt(&ok, kW - 1, kH - 1, space, c1, c2, c3, nullptr);
+    EXPECT_EQ(space, BW);
+}
+
+#ifdef Q_OS_UNIX
+TEST_F(Loader, StandardInputThroughAPipeEndsWithStopped)
+{
+    int fds[2];
+    ASSERT_EQ(::pipe(fds), 0);
+    open(QStringLiteral("-"), {}, 1000.0, fds[0]);
+    emit owner.play();
+    // Three whole frames and half of a fourth, then the end of the input.
+    QByteArray data = markedFrames(0, 3) + markedFrame(3).left(int(kFrameBytes / 2));
+    std::thread writer([&] {
+        const char *p = data.constData();
+        qint64 left = data.size();
+        while (left > 0) {
+            const ssize_t k = ::write(fds[1], p, size_t(std::min<qint64>(left, 100)));
+            if (k <= 0) break;
+            p += k;
+            left -= k;
+        }
+        ::close(fds[1]);
+    });
+    writer.join();
+    ASSERT_TRUE(waitStopped());
+    const auto s = owner.seen();
+    ASSERT_EQ(s.size(), 4u);
+    for (uint64_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(s[i].index, i);
+        EXPECT_EQ(s[i].content, i); // the partial frame is shown with the bytes it has
+    }
+    close();
+    ::close(fds[0]);
+}
+
+TEST_F(Loader, QuitWhileStandardInputStallsMidFrame)
+{
+    int fds[2];
+    ASSERT_EQ(::pipe(fds), 0);
+    open(QStringLiteral("-"), {}, 1000.0, fds[0]);
+    const QByteArray half = markedFrame(0).left(int(kFrameBytes / 2));
+    ASSERT_EQ(::write(fds[1], half.constData(), size_t(half.size())), half.size());
+    emit owner.play();
+    close(); // the writer never finishes the frame
+    ::close(fds[1]);
+    ::close(fds[0]);
+}
+#endif
+
+} // namespace
