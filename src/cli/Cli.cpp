@@ -17,6 +17,10 @@ const std::vector<Command> &commands()
 {
     static const std::vector<Command> table = {
         infoCommand(),
+        synthCommand(),
+        renderCommand(),
+        pixelCommand(),
+        diffCommand(),
     };
     return table;
 }

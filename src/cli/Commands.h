@@ -6,5 +6,9 @@
 namespace kavri::cli {
 
 Command infoCommand();
+Command synthCommand();
+Command renderCommand();
+Command pixelCommand();
+Command diffCommand();
 
 } // namespace kavri::cli
