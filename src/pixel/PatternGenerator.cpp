@@ -213,14 +213,15 @@ void writePlanarYuv(const Scene &sc, const PatternSpec &s, const LayoutInfo &inf
     const int64_t ch = (h + (1 << info.chromaShiftY) - 1) >> info.chromaShiftY;
     const int64_t uStart = w * h;
     const int64_t vStart = uStart + ch * cw - ((info.chromaShiftY && (h & 1)) ? cw / 2 : 0);
-    for (int32_t cy = 0; cy < ch; ++cy) {
-        const int32_t py = sc.chromaRowPixel(cy);
-        for (int32_t cx = 0; cx < cw; ++cx) {
-            const PatternPixel p = sc.at(cx << info.chromaShiftX, py);
-            out.put(uStart + cy * cw + cx, p.c2);
-            out.put(vStart + cy * cw + cx, p.c3);
+    // U first, then V: where the two overlap, the bytes belong to V.
+    for (int plane = 0; plane < 2; ++plane)
+        for (int32_t cy = 0; cy < ch; ++cy) {
+            const int32_t py = sc.chromaRowPixel(cy);
+            for (int32_t cx = 0; cx < cw; ++cx) {
+                const PatternPixel p = sc.at(cx << info.chromaShiftX, py);
+                out.put((plane ? vStart : uStart) + cy * cw + cx, plane ? p.c3 : p.c2);
+            }
         }
-    }
 }
 
 void writePacked422(const Scene &sc, const PatternSpec &s, const SampleWriter &out)
