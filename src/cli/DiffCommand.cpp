@@ -2,6 +2,7 @@
 #include "cli/Commands.h"
 #include "cli/FrameSource.h"
 #include "cli/Json.h"
+#include "formats/FormatNames.h"
 
 #include <cmath>
 #include <limits>
@@ -32,9 +33,18 @@ int runDiff(Context &ctx)
     const uint64_t count = limit < 0 ? src.seq.props.frameCount : std::min<uint64_t>(uint64_t(limit), src.seq.props.frameCount);
 
     double sum[3] = {0, 0, 0};
+    bool unsupported = false;
     for (uint64_t i = 0; i < count; ++i) {
         if (!readFrame(src, i, error)) return ctx.fail(error);
         const DifferencePicture &d = src.pipeline.compare();
+        // A computed comparison never leaves PSNR 0 with MSE 0 (that is "inf"); this pair means the
+        // layout and depth have no difference kernel and the metrics were left zeroed.
+        if (d.psnr[0] == 0.0 && d.mse[0] == 0.0 && !unsupported) {
+            unsupported = true;
+            ctx.warn(QStringLiteral("differences of %1 at %2 bits are not computed; the metrics are 0")
+                         .arg(shortName(src.seq.props.format))
+                         .arg(src.seq.props.bitDepth));
+        }
         QList<JsonValue> first;
         for (int k = 0; k < 3; ++k) {
             sum[k] += d.mse[k];
@@ -47,7 +57,7 @@ int runDiff(Context &ctx)
     double mean[3] = {0, 0, 0}, psnr[3] = {0, 0, 0};
     for (int k = 0; k < 3; ++k) {
         mean[k] = count ? sum[k] / double(count) : 0.0;
-        psnr[k] = psnrOf(mean[k], src.seq.props.bitDepth);
+        psnr[k] = unsupported ? 0.0 : psnrOf(mean[k], src.seq.props.bitDepth);
     }
     JsonObject o;
     o.add("frames", count).add("mse", triple(mean)).add("psnr", triple(psnr));

@@ -30,6 +30,8 @@ struct PixelCase {
     bool isSigned, bigEndian, flip;
 };
 
+void PrintTo(const PixelCase &c, std::ostream *os) { *os << c.name; }
+
 QString synth(const test::TempDir &dir, const PixelCase &c)
 {
     const QString f = dir.path(QString::fromLatin1(c.name) + ".raw");

@@ -240,6 +240,18 @@ TEST(CliDiff, IdenticalFilesGiveInfinitePsnrAndNoFirstDifference)
     EXPECT_EQ(jsonLine(two.out.trimmed().split('\n').last())["frames"].toInt(), 2);
 }
 
+TEST(CliDiff, LayoutWithoutADifferenceKernelIsSaidSo)
+{
+    // Packed 4:2:2 is compared only at 8 bits; at 10 the metrics stay zero and the summary must not claim "inf".
+    test::TempDir dir;
+    const QString a = dir.path("a.uyvy");
+    ASSERT_EQ(runCli({"synth", "-f", "uyvy", "--size", "16x8", "--bits", "10", "--frames", "1", "-o", a}).rc, 0);
+    const auto r = runCli({"diff", "-w", "16", "-h", "8", "-f", "uyvy", "--bits", "10", a, a});
+    ASSERT_EQ(r.rc, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.err.contains("not computed")) << r.err.toStdString();
+    EXPECT_EQ(jsonLine(r.out.trimmed().split('\n').last())["psnr"].toArray(), (QJsonArray{0.0, 0.0, 0.0}));
+}
+
 TEST(CliDiff, Failures)
 {
     test::TempDir dir;
