@@ -21,6 +21,10 @@ const std::vector<Command> &commands()
         forgetCommand(),
         benchCommand(),
         playCommand(),
+        synthCommand(),
+        renderCommand(),
+        pixelCommand(),
+        diffCommand(),
     };
     return table;
 }

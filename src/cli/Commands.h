@@ -10,5 +10,9 @@ Command rememberCommand();
 Command forgetCommand();
 Command benchCommand();
 Command playCommand();
+Command synthCommand();
+Command renderCommand();
+Command pixelCommand();
+Command diffCommand();
 
 } // namespace kavri::cli

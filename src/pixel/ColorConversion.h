@@ -7,6 +7,11 @@
 
 #include <array>
 #include <cstdint>
+#include <vector>
+
+namespace kavri::pixel {
+struct KernelSet;
+}
 
 namespace ColorConversion {
 
@@ -28,9 +33,27 @@ public:
     // Takes "the samples are unsigned" and stores its negation as the signed flag.
     void setUnsigned(bool isUnsigned);
 
-    // Converts `src` (frameBytes of the description; writable: a big-endian 16-bit frame is byte-swapped
-    // in place to native order first) into `dst` (width x height x 4 bytes; the fourth byte is not written).
+    // Converts `src` (a buffer of allocationSize bytes holding one frame; writable: a big-endian 16-bit
+    // frame is byte-swapped in place to native order first, so converting the same buffer twice swaps
+    // it back) into `dst` (width x height x 4 bytes; the fourth byte of a pixel is kept, except by the
+    // BGRA block copy and the odd-height zeroing of 4:2:0 and 4:1:0, which write whole pixels).
+    // Equivalent to swapToNative(src) followed by convertNativeFrame(src, dst).
     void convertFrame(uint8_t *src, uint8_t *dst);
+
+    // Byte-swaps a big-endian 16-bit frame in place to native order (nothing for little-endian or 8-bit
+    // containers). For callers that need native samples before converting, e.g. the difference of two
+    // big-endian files: swap both, compute, then convert with convertNativeFrame.
+    void swapToNative(uint8_t *frame) const;
+    // Converts a frame that is already in native byte order; never swaps.
+    void convertNativeFrame(const uint8_t *src, uint8_t *dst);
+
+    // Threads used for large frames: 0 (default) the shared worker pool and the caller, 1 the caller
+    // only, n at most n threads in all. The result never depends on it.
+    void setThreadCount(int32_t threads) { m_threads = threads < 0 ? 0 : threads; }
+    // Chooses the kernel set by name ("portable", "avx2", "avx512"); false (and no change) when the
+    // build or the CPU lacks it. The default is the fastest the CPU supports; results are identical.
+    bool setKernelVariant(const char *name);
+    const char *kernelVariant() const;
 
     // Stored sample values at column x of stored row `row` (the caller mirrors flipped pictures).
     // Expects a buffer in native byte order (after convertFrame). False where the layout gives no value.
@@ -46,14 +69,21 @@ public:
     const std::array<int32_t, 256> &toneTable() const { return m_toneTable; }
 
 private:
+    struct Prepared;
+    void convertRows(const Prepared &job, const uint8_t *src, uint8_t *dst, int32_t r0, int32_t r1) const;
+
     VideoProps m_props;
     bool m_signed = false;
     int32_t m_channelSelection = 0;
     int32_t m_brightness = 0, m_contrast = 0, m_gamma = 256;
     std::array<int32_t, 256> m_toneTable{};
+    bool m_toneIdentity = true;
+    int32_t m_threads = 0;
+    const kavri::pixel::KernelSet *m_kernels = nullptr;
 };
 
 } // namespace ColorConversion
 
-// In-place filter over a converted 32-bit RGB image (4 bytes a pixel, rows of exactly `width` pixels).
+// In-place filter over a converted 32-bit RGB image (4 bytes a pixel, rows of exactly `width` pixels):
+// rewrites the odd rows from their five-row neighbourhood; the fourth byte is kept.
 void deinterlaceFilter(uint8_t *rgb, int32_t width, int32_t height);

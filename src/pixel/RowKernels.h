@@ -1,0 +1,67 @@
+// Row functions of the conversion: what one kernel set (portable, AVX2, AVX-512) provides, and the
+// per-frame constants every row function shares. Internal to src/pixel and its tests.
+//
+// Every row function computes, per pixel and per output channel i (0 blue... see below) from the
+// samples s0, s1, s2 in *storage* order:
+//     sum_i = m[i][0]*s0 + m[i][1]*s1 + m[i][2]*s2 + add[i]          (mod 2^32)
+//     v_i   = clamp(int32(sum_i << up) >> shift, 0, 255), then tone[v_i] & 0xff if a tone table is used
+// The frame driver folds everything layout specific into these constants: the choice of matrix, the
+// plane/sample order of RGB layouts and the chroma swap become a permutation of the matrix columns;
+// the signed half-range offset, the depth-scaled matrix offsets and the rounding term become add[].
+// Working modulo 2^32 is what 32-bit integer hardware does; it only matters for stray high bits in
+// 16-bit containers with depths below 8, and keeps every variant bit-identical there too.
+// Output pixels are 32-bit words 0x??RRGGBB; the top byte keeps the destination's value.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kavri::pixel {
+
+struct RowParams {
+    uint32_t m[3][3]; // [output channel: red, green, blue][storage component]
+    uint32_t add[3];  // per output channel
+    int32_t up;       // left shift before the arithmetic right shift
+    int32_t shift;    // arithmetic right shift
+    const int32_t *tone; // 256 entries (used by the Tone variants only)
+};
+
+// Sample types of the kernels: unsigned/signed 8-bit and 16-bit containers.
+enum SampleKind : int { kU8 = 0, kS8 = 1, kU16 = 2, kS16 = 3 };
+
+// Planar: component planes c0, c1, c2 (storage order); chroma planes c1, c2 hold one sample per
+// 2^sx pixels. n counts chroma samples, so 2^sx * n pixels are written.
+using PlanarRowFn = void (*)(const RowParams &, const void *c0, const void *c1, const void *c2, void *dst,
+                             int32_t n);
+// Packed/interleaved rows: n = pixel pairs (4:2:2 packed) or pixels (RGB, luma).
+using RowFn = void (*)(const RowParams &, const void *row, void *dst, int32_t n);
+// nv12: luma row and interleaved U V row; n = pixel pairs.
+using SemiRowFn = void (*)(const RowParams &, const void *y, const void *uv, void *dst, int32_t n);
+// v210: n whole groups (4 words, 6 pixels) into three 16-bit planes (4:2:2).
+using V210UnpackFn = void (*)(const uint32_t *words, uint16_t *y, uint16_t *u, uint16_t *v, int32_t n);
+using Swap16Fn = void (*)(uint16_t *words, size_t n);
+
+struct KernelSet {
+    const char *name;
+    PlanarRowFn planar[4][3][2];  // [SampleKind][sx 0..2][tone]
+    RowFn packedUFirst[4][2];     // U Y V Y
+    RowFn packedYFirst[4][2];     // Y U Y V
+    SemiRowFn nv12[2][2];         // [unsigned/signed 8-bit][tone]
+    RowFn rgb3[4][2];             // three samples a pixel
+    RowFn rgb4[2][2];             // four bytes a pixel (8-bit only)
+    RowFn luma[4][2];             // luma only: ((s + add[0]) << up) >> shift, low byte
+    V210UnpackFn v210Unpack;
+    Swap16Fn swap16;
+};
+
+// The portable set (the reference every other set is tested against) and, on x86-64 builds, the
+// sets compiled for AVX2 and AVX-512; null where the build does not have them.
+const KernelSet &portableKernels();
+const KernelSet *avx2Kernels();
+const KernelSet *avx512Kernels();
+// The fastest set the running CPU supports.
+const KernelSet &bestKernels();
+// Looks a set up by name ("portable", "avx2", "avx512"); null when it is absent or the CPU lacks it.
+const KernelSet *kernelsByName(const char *name);
+
+} // namespace kavri::pixel
