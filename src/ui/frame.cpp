@@ -2,7 +2,11 @@
 
 #include "formats/Settings.h"
 #include "kavri_config.h"
+#include "loader/KavriLoader.h"
+#include "formats/Validation.h"
 #include "ui/ActionTable.h"
+#include "ui/BrightnessPanel.h"
+#include "ui/KavriGotoDlg.h"
 #include "ui/KavriSlider.h"
 #include "ui/SaveFrame.h"
 #include "ui/StatusText.h"
@@ -28,7 +32,9 @@
 #include <QSettings>
 #include <QStatusBar>
 #include <QUrl>
+#include <QSlider>
 #include <QVBoxLayout>
+#include <climits>
 
 using namespace kavri;
 
@@ -109,10 +115,15 @@ frame::frame(const KavriStartupConfig *config, QWidget *parent) : QMainWindow(pa
     createMenus();
 
     connect(m_panel, &KavriDrawPanel::notify_size_changed, this, &frame::oon_movie_size_changed);
+    // A new frame size: fit the window around the picture at 1:1 (the window system keeps it on screen).
+    connect(m_panel, &KavriDrawPanel::size_changed, this, &frame::oon_movie_size_changed, Qt::QueuedConnection);
     connect(this, &frame::draw_panel_force_size, m_panel, &KavriDrawPanel::on_force_size);
     connect(m_panel, &KavriDrawPanel::magnifier_on, this, &frame::oon_magnifier_on);
     connect(m_panel, &KavriDrawPanel::magnifier_off, this, &frame::oon_magnifier_off);
-    connect(this, &frame::update_slider, m_slider, &QSlider::setValue);
+    connect(this, &frame::update_slider, m_slider, &QSlider::setValue, Qt::QueuedConnection);
+    connect(m_playPause, &QPushButton::clicked, this, &frame::oon_play_pause);
+    connect(m_stop, &QPushButton::clicked, this, &frame::oon_stop);
+    connect(m_slider, &QSlider::sliderMoved, this, &frame::oon_slider_dragged);
     connect(this, &frame::do_load_on_startup, this, &frame::oon_load_on_startup, Qt::QueuedConnection);
     connect(this, &frame::do_load_later, this, &frame::oon_load_later, Qt::QueuedConnection);
     m_cursorHideTimer.setSingleShot(true);
@@ -130,7 +141,7 @@ frame::frame(const KavriStartupConfig *config, QWidget *parent) : QMainWindow(pa
     if (!m_config.file.isEmpty()) emit do_load_on_startup(m_config.file, m_config.diff, &m_config);
 }
 
-frame::~frame() = default;
+frame::~frame() { closeLoader(); }
 
 QString frame::emptyTitle() { return QStringLiteral("kavri ") + QLatin1String(kVersionText); }
 
@@ -168,6 +179,22 @@ void frame::createActions()
     on("actionOnline_Help", &frame::oon_online_help);
     on("actionSave_Frame", &frame::oon_save_frame);
     on("actionCopy_Frame", &frame::oon_copy);
+    on("actionPlay", &frame::oon_play_pause);
+    on("actionStop", &frame::oon_stop);
+    on("actionPrev", &frame::oon_prev);
+    on("actionNext", &frame::oon_next);
+    on("actionFirst_Frame", &frame::oon_first_frame);
+    on("actionLast_Frame", &frame::oon_last_frame);
+    on("actionFast_Forward", &frame::oon_ffw);
+    on("actionFast_Backward", &frame::oon_fbw);
+    on("actionGo_to_frame", &frame::oon_goto);
+    on("actionReload", &frame::oon_reload);
+    on("actionNext_Channel", &frame::oon_next_channel);
+    on("actionDifference_against", &frame::oon_diff);
+    on("actionNext_Diff_Component", &frame::oon_next_diff_component);
+    on("actionPrevious_Diff_Component", &frame::oon_prev_diff_component);
+    on("actionBrightness_Contrast_etc", &frame::oon_brightcon);
+    connect(action("actionDeinterlace"), &QAction::toggled, this, &frame::oon_deinterlace);
     connect(action("actionFullscreen"), &QAction::triggered, this, &frame::oon_fullscreen);
     connect(action("actionTimecode"), &QAction::toggled, this, &frame::oon_timecode);
     connect(action("actionLoop"), &QAction::toggled, this, &frame::oon_loop);
@@ -222,10 +249,14 @@ void frame::showEmptyState()
     m_stop->setIcon(QIcon(QStringLiteral(":/frame/stop.png")));
 }
 
-void frame::oon_load_on_startup(QString file, QString diff, KavriStartupConfig *)
+void frame::oon_load_on_startup(QString file, QString diff, KavriStartupConfig *config)
 {
-    Q_UNUSED(diff);
-    loadFiles({file});
+    if (file.isEmpty()) {
+        warn(this, QStringLiteral("Kavri"), QStringLiteral("empty filename given!"));
+        return;
+    }
+    if (!openSequence(file, diff, config))
+        warn(this, QStringLiteral("Kavri"), QStringLiteral("The file(s) could not be opened: ") + file);
 }
 
 void frame::oon_load_later(QString file, QString diff, KavriStartupConfig *config)
@@ -235,22 +266,262 @@ void frame::oon_load_later(QString file, QString diff, KavriStartupConfig *confi
 
 void frame::loadFiles(const QStringList &files)
 {
+    // The first file opens here; every further one in a player of its own.
     QStringList failed;
+    bool openedHere = false;
     for (const QString &f : files) {
         if (f.isEmpty()) {
             warn(this, QStringLiteral("Kavri"), QStringLiteral("empty filename given!"));
             continue;
         }
-        if (f != QLatin1String("-") && !QFileInfo(f).isReadable()) {
-            failed << f;
+        if (openedHere) {
+            emit notify_load(f, QString(), QStringList());
             continue;
         }
-        m_openFile = f;
-        setWindowTitle(ui::windowTitle(f, QString()));
-        m_recent->add(f);
+        if (openSequence(f, QString(), nullptr))
+            openedHere = true;
+        else
+            failed << f;
     }
     if (!failed.isEmpty())
         warn(this, QStringLiteral("Kavri"), QStringLiteral("The file(s) could not be opened: ") + failed.join(", "));
+}
+
+bool frame::openSequence(const QString &file, const QString &diff, const KavriStartupConfig *config)
+{
+    KavriLoader *l = KavriLoader::create(file, diff);
+    if (!l) return false;
+    closeLoader();
+    m_loader = l;
+    m_openFile = file;
+    m_diffFile = diff;
+    VideoProps &p = l->pendingProps();
+    bool changed = false;
+    if (config) {
+        if (config->width > 0 && config->height > 0) {
+            p.width = config->width;
+            p.height = config->height;
+            changed = true;
+        }
+        if (config->rate > 0) {
+            p.frameRate = config->rate;
+            changed = true;
+        }
+        if (config->format != FMT_UNKNOWN) {
+            p.format = config->format;
+            changed = true;
+        }
+    }
+    if (changed) l->validate();
+    if (!isPlayable(l->validityMask())) {
+        QMessageBox box(QMessageBox::Warning, QStringLiteral("Kavri"),
+                        QStringLiteral("The format of this file is not known."), QMessageBox::Ok, this);
+        box.setInformativeText(QStringLiteral("Give its size and layout on the command line (-w, -h, -f) or in its "
+                                              "name, e.g. clip_1920x1080_50Hz_8bit_P420.yuv."));
+        box.exec();
+    }
+    l->setLoop(action("actionLoop")->isChecked());
+    l->setDeinterlace(action("actionDeinterlace")->isChecked());
+    m_currentFrame = 0;
+    m_playing = false;
+    l->attach(this, m_panel);
+    setWindowTitle(ui::windowTitle(file, diff));
+    if (file != QLatin1String("-")) setWindowFilePath(QFileInfo(file).canonicalFilePath());
+    m_recent->add(file);
+    if (config && config->play) {
+        m_playing = true;
+        emit play();
+    } else {
+        emit seek(0, false, false);
+    }
+    updatePlayIcon();
+    updateStatus();
+    return true;
+}
+
+void frame::closeLoader()
+{
+    if (!m_loader) return;
+    KavriLoader *l = m_loader;
+    m_loader = nullptr;
+    l->detach();
+    m_playing = false;
+}
+
+uint64_t frame::frameCount() { return m_loader ? m_loader->pendingProps().frameCount : 0; }
+
+void frame::updateStatus()
+{
+    if (!m_loader) return;
+    m_statusLabel->setText(ui::statusLine(m_loader->pendingProps()));
+    const uint64_t n = frameCount();
+    m_slider->setRange(0, n > 0 ? int(std::min<uint64_t>(n - 1, uint64_t(INT_MAX))) : 0);
+}
+
+void frame::updatePlayIcon()
+{
+    m_playPause->setIcon(QIcon(m_playing ? QStringLiteral(":/frame/pause.png") : QStringLiteral(":/frame/play.png")));
+}
+
+void frame::oon_new_frame(frame_t *f)
+{
+    // Runs on the loader thread: only atomics, the panel's locked swap and queued signals.
+    m_currentFrame = f->frameIndex;
+    m_panel->presentFrame();
+    if (!(f->flags & kFrameDragged)) emit update_slider(int(std::min<uint64_t>(f->frameIndex, uint64_t(INT_MAX))));
+}
+
+void frame::oon_load_init() { updateStatus(); }
+
+void frame::oon_stopped()
+{
+    m_playing = false;
+    updatePlayIcon();
+}
+
+void frame::oon_play_pause()
+{
+    if (!m_loader) return;
+    m_playing = !m_playing;
+    if (m_playing)
+        emit play();
+    else
+        emit pause();
+    updatePlayIcon();
+}
+
+void frame::oon_stop()
+{
+    if (!m_loader) return;
+    m_playing = false;
+    emit stop();
+    updatePlayIcon();
+}
+
+void frame::seekTo(int64_t f)
+{
+    if (!m_loader) return;
+    const uint64_t n = frameCount();
+    if (f < 0) f = 0;
+    if (n > 0 && uint64_t(f) >= n) f = int64_t(n - 1);
+    if (m_playing) {
+        m_playing = false;
+        updatePlayIcon();
+    }
+    emit seek(uint64_t(f), false, false);
+}
+
+void frame::oon_prev() { seekTo(int64_t(m_currentFrame.load()) - 1); }
+void frame::oon_next() { seekTo(int64_t(m_currentFrame.load()) + 1); }
+void frame::oon_first_frame() { seekTo(0); }
+void frame::oon_last_frame() { seekTo(int64_t(frameCount()) - 1); }
+
+namespace {
+// Fast forward and backward jump by one second of video (at least one frame).
+int64_t fastStep(KavriLoader *l) { return std::max<int64_t>(1, int64_t(l->pendingProps().frameRate + 0.5)); }
+} // namespace
+
+void frame::oon_ffw()
+{
+    if (m_loader) seekTo(int64_t(m_currentFrame.load()) + fastStep(m_loader));
+}
+
+void frame::oon_fbw()
+{
+    if (m_loader) seekTo(int64_t(m_currentFrame.load()) - fastStep(m_loader));
+}
+
+void frame::oon_slider_dragged(int value)
+{
+    if (!m_loader) return;
+    m_playing = false;
+    updatePlayIcon();
+    emit seek(uint64_t(value), false, true);
+}
+
+void frame::oon_goto()
+{
+    if (!m_loader) return;
+    KavriGotoDlg dlg(m_currentFrame.load(), this);
+    if (dlg.exec() == QDialog::Accepted) emit seek(uint64_t(dlg.value()), false, false);
+}
+
+void frame::oon_reload()
+{
+    if (m_loader) emit reload();
+}
+
+void frame::oon_next_channel()
+{
+    if (m_loader) m_loader->oon_next_channel();
+}
+
+void frame::oon_deinterlace(bool on)
+{
+    if (m_loader) m_loader->setDeinterlace(on);
+}
+
+void frame::oon_next_diff_component()
+{
+    if (m_loader && m_loader->hasDifference()) m_loader->setDiffView((m_loader->diffView() + 1) % 3);
+}
+
+void frame::oon_prev_diff_component()
+{
+    if (m_loader && m_loader->hasDifference()) m_loader->setDiffView((m_loader->diffView() + 2) % 3);
+}
+
+void frame::oon_diff()
+{
+    if (!m_loader || m_loader->isStdin()) return;
+    QSettings s;
+    QString dir = settings::LastUsedDiffDir.read(s);
+    if (dir.isEmpty()) dir = QFileInfo(m_openFile).absolutePath();
+    const QString suffix = QFileInfo(m_openFile).suffix();
+    const QString filter = QStringLiteral("Same Type (*%1%2").arg(suffix.isEmpty() ? QString() : QStringLiteral("."),
+                                                                  suffix == QLatin1String("vix") ? QString() : suffix) +
+                           QStringLiteral(");;") + QString::fromLatin1(kOpenFilter);
+    const QString other = QFileDialog::getOpenFileName(this, QStringLiteral("Difference against ..."), dir, filter);
+    if (other.isEmpty()) return;
+    settings::LastUsedDiffDir.write(s, QFileInfo(other).absolutePath());
+    if (settings::DiffInNewWindow.read(s)) {
+        emit notify_load(m_openFile, other, QStringList());
+        return;
+    }
+    KavriStartupConfig keep;
+    const VideoProps &p = m_loader->pendingProps();
+    keep.width = p.width;
+    keep.height = p.height;
+    keep.rate = p.frameRate;
+    keep.format = p.format;
+    if (!openSequence(m_openFile, other, &keep))
+        warn(this, QStringLiteral("Kavri"), QStringLiteral("The file(s) could not be opened: ") + other);
+}
+
+void frame::oon_brightcon()
+{
+    if (!m_bcg) {
+        m_bcg = new BrightnessPanel(m_panel);
+        connect(m_bcg->brightnessSlider(), &QSlider::valueChanged, this, [this](int v) {
+            if (m_loader) m_loader->oon_brightness(v);
+        });
+        connect(m_bcg->contrastSlider(), &QSlider::valueChanged, this, [this](int v) {
+            if (m_loader) m_loader->oon_contrast(v);
+        });
+        connect(m_bcg->gammaSlider(), &QSlider::valueChanged, this, [this](int v) {
+            if (m_loader) m_loader->oon_gamma(v);
+        });
+        connect(m_bcg, &BrightnessPanel::resetPressed, this, &frame::oon_bcg_reset);
+        m_bcg->move(0, 0);
+    }
+    const bool show = action("actionBrightness_Contrast_etc")->isChecked();
+    m_bcg->setVisible(show);
+    if (show) m_bcg->raise();
+}
+
+void frame::oon_bcg_reset()
+{
+    if (m_bcg) m_bcg->resetAll();
 }
 
 void frame::oon_mrufile(QString path) { loadFiles({path}); }
@@ -270,6 +541,9 @@ void frame::oon_close() { close(); }
 
 void frame::oon_close_file()
 {
+    closeLoader();
+    m_openFile.clear();
+    m_diffFile.clear();
     m_panel->resetToStartup();
     showEmptyState();
 }
@@ -381,8 +655,10 @@ void frame::oon_menu_size()
 
 void frame::oon_movie_size_changed()
 {
-    // Fit the window around a panel whose size was forced by the zoom menu.
-    if (!m_fullscreen && !isMaximized()) adjustSize();
+    // Fit the window around the panel's wanted (or forced) size.
+    if (m_fullscreen || isMaximized()) return;
+    m_panel->updateGeometry();
+    adjustSize();
 }
 
 void frame::oon_magnify() { m_panel->setMagnifier(action("actionMagnifier")->isChecked(), true); }
@@ -445,6 +721,7 @@ void frame::oon_timecode(bool on)
 
 void frame::oon_loop(bool on)
 {
+    if (m_loader) m_loader->setLoop(on);
     QSettings s;
     settings::Loop.write(s, on);
 }
@@ -484,6 +761,7 @@ void frame::dropEvent(QDropEvent *e)
 void frame::closeEvent(QCloseEvent *e)
 {
     if (m_fullscreen) oon_fullscreen(false);
+    closeLoader();
     QSettings s;
     settings::WindowPosition.write(s, saveGeometry());
     e->accept();

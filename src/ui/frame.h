@@ -9,6 +9,7 @@
 
 #include <QMainWindow>
 #include <QTimer>
+#include <atomic>
 #include <map>
 
 class QAction;
@@ -19,6 +20,9 @@ class QPushButton;
 class QVBoxLayout;
 class QHBoxLayout;
 class KavriSlider;
+class KavriLoader;
+class BrightnessPanel;
+struct frame_t;
 
 class frame : public QMainWindow,
               public MRUFList::IMRUFListParent,
@@ -43,7 +47,18 @@ public:
     void linkDragSucceeded() override {}
     void linkDragFailed() override {}
 
+    KavriLoader *loader() const { return m_loader; }
+    uint64_t currentFrame() const { return m_currentFrame.load(); }
+    bool isPlaying() const { return m_playing; }
+
 signals:
+    // Requests to the loader (direct connections: they only post commands).
+    void play();
+    void pause();
+    void stop();
+    void reload();
+    void seek(uint64_t frame, bool b_remote, bool b_dragged);
+
     void notify_load(QString file, QString diff, QStringList extra);
     void do_load_on_startup(QString file, QString diff, KavriStartupConfig *config);
     void do_load_later(QString file, QString diff, KavriStartupConfig *config);
@@ -54,6 +69,30 @@ signals:
 public slots:
     void oon_load_on_startup(QString file, QString diff, KavriStartupConfig *config);
     void oon_load_later(QString file, QString diff, KavriStartupConfig *config);
+
+    // Called by the loader: oon_new_frame on its thread for every delivered frame, the other two queued.
+    void oon_new_frame(frame_t *frame);
+    void oon_load_init();
+    void oon_stopped();
+
+    void oon_play_pause();
+    void oon_stop();
+    void oon_prev();
+    void oon_next();
+    void oon_first_frame();
+    void oon_last_frame();
+    void oon_ffw();
+    void oon_fbw();
+    void oon_slider_dragged(int value);
+    void oon_goto();
+    void oon_reload();
+    void oon_next_channel();
+    void oon_deinterlace(bool on);
+    void oon_diff();
+    void oon_next_diff_component();
+    void oon_prev_diff_component();
+    void oon_brightcon();
+    void oon_bcg_reset();
 
     void oon_open();
     void oon_close();
@@ -87,6 +126,13 @@ private:
     void createMenus();
     void showEmptyState();
     void loadFiles(const QStringList &files);
+    // Opens `file` (with `diff` for a difference view) in this window; false when it cannot be read.
+    bool openSequence(const QString &file, const QString &diff, const KavriStartupConfig *config);
+    void closeLoader();
+    void updatePlayIcon();
+    void updateStatus();
+    uint64_t frameCount();
+    void seekTo(int64_t frame);
     void applyEscapeShortcut();
     bool isFullScreenMode() const { return m_fullscreen; }
 
@@ -109,4 +155,9 @@ private:
     bool m_cursorHidden = false;
     QList<QKeySequence> m_fullscreenShortcuts;
     QString m_openFile; // empty when no file is open
+    QString m_diffFile;
+    KavriLoader *m_loader = nullptr;
+    std::atomic<uint64_t> m_currentFrame{0};
+    bool m_playing = false;
+    BrightnessPanel *m_bcg = nullptr;
 };
