@@ -4,6 +4,7 @@
 #include "kavri_config.h"
 #include "loader/KavriLoader.h"
 #include "formats/Validation.h"
+#include "link/KavriLink.h"
 #include "ui/ActionTable.h"
 #include "ui/BrightnessPanel.h"
 #include "ui/KavriGotoDlg.h"
@@ -48,6 +49,7 @@ const char *const kOpenFilter =
     "*.bgra *.brga *.grba *.gbra);;Luminance files (*.bw *.y *.gray);;All files (*.*)";
 const char *const kSaveFilter = "PNG (*.png);;Bitmap (*.bmp);;JPEG (*.jpg *jpeg);;TIFF (*.tif *.tiff)";
 constexpr int kCursorHideMs = 3000;
+const char *const kLinkMime = "kavriSynchPacket";
 
 QString toQ(std::string_view s) { return QString::fromUtf8(s.data(), qsizetype(s.size())); }
 
@@ -124,6 +126,7 @@ frame::frame(const KavriStartupConfig *config, QWidget *parent) : QMainWindow(pa
     connect(m_playPause, &QPushButton::clicked, this, &frame::oon_play_pause);
     connect(m_stop, &QPushButton::clicked, this, &frame::oon_stop);
     connect(m_slider, &QSlider::sliderMoved, this, &frame::oon_slider_dragged);
+    connect(m_link, &LinkWidget::clicked, this, &frame::oon_link);
     connect(this, &frame::do_load_on_startup, this, &frame::oon_load_on_startup, Qt::QueuedConnection);
     connect(this, &frame::do_load_later, this, &frame::oon_load_later, Qt::QueuedConnection);
     m_cursorHideTimer.setSingleShot(true);
@@ -328,6 +331,7 @@ bool frame::openSequence(const QString &file, const QString &diff, const KavriSt
     setWindowTitle(ui::windowTitle(file, diff));
     if (file != QLatin1String("-")) setWindowFilePath(QFileInfo(file).canonicalFilePath());
     m_recent->add(file);
+    if (config && !config->link.isEmpty() && !isLinked()) startLink(config->link, false);
     if (config && config->play) {
         m_playing = true;
         emit play();
@@ -387,6 +391,7 @@ void frame::oon_play_pause()
         emit play();
     else
         emit pause();
+    sendToPartner(m_playing ? kavri::link::Command::Play : kavri::link::Command::Pause);
     updatePlayIcon();
 }
 
@@ -395,6 +400,7 @@ void frame::oon_stop()
     if (!m_loader) return;
     m_playing = false;
     emit stop();
+    sendToPartner(kavri::link::Command::Stop);
     updatePlayIcon();
 }
 
@@ -409,6 +415,7 @@ void frame::seekTo(int64_t f)
         updatePlayIcon();
     }
     emit seek(uint64_t(f), false, false);
+    sendToPartner(kavri::link::Command::Seek, uint32_t(f));
 }
 
 void frame::oon_prev() { seekTo(int64_t(m_currentFrame.load()) - 1); }
@@ -437,18 +444,24 @@ void frame::oon_slider_dragged(int value)
     m_playing = false;
     updatePlayIcon();
     emit seek(uint64_t(value), false, true);
+    sendToPartner(kavri::link::Command::Seek, uint32_t(value));
 }
 
 void frame::oon_goto()
 {
     if (!m_loader) return;
     KavriGotoDlg dlg(m_currentFrame.load(), this);
-    if (dlg.exec() == QDialog::Accepted) emit seek(uint64_t(dlg.value()), false, false);
+    if (dlg.exec() == QDialog::Accepted) {
+        emit seek(uint64_t(dlg.value()), false, false);
+        sendToPartner(kavri::link::Command::Seek, uint32_t(dlg.value()));
+    }
 }
 
 void frame::oon_reload()
 {
-    if (m_loader) emit reload();
+    if (!m_loader) return;
+    emit reload();
+    sendToPartner(kavri::link::Command::Reload);
 }
 
 void frame::oon_next_channel()
@@ -485,7 +498,13 @@ void frame::oon_diff()
     if (other.isEmpty()) return;
     settings::LastUsedDiffDir.write(s, QFileInfo(other).absolutePath());
     if (settings::DiffInNewWindow.read(s)) {
-        emit notify_load(m_openFile, other, QStringList());
+        QStringList extra;
+        if (settings::DiffInNewWindowLink.read(s) && !isLinked()) {
+            const QString name = kavri::link::newLinkName();
+            startLink(name, true);
+            if (isLinked()) extra << QStringLiteral("--link") << name;
+        }
+        emit notify_load(m_openFile, other, extra);
         return;
     }
     KavriStartupConfig keep;
@@ -745,11 +764,37 @@ void frame::startFrameDrag()
 
 void frame::dragEnterEvent(QDragEnterEvent *e)
 {
+    if (e->mimeData()->hasFormat(QLatin1String(kLinkMime))) {
+        setStyleSheet(QStringLiteral("background-color: #7d93ca;"));
+        e->acceptProposedAction();
+        return;
+    }
     if (e->mimeData()->hasUrls()) e->acceptProposedAction();
+}
+
+void frame::dragLeaveEvent(QDragLeaveEvent *e)
+{
+    setStyleSheet(QStringLiteral("background-color: auto;"));
+    QMainWindow::dragLeaveEvent(e);
 }
 
 void frame::dropEvent(QDropEvent *e)
 {
+    if (e->mimeData()->hasFormat(QLatin1String(kLinkMime))) {
+        setStyleSheet(QStringLiteral("background-color: auto;"));
+        const QString name = QString::fromLatin1(e->mimeData()->data(QLatin1String(kLinkMime)));
+        // A window links to one partner at a time, and only to a name that looks like one of ours.
+        if (isLinked() || e->source() == m_link || !name.startsWith(QLatin1Char('{')) || name.size() > 64) {
+            e->ignore();
+            return;
+        }
+        startLink(name, false);
+        if (isLinked())
+            e->acceptProposedAction();
+        else
+            e->ignore();
+        return;
+    }
     QStringList files;
     for (const QUrl &u : e->mimeData()->urls())
         if (u.isLocalFile()) files << u.toLocalFile();
@@ -761,9 +806,128 @@ void frame::dropEvent(QDropEvent *e)
 void frame::closeEvent(QCloseEvent *e)
 {
     if (m_fullscreen) oon_fullscreen(false);
+    endLink();
     closeLoader();
     QSettings s;
     settings::WindowPosition.write(s, saveGeometry());
     e->accept();
     emit closed();
+}
+
+// ---- player link ----
+
+bool frame::isLinked() const { return bool(m_sender); }
+
+void frame::startLink(const QString &name, bool initiator)
+{
+    // The initiator writes to the link's queue and reads the back channel; the joiner the other way round.
+    const QString out = initiator ? name : kavri::link::backChannel(name);
+    const QString in = initiator ? kavri::link::backChannel(name) : name;
+    auto sender = std::make_unique<KavriLinkSender>(out);
+    if (!sender->isOpen()) return;
+    m_sender = std::move(sender);
+    KavriReceive *r = KavriReceive::start(in);
+    m_receiver = r;
+    connect(r, &KavriReceive::remote_play, this, &frame::remote_play);
+    connect(r, &KavriReceive::remote_pause, this, &frame::remote_pause);
+    connect(r, &KavriReceive::remote_stop, this, &frame::remote_stop);
+    connect(r, &KavriReceive::remote_reload, this, &frame::remote_reload);
+    connect(r, &KavriReceive::remote_seek, this, &frame::remote_seek);
+    connect(r, &KavriReceive::receiver_quit, this, &frame::receiver_quit);
+    m_link->setLinked(true);
+}
+
+void frame::endLink()
+{
+    m_sender.reset(); // tells the partner "quit" and removes our queue
+    if (m_receiver) m_receiver->requestStop();
+    m_receiver = nullptr;
+    m_link->setLinked(false);
+}
+
+void frame::sendToPartner(kavri::link::Command c, uint32_t argument)
+{
+    if (m_sender) m_sender->send(c, argument);
+}
+
+QByteArray frame::linkDragPayload()
+{
+    m_pendingLink = kavri::link::newLinkName();
+    m_sender = std::make_unique<KavriLinkSender>(m_pendingLink);
+    if (!m_sender->isOpen()) m_sender.reset();
+    return m_pendingLink.toLatin1();
+}
+
+void frame::linkDragSucceeded()
+{
+    if (!m_sender) return;
+    KavriReceive *r = KavriReceive::start(kavri::link::backChannel(m_pendingLink));
+    m_receiver = r;
+    connect(r, &KavriReceive::remote_play, this, &frame::remote_play);
+    connect(r, &KavriReceive::remote_pause, this, &frame::remote_pause);
+    connect(r, &KavriReceive::remote_stop, this, &frame::remote_stop);
+    connect(r, &KavriReceive::remote_reload, this, &frame::remote_reload);
+    connect(r, &KavriReceive::remote_seek, this, &frame::remote_seek);
+    connect(r, &KavriReceive::receiver_quit, this, &frame::receiver_quit);
+    m_link->setLinked(true);
+}
+
+void frame::linkDragFailed()
+{
+    m_sender.reset();
+    m_link->setLinked(false);
+}
+
+void frame::oon_link()
+{
+    if (!isLinked()) return;
+    if (QMessageBox::question(this, QStringLiteral("Synchronized Playing"), QStringLiteral("Really unlink the players?")) ==
+        QMessageBox::Yes)
+        endLink();
+}
+
+// Remote commands are performed here and never sent back.
+void frame::remote_play()
+{
+    if (!m_loader) return;
+    m_playing = true;
+    emit play();
+    updatePlayIcon();
+}
+
+void frame::remote_pause()
+{
+    if (!m_loader) return;
+    m_playing = false;
+    emit pause();
+    updatePlayIcon();
+}
+
+void frame::remote_stop()
+{
+    if (!m_loader) return;
+    m_playing = false;
+    emit stop();
+    updatePlayIcon();
+}
+
+void frame::remote_reload()
+{
+    if (m_loader) emit reload();
+}
+
+void frame::remote_seek(unsigned int f)
+{
+    if (!m_loader) return;
+    m_playing = false;
+    updatePlayIcon();
+    // The loader clamps a frame beyond the end.
+    emit seek(uint64_t(f), true, false);
+}
+
+void frame::receiver_quit(QString)
+{
+    m_receiver = nullptr;
+    m_sender.reset();
+    m_link->setLinked(false);
 }

@@ -3,12 +3,15 @@
 #pragma once
 
 #include "formats/VideoProps.h"
+#include "link/KavriLink.h"
 #include "ui/LinkWidget.h"
 #include "ui/MRUFList.h"
 #include "view/KavriDrawPanel.h"
 
 #include <QMainWindow>
+#include <QPointer>
 #include <QTimer>
+#include <memory>
 #include <atomic>
 #include <map>
 
@@ -43,9 +46,13 @@ public:
     // KavriDrawPanel::IDragHandler
     void startFrameDrag() override;
     // LinkWidget::IDragHandler
-    QByteArray linkDragPayload() override { return {}; }
-    void linkDragSucceeded() override {}
-    void linkDragFailed() override {}
+    QByteArray linkDragPayload() override;
+    void linkDragSucceeded() override;
+    void linkDragFailed() override;
+    bool isLinked() const;
+    // Joins the link `name`: the initiator writes to the link's queue and reads its back channel.
+    void startLink(const QString &name, bool initiator);
+    void endLink();
 
     KavriLoader *loader() const { return m_loader; }
     uint64_t currentFrame() const { return m_currentFrame.load(); }
@@ -94,6 +101,14 @@ public slots:
     void oon_brightcon();
     void oon_bcg_reset();
 
+    void oon_link();
+    void remote_seek(unsigned int frame);
+    void remote_play();
+    void remote_pause();
+    void remote_stop();
+    void remote_reload();
+    void receiver_quit(QString name);
+
     void oon_open();
     void oon_close();
     void oon_close_file();
@@ -118,6 +133,7 @@ protected:
     void closeEvent(QCloseEvent *e) override;
     void dragEnterEvent(QDragEnterEvent *e) override;
     void dropEvent(QDropEvent *e) override;
+    void dragLeaveEvent(QDragLeaveEvent *e) override;
     void mouseMoveEvent(QMouseEvent *e) override;
     bool eventFilter(QObject *watched, QEvent *e) override;
 
@@ -129,6 +145,7 @@ private:
     // Opens `file` (with `diff` for a difference view) in this window; false when it cannot be read.
     bool openSequence(const QString &file, const QString &diff, const KavriStartupConfig *config);
     void closeLoader();
+    void sendToPartner(kavri::link::Command c, uint32_t argument = 0);
     void updatePlayIcon();
     void updateStatus();
     uint64_t frameCount();
@@ -160,4 +177,8 @@ private:
     std::atomic<uint64_t> m_currentFrame{0};
     bool m_playing = false;
     BrightnessPanel *m_bcg = nullptr;
+    // The link: up while the sender exists.
+    std::unique_ptr<KavriLinkSender> m_sender;
+    QPointer<KavriReceive> m_receiver;
+    QString m_pendingLink;
 };

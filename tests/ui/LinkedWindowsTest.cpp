@@ -1,0 +1,60 @@
+#include "link/LinkProtocol.h"
+#include "support/TempFiles.h"
+#include "ui/frame.h"
+
+#include <QSignalSpy>
+#include <QTest>
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr int kWaitMs = 20000;
+
+KavriStartupConfig cif(const QString &file)
+{
+    KavriStartupConfig c;
+    c.file = file;
+    c.width = 352;
+    c.height = 288;
+    c.format = YUV_p420;
+    c.rate = 25;
+    return c;
+}
+
+TEST(LinkedWindows, SeekPlayAndQuitCrossWithoutEcho)
+{
+    kavri::test::TempDir dir;
+    const QString a = dir.writeSized("a.yuv", 152064 * 20);
+    const QString b = dir.writeSized("b.yuv", 152064 * 10);
+    KavriStartupConfig ca = cif(a), cb = cif(b);
+    frame wa(&ca), wb(&cb);
+    QTRY_VERIFY_WITH_TIMEOUT(wa.loader() && wb.loader(), kWaitMs);
+
+    const QString name = kavri::link::newLinkName();
+    wa.startLink(name, true);
+    wb.startLink(name, false);
+    ASSERT_TRUE(wa.isLinked());
+    ASSERT_TRUE(wb.isLinked());
+
+    QSignalSpy seeksOfA(&wa, &frame::seek), seeksOfB(&wb, &frame::seek);
+    wa.action("actionLast_Frame")->trigger();
+    // B shows the same frame (clamped to its own length) and does not send it back to A.
+    QTRY_COMPARE_WITH_TIMEOUT(wb.currentFrame(), uint64_t(9), kWaitMs);
+    ASSERT_GE(seeksOfB.count(), 1);
+    EXPECT_TRUE(seeksOfB.last().at(1).toBool()) << "a remote seek carries the remote flag";
+    QTest::qWait(300);
+    EXPECT_EQ(seeksOfA.count(), 1) << "no echo";
+
+    wb.action("actionFirst_Frame")->trigger();
+    QTRY_COMPARE_WITH_TIMEOUT(wa.currentFrame(), uint64_t(0), kWaitMs);
+
+    wa.action("actionPlay")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(wb.isPlaying(), kWaitMs);
+    wa.action("actionPlay")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(!wb.isPlaying(), kWaitMs);
+
+    wa.endLink();
+    QTRY_VERIFY_WITH_TIMEOUT(!wb.isLinked(), kWaitMs);
+}
+
+} // namespace
