@@ -77,6 +77,7 @@ private:
     int32_t m_channelSelection = 0;
     int32_t m_brightness = 0, m_contrast = 0, m_gamma = 256;
     std::array<int32_t, 256> m_toneTable{};
+    std::array<uint8_t, 256> m_toneBytes{};
     bool m_toneIdentity = true;
     int32_t m_threads = 0;
     const kavri::pixel::KernelSet *m_kernels = nullptr;

@@ -8,7 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <algorithm>
 #include <numeric>
+#include <random>
 
 using namespace kavri;
 using namespace kavri::test;
@@ -251,4 +253,40 @@ TEST(DifferencePicture, Readout)
     d.setup(YUV_nv12, 2, 2, 2, 8, true); // signed packed: not supported
     std::vector<uint8_t> nv(6, 0);
     EXPECT_FALSE(d.readDifference(nv.data(), nv.data(), 0, 0, c1, c2, c3, &alpha));
+}
+
+// A frame large enough for the vector row kernels, against a direct per-sample computation.
+TEST(DifferencePicture, LargeFramesMatchADirectComputation)
+{
+    const uint32_t seed = 31;
+    std::mt19937 rng(seed);
+    for (bool isSigned : {false, true}) {
+        const int32_t W = 203, H = 67;
+        const size_t bytes = allocationSize(YUV_p420, 8, W, H);
+        std::vector<uint8_t> a(bytes), b(bytes), dst(bytes, 0);
+        for (size_t i = 0; i < bytes; ++i) a[i] = uint8_t(rng()), b[i] = uint8_t(i % 5 ? a[i] : rng());
+        DifferencePicture d;
+        d.setup(YUV_p420, W, H, W, 8, isSigned);
+        d.compute(a.data(), b.data(), dst.data());
+        const int64_t cw = W / 2, ch = (H + 1) / 2, uStart = int64_t(W) * H, vStart = uStart + cw * ch - cw / 2;
+        const int64_t starts[3] = {0, uStart, vStart}, cols[3] = {W, cw, cw}, rows[3] = {H, ch, ch};
+        for (int k = 0; k < 3; ++k) {
+            double sum = 0;
+            int32_t fx = -1, fy = -1;
+            for (int64_t r = 0; r < rows[k]; ++r)
+                for (int64_t c = 0; c < cols[k]; ++c) {
+                    const size_t i = size_t(starts[k] + r * cols[k] + c);
+                    const int32_t va = isSigned ? int8_t(a[i]) : a[i], vb = isSigned ? int8_t(b[i]) : b[i];
+                    const int32_t diff = va - vb;
+                    sum += double(diff) * diff;
+                    if (diff && fx < 0) fx = int32_t(c), fy = int32_t(r);
+                    // (V's first half-row is U's last: the same samples, so the same result)
+                    ASSERT_EQ(dst[i], d.table()[size_t(std::clamp(diff + 128, 0, 255))]) << k << ' ' << i;
+                }
+            const double count = k == 0 ? double(W) * H : double(W / 2) * (H / 2);
+            EXPECT_DOUBLE_EQ(d.mse[k], sum / count) << k << " seed " << seed;
+            EXPECT_EQ(d.firstDiffX[k], fx) << k;
+            EXPECT_EQ(d.firstDiffY[k], fy) << k;
+        }
+    }
 }
