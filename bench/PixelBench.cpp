@@ -5,6 +5,7 @@
 #include "formats/FrameSize.h"
 #include "pixel/ColorConversion.h"
 #include "pixel/DifferencePicture.h"
+#include "pixel/WorkerPool.h"
 
 #include <benchmark/benchmark.h>
 
@@ -126,6 +127,29 @@ void memcpyBench(benchmark::State &state)
     setPixels(state, int64_t(w) * h);
 }
 BENCHMARK(memcpyBench)->Name("memcpy_dst_bytes")->Args({1920, 1080})->Args({3840, 2160})->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// The same copy in bands on the conversion's worker pool: the memory limit with every core.
+void memcpyPoolBench(benchmark::State &state)
+{
+    const int32_t w = int32_t(state.range(0)), h = int32_t(state.range(1));
+    const size_t bytes = size_t(w) * h * 4;
+    std::vector<std::vector<uint8_t>> frames(kCycleBytes / bytes + 1, std::vector<uint8_t>(bytes, 1));
+    std::vector<uint8_t> dst(bytes);
+    kavri::pixel::WorkerPool &pool = kavri::pixel::WorkerPool::shared();
+    const int32_t bands = 4 * (pool.threadCount() + 1);
+    size_t i = 0;
+    for (auto _ : state) {
+        const uint8_t *src = frames[i].data();
+        pool.run(bands, 7, [&](int32_t b) {
+            const size_t from = bytes * size_t(b) / size_t(bands), to = bytes * size_t(b + 1) / size_t(bands);
+            std::memcpy(dst.data() + from, src + from, to - from);
+        });
+        i = (i + 1) % frames.size();
+        benchmark::ClobberMemory();
+    }
+    setPixels(state, int64_t(w) * h);
+}
+BENCHMARK(memcpyPoolBench)->Name("memcpy_dst_bytes_pool")->Args({1920, 1080})->Args({3840, 2160})->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void differenceBench(benchmark::State &state)
 {

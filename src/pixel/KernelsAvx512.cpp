@@ -3,7 +3,8 @@
 //  - samples that fit in 16 signed bits are multiplied with vpmaddwd, two products a 32-bit lane
 //    (chroma: m1*u + m2*v in one instruction; luma: (y_even, y_odd) pairs against (m0, 0) / (0, m0)),
 //    which equals the 32-bit products whenever coefficients and samples fit in int16;
-//  - the clamp to 0..255 is vpmaxsd/vpminsd, the tone table a 256-byte vpermi2b lookup;
+//  - the clamp to 0..255 is the saturation of two packs (int32 -> int16 -> uint8), the bytes are put
+//    in pixel order by vpermb/vpshufb and the tone table is a 256-byte vpermi2b lookup;
 //  - pixels are stored with a byte-masked store, so the fourth byte is never written.
 // Rows or blocks these kernels cannot take exactly (an up shift, coefficients beyond int16, unsigned
 // 16-bit samples with bit 15 set) go to the compiler-vectorised templates of this same set.
@@ -31,7 +32,6 @@ struct Vec {
     __m512i uvR, uvG, uvB;       // (m1, m2) pairs
     __m512i aR, aG, aB;
     __m128i shift;
-    __m512i zero, top;
     __m512i t0, t1, t2, t3; // tone table
 };
 
@@ -57,8 +57,6 @@ Vec vecOf(const RowParams &p)
     v.aR = _mm512_set1_epi32(int32_t(p.add[0])), v.aG = _mm512_set1_epi32(int32_t(p.add[1]));
     v.aB = _mm512_set1_epi32(int32_t(p.add[2]));
     v.shift = _mm_cvtsi32_si128(p.shift);
-    v.zero = _mm512_setzero_si512();
-    v.top = _mm512_set1_epi32(255);
     if (p.toneBytes) {
         v.t0 = _mm512_loadu_si512(p.toneBytes);
         v.t1 = _mm512_loadu_si512(p.toneBytes + 64);
@@ -68,14 +66,11 @@ Vec vecOf(const RowParams &p)
     return v;
 }
 
-inline __m512i level(const Vec &v, __m512i sum)
+// Sh >= 0: the shift as an immediate (one uop instead of two); -1: the shift from the parameters.
+template <int Sh> inline __m512i sra(const Vec &v, __m512i sum)
 {
-    return _mm512_min_epi32(_mm512_max_epi32(_mm512_sra_epi32(sum, v.shift), v.zero), v.top);
-}
-
-inline __m512i packPixels(__m512i r, __m512i g, __m512i b)
-{
-    return _mm512_or_si512(_mm512_slli_epi32(r, 16), _mm512_or_si512(_mm512_slli_epi32(g, 8), b));
+    if constexpr (Sh >= 0) return _mm512_srai_epi32(sum, Sh);
+    else return _mm512_sra_epi32(sum, v.shift);
 }
 
 inline __m512i toneBytes(const Vec &v, __m512i px)
@@ -91,32 +86,66 @@ template <bool Tone> inline void store(const Vec &v, uint8_t *d, __m512i px)
     _mm512_mask_storeu_epi8(d, kColourBytes, px);
 }
 
+// Byte gather of the paired kernels. After the two packs, 128-bit lane k of BG holds the blue of the
+// even pixels 8k, 8k+2, 8k+4, 8k+6, of the odd ones 8k+1 .. 8k+7, then green likewise; RR holds red
+// in the same order. Output pixel p (of 16) takes its bytes from lane (p / 8) + 2h for half h.
+// Tables here are constant-initialised: code compiled for AVX-512 must not run before the CPU check,
+// so this file has no dynamic initialisers.
+struct PairOrder {
+    alignas(64) uint8_t idx[2][64];
+    constexpr PairOrder() : idx{}
+    {
+        for (int h = 0; h < 2; ++h)
+            for (int p = 0; p < 16; ++p) {
+                const int k = p / 8 + 2 * h, q = p % 8, j = q / 2, odd = q % 2;
+                idx[h][4 * p] = uint8_t(16 * k + 4 * odd + j);
+                idx[h][4 * p + 1] = uint8_t(16 * k + 8 + 4 * odd + j);
+                idx[h][4 * p + 2] = uint8_t(64 + 16 * k + 4 * odd + j);
+                idx[h][4 * p + 3] = 0;
+            }
+    }
+};
+constexpr PairOrder kPairOrder;
+
+// vpermt2w indices interleaving the 16 words of two vectors: u0 v0 u1 v1 ...
+alignas(64) constexpr uint16_t kInterleave16[32] = {0, 32, 1, 33, 2, 34, 3, 35, 4, 36, 5, 37, 6, 38, 7, 39,
+                                                    8, 40, 9, 41, 10, 42, 11, 43, 12, 44, 13, 45, 14, 46, 15, 47};
+
 // 16 chroma pairs (uv: dword = u | v << 16) and 32 luma words (yw: dword = y_even | y_odd << 16) to
-// 32 pixels at d.
-template <bool Tone> inline void pairs16(const Vec &v, __m512i uv, __m512i yw, uint8_t *d)
+// 32 pixels at d. The saturating packs are the clamp to 0..255.
+template <bool Tone, int Sh> inline void pairs16(const Vec &v, __m512i uv, __m512i yw, uint8_t *d)
 {
     const __m512i cr = _mm512_add_epi32(_mm512_madd_epi16(uv, v.uvR), v.aR);
     const __m512i cg = _mm512_add_epi32(_mm512_madd_epi16(uv, v.uvG), v.aG);
     const __m512i cb = _mm512_add_epi32(_mm512_madd_epi16(uv, v.uvB), v.aB);
-    const __m512i pe = packPixels(level(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m00), cr)),
-                                  level(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m10), cg)),
-                                  level(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m20), cb)));
-    const __m512i po = packPixels(level(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m00o), cr)),
-                                  level(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m10o), cg)),
-                                  level(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m20o), cb)));
-    const __m512i lo = _mm512_set_epi32(23, 7, 22, 6, 21, 5, 20, 4, 19, 3, 18, 2, 17, 1, 16, 0);
-    const __m512i hi = _mm512_set_epi32(31, 15, 30, 14, 29, 13, 28, 12, 27, 11, 26, 10, 25, 9, 24, 8);
-    store<Tone>(v, d, _mm512_permutex2var_epi32(pe, lo, po));
-    store<Tone>(v, d + 64, _mm512_permutex2var_epi32(pe, hi, po));
+    const __m512i r16 = _mm512_packs_epi32(sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m00), cr)),
+                                           sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m00o), cr)));
+    const __m512i g16 = _mm512_packs_epi32(sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m10), cg)),
+                                           sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m10o), cg)));
+    const __m512i b16 = _mm512_packs_epi32(sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m20), cb)),
+                                           sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m20o), cb)));
+    const __m512i bg = _mm512_packus_epi16(b16, g16), rr = _mm512_packus_epi16(r16, r16);
+    store<Tone>(v, d, _mm512_permutex2var_epi8(bg, _mm512_load_si512(kPairOrder.idx[0]), rr));
+    store<Tone>(v, d + 64, _mm512_permutex2var_epi8(bg, _mm512_load_si512(kPairOrder.idx[1]), rr));
+}
+
+// 16 pixels from their 32-bit sums: packs clamp, then each lane's b0..3 g0..3 r0..3 become pixels.
+template <bool Tone, int Sh> inline void single16Sums(const Vec &v, __m512i r, __m512i g, __m512i b, uint8_t *d)
+{
+    const __m512i bg = _mm512_packs_epi32(sra<Sh>(v, b), sra<Sh>(v, g));
+    const __m512i rr = _mm512_packs_epi32(sra<Sh>(v, r), sra<Sh>(v, r));
+    const __m512i bytes = _mm512_packus_epi16(bg, rr);
+    const __m512i order = _mm512_broadcast_i32x4(_mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
+    store<Tone>(v, d, _mm512_shuffle_epi8(bytes, order));
 }
 
 // 16 pixels with their own chroma (4:4:4 and planar RGB): y as dwords.
-template <bool Tone> inline void single16(const Vec &v, __m512i uv, __m512i y, uint8_t *d)
+template <bool Tone, int Sh> inline void single16(const Vec &v, __m512i uv, __m512i y, uint8_t *d)
 {
     const __m512i r = _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(uv, v.uvR), v.aR), _mm512_madd_epi16(y, v.m00));
     const __m512i g = _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(uv, v.uvG), v.aG), _mm512_madd_epi16(y, v.m10));
     const __m512i b = _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(uv, v.uvB), v.aB), _mm512_madd_epi16(y, v.m20));
-    store<Tone>(v, d, packPixels(level(v, r), level(v, g), level(v, b)));
+    single16Sums<Tone, Sh>(v, r, g, b, d);
 }
 
 inline __m512i bytesToDwords(const void *p, bool isSigned)
@@ -130,10 +159,9 @@ inline __m512i wordPairs(__m512i u32, __m512i v32)
     return _mm512_or_si512(_mm512_and_si512(u32, _mm512_set1_epi32(0xffff)), _mm512_slli_epi32(v32, 16));
 }
 
-template <int K, int SX, bool Tone>
-void planarFast(const RowParams &p, const void *c0, const void *c1, const void *c2, void *dst, int32_t n)
+template <int K, int SX, bool Tone, int Sh>
+void planarBody(const RowParams &p, const void *c0, const void *c1, const void *c2, void *dst, int32_t n)
 {
-    if (!usable(p)) return planarRow<K, SX, Tone>(p, c0, c1, c2, dst, n);
     constexpr bool S = K == kS8 || K == kS16;
     constexpr bool Wide = K == kU16 || K == kS16;
     constexpr int G = 1 << SX;
@@ -149,8 +177,10 @@ void planarFast(const RowParams &p, const void *c0, const void *c1, const void *
         if (Wide) {
             const __m256i ul = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(u + i * 2));
             const __m256i vl = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(w + i * 2));
-            u32 = S ? _mm512_cvtepi16_epi32(ul) : _mm512_cvtepu16_epi32(ul);
-            v32 = S ? _mm512_cvtepi16_epi32(vl) : _mm512_cvtepu16_epi32(vl);
+            // u and v words interleaved in one step: dword j = u_j | v_j << 16
+            u32 = _mm512_permutex2var_epi16(_mm512_castsi256_si512(ul), _mm512_load_si512(kInterleave16),
+                                            _mm512_castsi256_si512(vl));
+            v32 = u32;
             if (SX == 1)
                 yv = _mm512_loadu_si512(y + i * 4);
             else {
@@ -159,7 +189,7 @@ void planarFast(const RowParams &p, const void *c0, const void *c1, const void *
             }
             if (!S) {
                 // Unsigned words with bit 15 set are not int16: leave such a block to the template.
-                const __m512i any = _mm512_or_si512(_mm512_or_si512(u32, v32), yv);
+                const __m512i any = _mm512_or_si512(u32, yv);
                 if (_mm512_test_epi32_mask(any, _mm512_set1_epi32(0x80008000))) {
                     planarRow<K, SX, Tone>(p, y + size_t(i) * G * B, u + size_t(i) * B, w + size_t(i) * B,
                                            d + size_t(i) * G * 4, 16);
@@ -176,21 +206,20 @@ void planarFast(const RowParams &p, const void *c0, const void *c1, const void *
                 yv = bytesToDwords(y + i, S);
             }
         }
-        const __m512i uv = wordPairs(u32, v32);
+        const __m512i uv = Wide ? u32 : wordPairs(u32, v32);
         if (SX == 1)
-            pairs16<Tone>(v, uv, yv, d + size_t(i) * 8);
+            pairs16<Tone, Sh>(v, uv, yv, d + size_t(i) * 8);
         else
-            single16<Tone>(v, uv, S ? _mm512_and_si512(yv, _mm512_set1_epi32(0xffff)) : yv, d + size_t(i) * 4);
+            single16<Tone, Sh>(v, uv, S ? _mm512_and_si512(yv, _mm512_set1_epi32(0xffff)) : yv, d + size_t(i) * 4);
     }
     if (i < n)
         planarRow<K, SX, Tone>(p, y + size_t(i) * G * B, u + size_t(i) * B, w + size_t(i) * B, d + size_t(i) * G * 4,
                                n - i);
 }
 
-template <int K, bool Tone>
-void nv12Fast(const RowParams &p, const void *yRow, const void *uvRow, void *dst, int32_t n)
+template <int K, bool Tone, int Sh>
+void nv12Body(const RowParams &p, const void *yRow, const void *uvRow, void *dst, int32_t n)
 {
-    if (!usable(p)) return nv12Row<K, Tone>(p, yRow, uvRow, dst, n);
     constexpr bool S = K == kS8;
     const Vec v = vecOf(p);
     const uint8_t *y = static_cast<const uint8_t *>(yRow);
@@ -200,7 +229,7 @@ void nv12Fast(const RowParams &p, const void *yRow, const void *uvRow, void *dst
     for (; i + 16 <= n; i += 16) {
         const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(uv + 2 * i));
         const __m256i l = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(y + 2 * i));
-        pairs16<Tone>(v, S ? _mm512_cvtepi8_epi16(c) : _mm512_cvtepu8_epi16(c),
+        pairs16<Tone, Sh>(v, S ? _mm512_cvtepi8_epi16(c) : _mm512_cvtepu8_epi16(c),
                       S ? _mm512_cvtepi8_epi16(l) : _mm512_cvtepu8_epi16(l), d + size_t(i) * 8);
     }
     if (i < n) nv12Row<K, Tone>(p, y + 2 * i, uv + 2 * i, d + size_t(i) * 8, n - i);
@@ -208,9 +237,9 @@ void nv12Fast(const RowParams &p, const void *yRow, const void *uvRow, void *dst
 
 // Packed 4:2:2, 8-bit: a dword holds one pair (U Y0 V Y1 or Y0 U Y1 V); its two 16-bit halves give
 // the (u, v) and (y0, y1) word pairs by a byte shift.
-template <int K, bool UFirst, bool Tone> void packedFast(const RowParams &p, const void *row, void *dst, int32_t n)
+template <int K, bool UFirst, bool Tone, int Sh>
+void packedBody(const RowParams &p, const void *row, void *dst, int32_t n)
 {
-    if (!usable(p)) return packedRow<K, UFirst, Tone>(p, row, dst, n);
     constexpr bool S = K == kS8;
     const Vec v = vecOf(p);
     const uint8_t *s = static_cast<const uint8_t *>(row);
@@ -220,16 +249,15 @@ template <int K, bool UFirst, bool Tone> void packedFast(const RowParams &p, con
         const __m512i x = _mm512_loadu_si512(s + 4 * i);
         const __m512i lowBytes = S ? _mm512_srai_epi16(_mm512_slli_epi16(x, 8), 8) : _mm512_and_si512(x, _mm512_set1_epi16(0xff));
         const __m512i highBytes = S ? _mm512_srai_epi16(x, 8) : _mm512_srli_epi16(x, 8);
-        pairs16<Tone>(v, UFirst ? lowBytes : highBytes, UFirst ? highBytes : lowBytes, d + size_t(i) * 8);
+        pairs16<Tone, Sh>(v, UFirst ? lowBytes : highBytes, UFirst ? highBytes : lowBytes, d + size_t(i) * 8);
     }
     if (i < n) packedRow<K, UFirst, Tone>(p, s + 4 * i, d + size_t(i) * 8, n - i);
 }
 
 // Interleaved three-byte RGB: 16 pixels from 48 bytes (a masked load never touches the bytes beyond),
 // rearranged by vpermb into (s0, s1) word pairs and s2 words.
-template <int K, bool Tone> void rgb3Fast(const RowParams &p, const void *row, void *dst, int32_t n)
+template <int K, bool Tone, int Sh> void rgb3Body(const RowParams &p, const void *row, void *dst, int32_t n)
 {
-    if (!usable(p)) return rgbRow<K, 3, Tone>(p, row, dst, n);
     constexpr bool S = K == kS8;
     const Vec v = vecOf(p);
     const uint8_t *s = static_cast<const uint8_t *>(row);
@@ -255,9 +283,79 @@ template <int K, bool Tone> void rgb3Fast(const RowParams &p, const void *row, v
         const __m512i r = _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(a, kR01), _mm512_madd_epi16(b, kR2)), v.aR);
         const __m512i g = _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(a, kG01), _mm512_madd_epi16(b, kG2)), v.aG);
         const __m512i bl = _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(a, kB01), _mm512_madd_epi16(b, kB2)), v.aB);
-        store<Tone>(v, d + size_t(i) * 4, packPixels(level(v, r), level(v, g), level(v, bl)));
+        single16Sums<Tone, Sh>(v, r, g, bl, d + size_t(i) * 4);
     }
     if (i < n) rgbRow<K, 3, Tone>(p, s + 3 * i, d + size_t(i) * 4, n - i);
+}
+
+// v210: four groups (16 words) a step. The three 10-bit fields of every word are cut out, fields 0
+// and 1 paired into one vector of words and field 2 into another, and vpermt2w picks each plane's
+// samples in order.
+struct V210Order {
+    alignas(64) uint16_t y[32], u[32], v[32];
+    constexpr V210Order() : y{}, u{}, v{}
+    {
+        for (int g = 0; g < 4; ++g) {
+            const int w = 4 * g;
+            const uint16_t ys[6] = {uint16_t(2 * w + 1), uint16_t(2 * (w + 1)), uint16_t(32 + 2 * (w + 1)),
+                                    uint16_t(2 * (w + 2) + 1), uint16_t(2 * (w + 3)), uint16_t(32 + 2 * (w + 3))};
+            const uint16_t us[3] = {uint16_t(2 * w), uint16_t(2 * (w + 1) + 1), uint16_t(32 + 2 * (w + 2))};
+            const uint16_t vs[3] = {uint16_t(32 + 2 * w), uint16_t(2 * (w + 2)), uint16_t(2 * (w + 3) + 1)};
+            for (int k = 0; k < 6; ++k) y[6 * g + k] = ys[k];
+            for (int k = 0; k < 3; ++k) u[3 * g + k] = us[k], v[3 * g + k] = vs[k];
+        }
+    }
+};
+constexpr V210Order kV210Order;
+
+void v210UnpackFast(const uint32_t *words, uint16_t *y, uint16_t *u, uint16_t *v, int32_t n)
+{
+    const __m512i mask = _mm512_set1_epi32(0x3ff);
+    const __m512i iy = _mm512_load_si512(kV210Order.y), iu = _mm512_load_si512(kV210Order.u);
+    const __m512i iv = _mm512_load_si512(kV210Order.v);
+    int32_t g = 0;
+    for (; g + 4 <= n; g += 4) {
+        const __m512i w = _mm512_loadu_si512(words + 4 * g);
+        const __m512i f01 = _mm512_or_si512(_mm512_and_si512(w, mask),
+                                            _mm512_slli_epi32(_mm512_and_si512(_mm512_srli_epi32(w, 10), mask), 16));
+        const __m512i f2 = _mm512_and_si512(_mm512_srli_epi32(w, 20), mask);
+        _mm512_mask_storeu_epi16(y + 6 * g, 0xffffff, _mm512_permutex2var_epi16(f01, iy, f2));
+        _mm512_mask_storeu_epi16(u + 3 * g, 0xfff, _mm512_permutex2var_epi16(f01, iu, f2));
+        _mm512_mask_storeu_epi16(v + 3 * g, 0xfff, _mm512_permutex2var_epi16(f01, iv, f2));
+    }
+    if (g < n) v210Unpack(words + 4 * g, y + 6 * g, u + 3 * g, v + 3 * g, n - g);
+}
+
+// Entry points: the exact-arithmetic check, then the body with the usual shifts as immediates.
+template <int K, int SX, bool Tone>
+void planarFast(const RowParams &p, const void *c0, const void *c1, const void *c2, void *dst, int32_t n)
+{
+    if (!usable(p)) return planarRow<K, SX, Tone>(p, c0, c1, c2, dst, n);
+    if (p.shift == 8) return planarBody<K, SX, Tone, 8>(p, c0, c1, c2, dst, n);
+    if (p.shift == 10) return planarBody<K, SX, Tone, 10>(p, c0, c1, c2, dst, n);
+    planarBody<K, SX, Tone, -1>(p, c0, c1, c2, dst, n);
+}
+
+template <int K, bool Tone>
+void nv12Fast(const RowParams &p, const void *yRow, const void *uvRow, void *dst, int32_t n)
+{
+    if (!usable(p)) return nv12Row<K, Tone>(p, yRow, uvRow, dst, n);
+    if (p.shift == 8) return nv12Body<K, Tone, 8>(p, yRow, uvRow, dst, n);
+    nv12Body<K, Tone, -1>(p, yRow, uvRow, dst, n);
+}
+
+template <int K, bool UFirst, bool Tone> void packedFast(const RowParams &p, const void *row, void *dst, int32_t n)
+{
+    if (!usable(p)) return packedRow<K, UFirst, Tone>(p, row, dst, n);
+    if (p.shift == 8) return packedBody<K, UFirst, Tone, 8>(p, row, dst, n);
+    packedBody<K, UFirst, Tone, -1>(p, row, dst, n);
+}
+
+template <int K, bool Tone> void rgb3Fast(const RowParams &p, const void *row, void *dst, int32_t n)
+{
+    if (!usable(p)) return rgbRow<K, 3, Tone>(p, row, dst, n);
+    if (p.shift == 8) return rgb3Body<K, Tone, 8>(p, row, dst, n);
+    rgb3Body<K, Tone, -1>(p, row, dst, n);
 }
 
 void toneRowFast(void *dst, int32_t n, const uint8_t *table)
@@ -336,6 +434,7 @@ KernelSet customise(KernelSet k)
         k.rgb3[kS8][t] = tone ? rgb3Fast<kS8, true> : rgb3Fast<kS8, false>;
     }
     k.toneRow = toneRowFast;
+    k.v210Unpack = v210UnpackFast;
     k.diffRow8[0] = diffRow8Fast<false>;
     k.diffRow8[1] = diffRow8Fast<true>;
     return k;

@@ -100,6 +100,22 @@ TEST(NativeReadout, Positions)
     }
 }
 
+// The readout takes stored rows; a flipped picture's top row is the caller's stored row H - 1, and
+// the converter itself never mirrors (the same stored row gives the same values with and without flip).
+TEST(NativeReadout, FlippedPicturesReadStoredRows)
+{
+    auto conv = converterFor(YUV_p420, 4, 4, 8);
+    const auto frame = countingFrame(YUV_p420, 4, 4, 8);
+    const Read plain = readAt(conv, frame, 1, 3);
+    VideoProps p = conv.description();
+    p.flipped = true;
+    conv.setDescription(p);
+    const Read flipped = readAt(conv, frame, 1, 4 - 1 - 0); // top displayed row of the flipped picture
+    EXPECT_EQ(flipped.c1, plain.c1);
+    EXPECT_EQ(flipped.c1, 13);
+    EXPECT_EQ(flipped.c2, 16 + 2 + 0);
+}
+
 TEST(NativeReadout, V210Groups)
 {
     // Fields hold their own index 0..11 in word order (U0 Y0 V0 Y1 U2 Y2 V2 Y3 U4 Y4 V4 Y5).
