@@ -12,6 +12,7 @@
 // GCC 12's AVX-512 headers start many intrinsics from _mm512_undefined_epi32(), which its own
 // -Wmaybe-uninitialized then reports at every use (a compiler bug, not a fault of this file).
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
 #endif
 #define KAVRI_KERNEL_NS avx512
 #define KAVRI_KERNEL_NAME "avx512"
