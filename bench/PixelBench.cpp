@@ -40,7 +40,19 @@ struct Family {
 
 // Frames of random samples (masked to the depth), enough of them to overflow the cache.
 struct FrameSet {
-    std::vector<std::vector<uint8_t>> frames;
+    // 64-byte aligned frames, as the loader's read buffers should be (and libyuv's callers' usually are)
+    struct Aligned {
+        std::vector<uint8_t> storage;
+        uint8_t *p = nullptr;
+        void resize(size_t n)
+        {
+            storage.resize(n + 64);
+            p = storage.data() + ((64 - reinterpret_cast<uintptr_t>(storage.data()) % 64) % 64);
+        }
+        uint8_t *data() { return p; }
+        uint8_t &operator[](size_t i) { return p[i]; }
+    };
+    std::vector<Aligned> frames;
     size_t next = 0;
     FrameSet(videoFormat_t f, int32_t w, int32_t h, int32_t bits, size_t minFrames = 2)
     {
