@@ -78,6 +78,8 @@ struct X2RGBColorConv::Prepared {
     RowFn row = nullptr;
     int64_t rowSamples = 0;
     SemiRowFn semi = nullptr;
+    // Tone table applied by a pass over each finished row (sets with a fast table pass).
+    ToneRowFn toneAfter = nullptr;
 };
 
 X2RGBColorConv::X2RGBColorConv() { setToneCurve(kDefaultValue, kDefaultValue, kDefaultValue); }
@@ -119,7 +121,10 @@ void X2RGBColorConv::setToneCurve(int32_t brightness, int32_t contrast, int32_t 
         m_toneTable[size_t(i)] = entry;
     }
     m_toneIdentity = true;
-    for (int i = 0; i < 256; ++i) m_toneIdentity = m_toneIdentity && m_toneTable[size_t(i)] == i;
+    for (int i = 0; i < 256; ++i) {
+        m_toneIdentity = m_toneIdentity && m_toneTable[size_t(i)] == i;
+        m_toneBytes[size_t(i)] = uint8_t(m_toneTable[size_t(i)]);
+    }
 }
 
 void X2RGBColorConv::setChannelSelection(int32_t selection) { m_channelSelection = selection; }
@@ -187,7 +192,8 @@ void X2RGBColorConv::convertNativeFrame(const uint8_t *src, uint8_t *dst)
     job.width = W;
     job.height = H;
     job.flip = m_props.flipped;
-    const int tone = m_toneIdentity ? 0 : 1;
+    job.toneAfter = m_toneIdentity ? nullptr : job.k->toneRow;
+    const int tone = m_toneIdentity || job.toneAfter ? 0 : 1;
     const bool use8 = down == 0 && container == 8;
     const int kind = use8 ? (m_signed ? kS8 : kU8) : (m_signed ? kS16 : kU16);
     const int kind8 = m_signed ? kS8 : kU8;
@@ -234,6 +240,7 @@ void X2RGBColorConv::convertNativeFrame(const uint8_t *src, uint8_t *dst)
     job.p.up = upShift;
     job.p.shift = shift;
     job.p.tone = m_toneTable.data();
+    job.p.toneBytes = m_toneBytes.data();
 
     const int64_t pixels = int64_t(W) * H;
     bool zeroOddHeight = false;
@@ -358,8 +365,9 @@ void X2RGBColorConv::convertRows(const Prepared &job, const uint8_t *src, uint8_
         }
         case Prepared::Path::Packed: {
             job.row(p, src + size_t(s) * size_t(job.rowSamples) * sb, d, W / 2);
+            if (job.toneAfter) job.toneAfter(d, 2 * (W / 2), p.toneBytes);
             if (W & 1) clearPixel(reinterpret_cast<uint8_t *>(d + W - 1));
-            break;
+            continue; // the last pixel is black, not toned
         }
         case Prepared::Path::V210: {
             const int32_t groups = (W + 5) / 6; // the partial last group lies inside the padded row
@@ -377,6 +385,7 @@ void X2RGBColorConv::convertRows(const Prepared &job, const uint8_t *src, uint8_
             job.row(p, src + size_t(s) * size_t(job.rowSamples) * sb, d, W);
             break;
         }
+        if (job.toneAfter) job.toneAfter(d, W, p.toneBytes);
     }
 }
 

@@ -38,6 +38,8 @@ public:
     // it back) into `dst` (width x height x 4 bytes; the fourth byte of a pixel is kept, except by the
     // BGRA block copy and the odd-height zeroing of 4:2:0 and 4:1:0, which write whole pixels).
     // Equivalent to swapToNative(src) followed by convertNativeFrame(src, dst).
+    // Any alignment works; frame buffers aligned to 64 bytes avoid split loads in the vector kernels
+    // (worth about a quarter of the time for 16-bit containers).
     void convertFrame(uint8_t *src, uint8_t *dst);
 
     // Byte-swaps a big-endian 16-bit frame in place to native order (nothing for little-endian or 8-bit
@@ -77,6 +79,7 @@ private:
     int32_t m_channelSelection = 0;
     int32_t m_brightness = 0, m_contrast = 0, m_gamma = 256;
     std::array<int32_t, 256> m_toneTable{};
+    std::array<uint8_t, 256> m_toneBytes{};
     bool m_toneIdentity = true;
     int32_t m_threads = 0;
     const kavri::pixel::KernelSet *m_kernels = nullptr;

@@ -3,10 +3,12 @@
 #include "formats/FrameSize.h"
 #include "pixel/NativeReadout.h"
 #include "pixel/PlaneGeometry.h"
+#include "pixel/RowKernels.h"
 
 #include <QDebug>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 
 using namespace kavri;
 using namespace kavri::pixel;
@@ -42,13 +44,24 @@ template <typename T> inline void storeSample(uint8_t *base, int64_t index, int3
 }
 
 // Differences one component grid: squares summed, first difference found, destination written.
+// Contiguous 8-bit rows go to the row kernel of the fastest kernel set, with the byte table.
 template <typename T>
 void diffGrid(const Grid &g, int k, const uint8_t *a, const uint8_t *b, uint8_t *dst, const int32_t *table,
-              int32_t mid, int32_t peak, Metrics &m)
+              const uint8_t *table8, int32_t mid, int32_t peak, Metrics &m)
 {
     uint64_t sum = 0;
     for (int32_t row = 0; row < g.rows; ++row) {
         const int64_t base = g.start + row * g.stride;
+        if (sizeof(T) == 1 && g.step == 1) {
+            if (m.firstX[k] < 0 && std::memcmp(a + base, b + base, size_t(g.cols)) != 0) {
+                int32_t c = 0;
+                while (a[base + c] == b[base + c]) ++c;
+                m.firstX[k] = c;
+                m.firstY[k] = row;
+            }
+            sum += bestKernels().diffRow8[std::is_signed_v<T> ? 1 : 0](a + base, b + base, dst + base, g.cols, table8, mid);
+            continue;
+        }
         if (m.firstX[k] < 0) {
             for (int32_t c = 0; c < g.cols; ++c) {
                 const int64_t i = base + int64_t(c) * g.step;
@@ -117,6 +130,10 @@ void DifferencePicture::buildTable(int32_t gain)
         m_table[size_t(i)] = v >= peak ? peak : (v < 0 ? 0 : int32_t(v));
         acc += g;
     }
+    // The byte table of the 8-bit row kernels: indices past the peak read the peak's entry, which is
+    // what clamping the index to the peak gives.
+    if (m_bits <= 8)
+        for (int32_t i = 0; i < 256; ++i) m_table8[size_t(i)] = uint8_t(m_table[size_t(i <= peak ? i : peak)]);
 }
 
 void DifferencePicture::compute(uint8_t *a, const uint8_t *b, uint8_t *dst)
@@ -199,10 +216,12 @@ void DifferencePicture::compute(uint8_t *a, const uint8_t *b, uint8_t *dst)
 
     if (components > 0) {
         for (int k = 0; k < components; ++k) {
-            if (!wide && m_signed) diffGrid<int8_t>(grids[k], k, a, b, dst, m_table.data(), mid, peak, m);
-            else if (!wide) diffGrid<uint8_t>(grids[k], k, a, b, dst, m_table.data(), mid, peak, m);
-            else if (m_signed) diffGrid<int16_t>(grids[k], k, a, b, dst, m_table.data(), mid, peak, m);
-            else diffGrid<uint16_t>(grids[k], k, a, b, dst, m_table.data(), mid, peak, m);
+            const int32_t *t = m_table.data();
+            const uint8_t *t8 = m_table8.data();
+            if (!wide && m_signed) diffGrid<int8_t>(grids[k], k, a, b, dst, t, t8, mid, peak, m);
+            else if (!wide) diffGrid<uint8_t>(grids[k], k, a, b, dst, t, t8, mid, peak, m);
+            else if (m_signed) diffGrid<int16_t>(grids[k], k, a, b, dst, t, t8, mid, peak, m);
+            else diffGrid<uint16_t>(grids[k], k, a, b, dst, t, t8, mid, peak, m);
         }
     } else {
         components = 3;

@@ -4,6 +4,7 @@
 
 #include "formats/VideoFormat.h"
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -42,4 +43,5 @@ private:
     bool m_signed = false;
     int32_t m_mid = 128;
     std::vector<int32_t> m_table;
+    std::array<uint8_t, 256> m_table8{};
 };

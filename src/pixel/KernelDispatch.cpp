@@ -8,26 +8,26 @@
 namespace kavri::pixel {
 
 namespace portable {
-extern const KernelSet kKernelSet;
+const KernelSet &kernelSet();
 }
 #ifdef KAVRI_HAVE_AVX2
 namespace avx2 {
-extern const KernelSet kKernelSet;
+const KernelSet &kernelSet();
 }
 #endif
 #ifdef KAVRI_HAVE_AVX512
 namespace avx512 {
-extern const KernelSet kKernelSet;
+const KernelSet &kernelSet();
 }
 #endif
 
-const KernelSet &portableKernels() { return portable::kKernelSet; }
+const KernelSet &portableKernels() { return portable::kernelSet(); }
 
 const KernelSet *avx2Kernels()
 {
 #ifdef KAVRI_HAVE_AVX2
     __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx2")) return &avx2::kKernelSet;
+    if (__builtin_cpu_supports("avx2")) return &avx2::kernelSet();
 #endif
     return nullptr;
 }
@@ -37,8 +37,8 @@ const KernelSet *avx512Kernels()
 #ifdef KAVRI_HAVE_AVX512
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq"))
-        return &avx512::kKernelSet;
+        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vbmi"))
+        return &avx512::kernelSet();
 #endif
     return nullptr;
 }

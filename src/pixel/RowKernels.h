@@ -24,6 +24,7 @@ struct RowParams {
     int32_t up;       // left shift before the arithmetic right shift
     int32_t shift;    // arithmetic right shift
     const int32_t *tone; // 256 entries (used by the Tone variants only)
+    const uint8_t *toneBytes; // the same table as bytes (its entries' low bytes)
 };
 
 // Sample types of the kernels: unsigned/signed 8-bit and 16-bit containers.
@@ -40,6 +41,12 @@ using SemiRowFn = void (*)(const RowParams &, const void *y, const void *uv, voi
 // v210: n whole groups (4 words, 6 pixels) into three 16-bit planes (4:2:2).
 using V210UnpackFn = void (*)(const uint32_t *words, uint16_t *y, uint16_t *u, uint16_t *v, int32_t n);
 using Swap16Fn = void (*)(uint16_t *words, size_t n);
+// One row of an 8-bit difference: dst[i] = table[clamp(a[i] - b[i] + mid, 0, 255)] with a 256-entry
+// table (entries past the depth's peak repeat the peak's), returning the sum of the squared differences.
+using DiffRow8Fn = uint64_t (*)(const uint8_t *a, const uint8_t *b, uint8_t *dst, int32_t n, const uint8_t *table,
+                                int32_t mid);
+// Replaces blue, green and red of n pixels by their tone-table bytes, keeping the fourth byte.
+using ToneRowFn = void (*)(void *dst, int32_t n, const uint8_t *table);
 
 struct KernelSet {
     const char *name;
@@ -52,6 +59,10 @@ struct KernelSet {
     RowFn luma[4][2];             // luma only: ((s + add[0]) << up) >> shift, low byte
     V210UnpackFn v210Unpack;
     Swap16Fn swap16;
+    // Sets with a fast table pass use the identity rows followed by this pass instead of the [tone]
+    // variants (null in the portable set, whose tone variants are the reference).
+    ToneRowFn toneRow;
+    DiffRow8Fn diffRow8[2]; // [unsigned/signed]
 };
 
 // The portable set (the reference every other set is tested against) and, on x86-64 builds, the
