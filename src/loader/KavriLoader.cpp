@@ -364,9 +364,11 @@ bool KavriLoader::deliverFrame()
     {
         QMutexLocker view(&m_viewMutex);
         Buffer source = Buffer::Main;
+        // Samples are brought to native byte order once, right after the read: the difference, the
+        // conversion and the readout all work on native words (a difference of swapped words is noise).
+        m_conv.swapToNative(mainBuf);
         if (m_hasDiff) {
-            // Both raw frames are in the file's byte order here; a big-endian 16-bit pair would be
-            // brought to native order before this compute once the kernels offer that step.
+            m_conv.swapToNative(m_buffers[int(Buffer::DiffFile)].get());
             m_diffPicture.compute(mainBuf, m_buffers[int(Buffer::DiffFile)].get(),
                                   m_buffers[int(Buffer::DiffPicture)].get());
             source = m_diffView == 1 ? Buffer::Main : m_diffView == 2 ? Buffer::DiffFile : Buffer::DiffPicture;
@@ -375,7 +377,7 @@ bool KavriLoader::deliverFrame()
         }
         m_shownBuffer.store(int(source));
         if (dst) {
-            m_conv.convertFrame(m_buffers[int(source)].get(), dst);
+            m_conv.convertNativeFrame(m_buffers[int(source)].get(), dst);
             if (m_deinterlace.load()) deinterlaceFilter(dst, m_active.width, m_active.height);
         }
         if (m_hasDiff) {

@@ -6,11 +6,6 @@
 
 namespace kavri {
 
-void swapBytes16(uint8_t *buf, size_t bytes)
-{
-    for (size_t i = 0; i + 1 < bytes; i += 2) std::swap(buf[i], buf[i + 1]);
-}
-
 size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32_t headerBytes, uint8_t *buffer)
 {
     in.clear();
@@ -29,37 +24,28 @@ void FramePipeline::setup(const VideoProps &props, bool withSecond)
     m_first.assign(alloc, 0);
     m_second.assign(withSecond ? alloc : 0, 0);
     m_diff.assign(withSecond ? alloc : 0, 0);
-    m_firstNative = m_secondNative = !needsSwap();
     m_converter.setDescription(props);
     // The difference picture walks the stored rows of the first plane, which are `width` samples long.
     if (withSecond)
         m_difference.setup(props.format, props.width, props.height, props.width, props.bitDepth, props.signedValues);
 }
 
-bool FramePipeline::needsSwap() const { return m_props.toggleEndianness && m_props.containerBits == 16; }
-
-void FramePipeline::makeNative(uint8_t *buf, bool &native)
-{
-    if (native) return;
-    swapBytes16(buf, m_frameBytes);
-    native = true;
-}
-
 bool FramePipeline::read(std::istream &first, std::istream *second, uint64_t index)
 {
-    m_firstNative = m_secondNative = !needsSwap();
+    // Samples are brought to native byte order right after the read, so the difference, the conversion
+    // and the readout all see native words (a difference of byte-swapped words would be meaningless).
     const size_t n = readFrameAt(first, index, m_frameBytes, m_props.headerBytes, m_first.data());
     if (n == 0) return false;
+    m_converter.swapToNative(m_first.data());
     if (!m_hasSecond) return true;
-    if (!second) return false;
-    return readFrameAt(*second, index, m_frameBytes, m_props.headerBytes, m_second.data()) == n;
+    if (!second || readFrameAt(*second, index, m_frameBytes, m_props.headerBytes, m_second.data()) != n) return false;
+    m_converter.swapToNative(m_second.data());
+    return true;
 }
 
 const DifferencePicture &FramePipeline::compare()
 {
     if (m_hasSecond) {
-        makeNative(m_first.data(), m_firstNative);
-        makeNative(m_second.data(), m_secondNative);
         m_difference.compute(m_first.data(), m_second.data(), m_diff.data());
     }
     return m_difference;
@@ -68,7 +54,6 @@ const DifferencePicture &FramePipeline::compare()
 void FramePipeline::show(const ViewSettings &view, uint8_t *dst)
 {
     m_lastView = view.view;
-    VideoProps desc = m_props;
     uint8_t *src = m_first.data();
     bool isSigned = m_props.signedValues;
     if (m_hasSecond) {
@@ -76,8 +61,6 @@ void FramePipeline::show(const ViewSettings &view, uint8_t *dst)
                                  ColorConversion::kDefaultValue);
         m_difference.buildTable(view.contrast);
         compare();
-        // Both buffers are native now; the converter must not swap them back.
-        desc.toggleEndianness = false;
         if (view.view == 1) {
             src = m_first.data();
         } else if (view.view == 2) {
@@ -89,14 +72,10 @@ void FramePipeline::show(const ViewSettings &view, uint8_t *dst)
         }
     } else {
         m_converter.setToneCurve(view.brightness, view.contrast, view.gamma);
-        // The converter swaps a big-endian frame in place; a frame shown a second time is native already.
-        if (m_firstNative) desc.toggleEndianness = false;
-        m_firstNative = true;
     }
-    m_converter.setDescription(desc);
     m_converter.setUnsigned(!isSigned);
     m_converter.setChannelSelection(view.channel);
-    m_converter.convertFrame(src, dst);
+    m_converter.convertNativeFrame(src, dst);
     if (m_props.interlaced) deinterlaceFilter(dst, m_props.width, m_props.height);
 }
 

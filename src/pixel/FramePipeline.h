@@ -14,9 +14,6 @@
 
 namespace kavri {
 
-// Exchanges the two bytes of every whole 16-bit word in the first `bytes` bytes of `buf`.
-void swapBytes16(uint8_t *buf, size_t bytes);
-
 // Reads frame `index` (frameBytes bytes after headerBytes + index * frameBytes) into `buffer`.
 // Returns the bytes actually read; a short read leaves the rest of the buffer as it was.
 size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32_t headerBytes, uint8_t *buffer);
@@ -43,8 +40,8 @@ public:
     // first read is empty or the two reads differ in length.
     bool read(std::istream &first, std::istream *second, uint64_t index);
 
-    // The comparison of the two frames just read: both are brought to native byte order first (a
-    // difference of byte-swapped words would be meaningless), then the difference picture and its metrics.
+    // The comparison of the two frames just read (both in native byte order): the difference picture
+    // and its metrics.
     const DifferencePicture &compare();
 
     // Converts the frame just read into `dst` (width x height x 4 bytes, the fourth byte untouched),
@@ -60,15 +57,11 @@ public:
     const DifferencePicture &difference() const { return m_difference; }
 
 private:
-    bool needsSwap() const;
-    void makeNative(uint8_t *buf, bool &native);
 
     VideoProps m_props;
     bool m_hasSecond = false;
     uint32_t m_frameBytes = 0;
     std::vector<uint8_t> m_first, m_second, m_diff;
-    // Whether each buffer already holds native-order words (the converter swaps its source in place).
-    bool m_firstNative = true, m_secondNative = true;
     int32_t m_lastView = 0;
     ColorConversion::X2RGBColorConv m_converter;
     DifferencePicture m_difference;
