@@ -13,6 +13,8 @@
 #include <gtest/gtest.h>
 
 #ifdef Q_OS_UNIX
+#include <csignal>
+#include <sys/resource.h>
 #include <unistd.h>
 #endif
 
@@ -212,6 +214,29 @@ TEST(NothingLost, UnwritableFolderLeavesNothing)
     EXPECT_FALSE(r.ok);
     EXPECT_FALSE(r.error.isEmpty());
     EXPECT_TRUE(entries(ro).isEmpty());
+}
+
+// A disk that fills up part-way, made with a file-size limit (which also binds the superuser).
+TEST(NothingLost, WriteFailingPartWayLeavesNoOutput)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(0, 64, 4096));
+    const QString out = dir.write("out.yuv", "old");
+    struct rlimit old {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
+    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit small = old;
+    small.rlim_cur = 3 * 4096 + 100;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    CopyJob j = job(in, out, 4096, 0, 0, 63);
+    j.overwrite = true;
+    const CopyResult r = copyFrames(j);
+    ::setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, previous);
+    EXPECT_FALSE(r.ok);
+    EXPECT_FALSE(r.error.isEmpty());
+    EXPECT_EQ(readAll(out), QByteArray("old")) << "the file under the output name is untouched";
+    EXPECT_EQ(entries(dir.dir()), (QStringList{"in.yuv", "out.yuv"})) << "no temporary left";
 }
 #endif
 
