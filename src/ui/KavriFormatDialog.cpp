@@ -121,6 +121,7 @@ KavriFormatDialog::KavriFormatDialog(VideoProps &props, QWidget *parent) : QDial
     m_bits->setObjectName(QStringLiteral("spin_bits"));
     m_bits->setRange(1, 16);
     m_bits->setValue(8);
+    m_bits->setMaximumWidth(80);
     auto *lbBits = new QLabel(QStringLiteral("Bit Depth (Value)"), video);
     lbBits->setObjectName(QStringLiteral("lb_bits"));
     lbBits->setBuddy(m_bits);
@@ -142,6 +143,7 @@ KavriFormatDialog::KavriFormatDialog(VideoProps &props, QWidget *parent) : QDial
     m_container->addItems({QStringLiteral("8bit"), QStringLiteral("16bit")});
     m_headerBytes = numberField("le_headerBytes", experts);
     m_headerBytes->setPlaceholderText(QStringLiteral("0 bytes"));
+    m_container->setMaximumWidth(100);
     auto *expertForm = new QFormLayout(experts);
     auto *expertFlags = new QHBoxLayout;
     expertFlags->addWidget(m_endian);
