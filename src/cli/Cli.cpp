@@ -25,6 +25,9 @@ const std::vector<Command> &commands()
         renderCommand(),
         pixelCommand(),
         diffCommand(),
+        extractCommand(),
+        reverseCommand(),
+        normalizeCommand(),
     };
     return table;
 }

@@ -14,5 +14,8 @@ Command synthCommand();
 Command renderCommand();
 Command pixelCommand();
 Command diffCommand();
+Command extractCommand();
+Command reverseCommand();
+Command normalizeCommand();
 
 } // namespace kavri::cli

@@ -8,6 +8,13 @@
 #include "ui/ActionTable.h"
 #include "ui/BrightnessPanel.h"
 #include "ui/KavriGotoDlg.h"
+#include "ui/KavriCopyDlg.h"
+#include "ui/KavriFormatDialog.h"
+#include "ui/KavriRenameDlg.h"
+#include "ui/KavriSettingsDlg.h"
+#include "tools/SequenceCopy.h"
+#include "tools/SequenceNames.h"
+#include "formats/RememberedFormats.h"
 #include "ui/KavriSlider.h"
 #include "ui/SaveFrame.h"
 #include "ui/StatusText.h"
@@ -197,6 +204,11 @@ void frame::createActions()
     on("actionNext_Diff_Component", &frame::oon_next_diff_component);
     on("actionPrevious_Diff_Component", &frame::oon_prev_diff_component);
     on("actionBrightness_Contrast_etc", &frame::oon_brightcon);
+    on("actionFormat", &frame::oon_format);
+    on("actionSettings", &frame::oon_settings);
+    on("actionExtract", &frame::oon_extract);
+    on("actionReverse", &frame::oon_reverse);
+    on("actionNormalize_File_Name", &frame::oon_normalize_filename);
     connect(action("actionDeinterlace"), &QAction::toggled, this, &frame::oon_deinterlace);
     connect(action("actionFullscreen"), &QAction::triggered, this, &frame::oon_fullscreen);
     connect(action("actionTimecode"), &QAction::toggled, this, &frame::oon_timecode);
@@ -316,13 +328,7 @@ bool frame::openSequence(const QString &file, const QString &diff, const KavriSt
         }
     }
     if (changed) l->validate();
-    if (!isPlayable(l->validityMask())) {
-        QMessageBox box(QMessageBox::Warning, QStringLiteral("Kavri"),
-                        QStringLiteral("The format of this file is not known."), QMessageBox::Ok, this);
-        box.setInformativeText(QStringLiteral("Give its size and layout on the command line (-w, -h, -f) or in its "
-                                              "name, e.g. clip_1920x1080_50Hz_8bit_P420.yuv."));
-        box.exec();
-    }
+    if (!isPlayable(l->validityMask())) askForFormat();
     l->setLoop(action("actionLoop")->isChecked());
     l->setDeinterlace(action("actionDeinterlace")->isChecked());
     m_currentFrame = 0;
@@ -930,4 +936,92 @@ void frame::receiver_quit(QString)
     m_receiver = nullptr;
     m_sender.reset();
     m_link->setLinked(false);
+}
+
+// ---- Sequence tools -------------------------------------------------------------------------------------
+
+void frame::askForFormat()
+{
+    if (!m_loader) return;
+    while (!isPlayable(m_loader->validityMask())) {
+        KavriFormatDialog dlg(m_loader->pendingProps(), this);
+        connect(&dlg, &KavriFormatDialog::format_changed, this, &frame::oon_format_changed);
+        if (dlg.exec() != QDialog::Accepted) break;
+    }
+}
+
+void frame::oon_format()
+{
+    if (!m_loader) return;
+    KavriFormatDialog dlg(m_loader->pendingProps(), this);
+    connect(&dlg, &KavriFormatDialog::format_changed, this, &frame::oon_format_changed);
+    dlg.exec();
+}
+
+void frame::oon_format_changed()
+{
+    if (!m_loader) return;
+    // validate() remembers a playable record and has the loader rebuild its buffers for it.
+    const uint32_t mask = m_loader->validate();
+    setWindowTitle(ui::windowTitle(m_openFile, m_diffFile));
+    updateStatus();
+    if (!isPlayable(mask) || !m_loader->isRunning()) return;
+    const uint64_t n = frameCount();
+    emit seek(n > 0 ? std::min<uint64_t>(m_currentFrame.load(), n - 1) : 0, false, false);
+}
+
+void frame::oon_settings()
+{
+    KavriSettingsDlg dlg(this);
+    if (dlg.exec() != QDialog::Accepted) return;
+    applyEscapeShortcut();
+    if (m_panel->anamorphic()) m_panel->setAnamorphic(true); // picks up a changed factor
+    m_panel->update();
+}
+
+QString frame::toolInput() const
+{
+    if (!m_loader || m_openFile.isEmpty() || m_openFile == QLatin1String("-")) return {};
+    if (!isPlayable(m_loader->validityMask())) return {};
+    return m_openFile;
+}
+
+void frame::oon_extract()
+{
+    if (toolInput().isEmpty()) return;
+    KavriExtractDlg dlg(m_loader->pendingProps(), m_currentFrame.load(), this);
+    dlg.exec();
+}
+
+void frame::oon_reverse()
+{
+    if (toolInput().isEmpty()) return;
+    KavriReverseDlg dlg(m_loader->pendingProps(), this);
+    dlg.exec();
+}
+
+void frame::oon_normalize_filename()
+{
+    const QString file = toolInput();
+    if (file.isEmpty()) return;
+    const QFileInfo fi(file);
+    const QString folder = fi.canonicalPath().isEmpty() ? fi.absolutePath() : fi.canonicalPath();
+    VideoProps props = m_loader->pendingProps();
+    KavriRenameDlg dlg(fi.fileName(), tools::canonicalFileName(props), this);
+    if (dlg.exec() != QDialog::Accepted || dlg.newName().isEmpty()) return;
+    const QString from = folder + QLatin1Char('/') + fi.fileName();
+    const QString to = folder + QLatin1Char('/') + dlg.newName();
+    if (from == to) return;
+    // A name with a folder in it would move the file; the rename refuses that, as it refuses to replace.
+    const QString error = tools::renameKeepingAll(from, to);
+    if (!error.isEmpty()) {
+        KavriRenameDlg::showRenameError(this, QDir::toNativeSeparators(from), QDir::toNativeSeparators(to), error);
+        return;
+    }
+    // The format the user settled on follows the file to its new name.
+    forgetRemembered(file);
+    props.fileName = to;
+    storeRemembered(props);
+    const QString diff = m_diffFile;
+    openSequence(to, diff, nullptr);
 }

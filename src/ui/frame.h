@@ -129,6 +129,14 @@ public slots:
     void oon_timecode(bool on);
     void oon_loop(bool on);
 
+    // Sequence tools: format dialog, preferences, extract, reverse and file-name normalisation.
+    void oon_format();
+    void oon_settings();
+    void oon_extract();
+    void oon_reverse();
+    void oon_normalize_filename();
+    void oon_format_changed();
+
 protected:
     void closeEvent(QCloseEvent *e) override;
     void dragEnterEvent(QDragEnterEvent *e) override;
@@ -151,6 +159,10 @@ private:
     uint64_t frameCount();
     void seekTo(int64_t frame);
     void applyEscapeShortcut();
+    // Shows the format dialog for the pending record until it is playable or the user gives up.
+    void askForFormat();
+    // The open file when the tools can work on it (a playable file, not standard input), else empty.
+    QString toolInput() const;
     bool isFullScreenMode() const { return m_fullscreen; }
 
     KavriStartupConfig m_config;

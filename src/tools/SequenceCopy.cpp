@@ -1,0 +1,175 @@
+#include "tools/SequenceCopy.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <memory>
+
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
+
+namespace kavri::tools {
+
+namespace {
+
+QString shown(const QString &path) { return QDir::toNativeSeparators(path); }
+
+// The folder a path lives in, resolved, so that two spellings of one folder compare equal.
+QString folderOf(const QString &path)
+{
+    const QFileInfo fi(path);
+    const QString canonical = QFileInfo(fi.absolutePath()).canonicalFilePath();
+    return canonical.isEmpty() ? QDir::cleanPath(fi.absolutePath()) : canonical;
+}
+
+// True also for a dangling symlink, which QFileInfo::exists() reports as absent.
+bool anythingAt(const QString &path)
+{
+    const QFileInfo fi(path);
+    return fi.exists() || fi.isSymLink();
+}
+
+} // namespace
+
+uint64_t framesInFile(const QString &path, uint32_t frameBytes, uint32_t headerBytes)
+{
+    const QFileInfo fi(path);
+    if (frameBytes == 0 || !fi.isFile()) return 0;
+    const uint64_t size = uint64_t(fi.size());
+    return size > headerBytes ? (size - headerBytes) / frameBytes : 0;
+}
+
+bool isSameFile(const QString &a, const QString &b)
+{
+#ifdef Q_OS_UNIX
+    struct stat sa {}, sb {};
+    if (::stat(QFile::encodeName(a).constData(), &sa) != 0) return false;
+    if (::stat(QFile::encodeName(b).constData(), &sb) != 0) return false;
+    return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+#else
+    const QString ca = QFileInfo(a).canonicalFilePath(), cb = QFileInfo(b).canonicalFilePath();
+    return !ca.isEmpty() && ca.compare(cb, Qt::CaseInsensitive) == 0;
+#endif
+}
+
+QString checkOutput(const QString &input, const QString &output, bool overwrite)
+{
+    if (output.isEmpty()) return QStringLiteral("no output file given");
+    if (isSameFile(input, output))
+        return QStringLiteral("'%1' is the input file itself; choose another output").arg(shown(output));
+    const QFileInfo out(output);
+    if (out.isDir()) return QStringLiteral("'%1' is a folder").arg(shown(output));
+    if (anythingAt(output) && !overwrite)
+        return QStringLiteral("'%1' exists already; it is not overwritten").arg(shown(output));
+    if (!QFileInfo(out.absolutePath()).isDir())
+        return QStringLiteral("the folder '%1' does not exist").arg(shown(out.absolutePath()));
+    return {};
+}
+
+bool fitRange(uint64_t frames, uint64_t first, uint64_t requestedLast, uint64_t &last, bool &clamped, QString &error)
+{
+    clamped = false;
+    if (frames == 0) {
+        error = QStringLiteral("the file holds no whole frame");
+        return false;
+    }
+    if (first > requestedLast) {
+        error = QStringLiteral("the first frame %1 lies after the last frame %2").arg(first).arg(requestedLast);
+        return false;
+    }
+    if (first >= frames) {
+        error = QStringLiteral("frame %1 is beyond the end of the file (frames 0 to %2)").arg(first).arg(frames - 1);
+        return false;
+    }
+    last = requestedLast;
+    if (last >= frames) {
+        last = frames - 1;
+        clamped = true;
+    }
+    return true;
+}
+
+CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress)
+{
+    CopyResult r;
+    auto failed = [&r](const QString &why) {
+        r.ok = false;
+        r.error = why;
+        return r;
+    };
+    if (job.frameBytes == 0) return failed(QStringLiteral("the frame size is 0"));
+    if (job.first > job.last) return failed(QStringLiteral("the frame range is empty"));
+    if (const QString why = checkOutput(job.input, job.output, job.overwrite); !why.isEmpty()) return failed(why);
+
+    QFile in(job.input);
+    if (!in.open(QIODevice::ReadOnly))
+        return failed(QStringLiteral("cannot read '%1': %2").arg(shown(job.input), in.errorString()));
+    const uint64_t available = framesInFile(job.input, job.frameBytes, job.headerBytes);
+    if (job.last >= available)
+        return failed(QStringLiteral("'%1' holds %2 frames, frame %3 is missing")
+                          .arg(shown(job.input))
+                          .arg(available)
+                          .arg(job.last));
+
+    // Written beside the output and renamed into place by commit(): until then the output name shows
+    // nothing (or the old file), whatever happens.
+    QSaveFile out(job.output);
+    out.setDirectWriteFallback(false);
+    if (!out.open(QIODevice::WriteOnly))
+        return failed(QStringLiteral("cannot write '%1': %2").arg(shown(job.output), out.errorString()));
+
+    const uint64_t total = job.last - job.first + 1;
+    std::unique_ptr<char[]> buffer(new char[job.frameBytes]);
+    int lastPercent = -1;
+    for (uint64_t i = 0; i < total; ++i) {
+        const uint64_t k = job.reverse ? job.last - i : job.first + i;
+        const qint64 offset = qint64(uint64_t(job.headerBytes) + k * uint64_t(job.frameBytes));
+        if (!in.seek(offset)) {
+            out.cancelWriting();
+            return failed(QStringLiteral("cannot seek to frame %1 of '%2'").arg(k).arg(shown(job.input)));
+        }
+        const qint64 got = in.read(buffer.get(), job.frameBytes);
+        if (got != qint64(job.frameBytes)) {
+            out.cancelWriting();
+            return failed(QStringLiteral("'%1' ended inside frame %2 (the file is shorter than its format claims)")
+                              .arg(shown(job.input))
+                              .arg(k));
+        }
+        if (out.write(buffer.get(), job.frameBytes) != qint64(job.frameBytes)) {
+            const QString why = out.errorString();
+            out.cancelWriting();
+            return failed(QStringLiteral("writing '%1' failed: %2").arg(shown(job.output), why));
+        }
+        r.framesWritten = i + 1;
+        const int percent = int(uint64_t(100) * r.framesWritten / total);
+        if (progress && percent != lastPercent && percent < 100) progress(percent);
+        lastPercent = percent;
+    }
+    // A file may have appeared under the output name while we wrote; it is kept unless replacing was asked.
+    if (!job.overwrite && anythingAt(job.output)) {
+        out.cancelWriting();
+        return failed(QStringLiteral("'%1' exists already; it is not overwritten").arg(shown(job.output)));
+    }
+    if (!out.commit()) return failed(QStringLiteral("writing '%1' failed: %2").arg(shown(job.output), out.errorString()));
+    r.ok = true;
+    return r;
+}
+
+QString renameKeepingAll(const QString &from, const QString &to, bool allowOtherFolder)
+{
+    const QFileInfo src(from);
+    if (!src.exists() && !src.isSymLink()) return QStringLiteral("'%1' does not exist").arg(shown(from));
+    if (QFileInfo(from).absoluteFilePath() == QFileInfo(to).absoluteFilePath()) return {};
+    if (!allowOtherFolder && folderOf(from) != folderOf(to))
+        return QStringLiteral("'%1' lies in another folder than '%2'").arg(shown(to), shown(from));
+    if (anythingAt(to)) return QStringLiteral("'%1' exists already; it is not replaced").arg(shown(to));
+    // QFile::rename itself refuses an existing target (atomically where the system can), so a file that
+    // appears between the check above and the rename is kept too.
+    QFile f(from);
+    if (!f.rename(to)) return QStringLiteral("cannot rename '%1': %2").arg(shown(from), f.errorString());
+    return {};
+}
+
+} // namespace kavri::tools

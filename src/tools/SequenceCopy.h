@@ -1,0 +1,59 @@
+// Writing a frame range or the reversed sequence of a raw file to a new file, and renaming a file, so that
+// no data is ever lost: the input is only read, an existing file is replaced only when asked, the output
+// appears under its name only once it is complete, and a rename never replaces anything.
+#pragma once
+
+#include <QString>
+#include <cstdint>
+#include <functional>
+
+namespace kavri::tools {
+
+struct CopyJob {
+    QString input;
+    QString output;
+    uint32_t frameBytes = 0;  // one whole stored frame
+    uint32_t headerBytes = 0; // skipped at the start of the input, never copied
+    uint64_t first = 0;       // inclusive, counted from 0
+    uint64_t last = 0;        // inclusive
+    bool reverse = false;     // write last..first instead of first..last
+    bool overwrite = false;   // an existing output (never the input itself) may be replaced
+};
+
+struct CopyResult {
+    bool ok = false;
+    uint64_t framesWritten = 0;
+    QString error; // one line, empty on success
+};
+
+// Called with the progress in percent (0..99) whenever it changes; 100 is left to the caller, which
+// reports it once the result is known.
+using ProgressFn = std::function<void(int)>;
+
+// Whole frames after the header in the file as it is now (0 when it cannot be read).
+uint64_t framesInFile(const QString &path, uint32_t frameBytes, uint32_t headerBytes);
+
+// Whether two paths name the same file (device and inode, so symlinks and hard links count); false
+// when either does not exist.
+bool isSameFile(const QString &a, const QString &b);
+
+// Checks the output of a job before anything is written: it must not be the input itself, must not be
+// a directory, must not exist unless `overwrite`, and its folder must exist. Empty when fine.
+QString checkOutput(const QString &input, const QString &output, bool overwrite);
+
+// The range a user asks for, fitted to a file of `frames` frames. A 0-frame file and a first frame
+// beyond the last are refused (`error` set, false); a last frame beyond the file is cut to the file's
+// last frame (`clamped` set). first > last is refused.
+bool fitRange(uint64_t frames, uint64_t first, uint64_t requestedLast, uint64_t &last, bool &clamped,
+              QString &error);
+
+// The one implementation of extraction and reversal. Reads the input frame by frame into a buffer of one
+// frame, writes into a temporary file beside the output and renames it into place only when every frame
+// was read and written. On failure nothing is left under the output name (an existing file there is kept).
+CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress = {});
+
+// Renames `from` to `to` without ever replacing an existing file, and within `from`'s folder unless
+// `allowOtherFolder`. Empty on success, otherwise the reason.
+QString renameKeepingAll(const QString &from, const QString &to, bool allowOtherFolder = false);
+
+} // namespace kavri::tools

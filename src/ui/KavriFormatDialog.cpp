@@ -1,0 +1,262 @@
+#include "ui/KavriFormatDialog.h"
+
+#include "formats/FormatNames.h"
+
+#include "ui/TabOrder.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDoubleSpinBox>
+#include <QFormLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QIntValidator>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+namespace {
+
+constexpr int kMaxTextNumber = 99999;
+constexpr int kContainer8 = 0;
+constexpr int kContainer16 = 1;
+
+QLineEdit *numberField(const char *name, QWidget *parent)
+{
+    auto *le = new QLineEdit(parent);
+    le->setObjectName(QLatin1String(name));
+    le->setValidator(new QIntValidator(0, kMaxTextNumber, le));
+    le->setMaximumWidth(80);
+    return le;
+}
+
+QCheckBox *checkBox(const char *name, const QString &text, bool on, QWidget *parent)
+{
+    auto *c = new QCheckBox(text, parent);
+    c->setObjectName(QLatin1String(name));
+    c->setChecked(on);
+    return c;
+}
+
+} // namespace
+
+const QList<KavriFormatDialog::res_sizes> &KavriFormatDialog::presets()
+{
+    static const QList<res_sizes> list = {
+        {QStringLiteral("(Keep as is)"), -1, -1}, {QStringLiteral("QCIF"), 176, 144},
+        {QStringLiteral("QVGA"), 320, 240},       {QStringLiteral("CIF"), 352, 288},
+        {QStringLiteral("SIF"), 352, 240},        {QStringLiteral("qWVGA"), 416, 240},
+        {QStringLiteral("VGA"), 640, 480},        {QStringLiteral("SD480"), 720, 480},
+        {QStringLiteral("PAL"), 768, 576},        {QStringLiteral("SD576"), 720, 576},
+        {QStringLiteral("WVGA"), 832, 480},       {QStringLiteral("XGA"), 1024, 768},
+        {QStringLiteral("HD720"), 1280, 720},     {QStringLiteral("HD1080"), 1920, 1080},
+        {QStringLiteral("Ultra HD"), 3840, 2160},
+    };
+    return list;
+}
+
+KavriFormatDialog::KavriFormatDialog(VideoProps &props, QWidget *parent) : QDialog(parent), m_props(props)
+{
+    qRegisterMetaType<res_sizes>("res_sizes");
+    setObjectName(QStringLiteral("FormatDialogClass"));
+    setWindowTitle(QStringLiteral("Select Format"));
+
+    // Frame size.
+    auto *size = new QGroupBox(QStringLiteral("Frame Size"), this);
+    size->setObjectName(QStringLiteral("groupBoxSize"));
+    m_resolutions = new QComboBox(size);
+    m_resolutions->setObjectName(QStringLiteral("comboResolutions"));
+    const bool sizeKnown = props.width > 0 && props.height > 0;
+    m_resolutions->addItem(sizeKnown ? QStringLiteral("(Keep as is)") : QStringLiteral("Select, please"),
+                           QVariant::fromValue(presets().first()));
+    for (qsizetype i = 1; i < presets().size(); ++i) {
+        const res_sizes &r = presets()[i];
+        m_resolutions->addItem(QStringLiteral("%1\t( %2 x %3 )").arg(r.name).arg(r.width).arg(r.height),
+                               QVariant::fromValue(r));
+    }
+    m_width = numberField("le_width", size);
+    m_height = numberField("le_height", size);
+    m_anamorph = checkBox("chk_anamorph", QStringLiteral("anamorphic"), props.anamorphic, size);
+    auto *lbResolution = new QLabel(QStringLiteral("Resolution"), size);
+    lbResolution->setObjectName(QStringLiteral("lb_resolution"));
+    auto *lbSize = new QLabel(QStringLiteral("Size"), size);
+    lbSize->setObjectName(QStringLiteral("lb_size"));
+    auto *sizeRow = new QHBoxLayout;
+    sizeRow->addWidget(m_width);
+    sizeRow->addWidget(new QLabel(QStringLiteral("x"), size));
+    sizeRow->addWidget(m_height);
+    sizeRow->addSpacing(12);
+    sizeRow->addWidget(m_anamorph);
+    sizeRow->addStretch(1);
+    auto *sizeForm = new QFormLayout(size);
+    sizeForm->addRow(lbResolution, m_resolutions);
+    sizeForm->addRow(lbSize, sizeRow);
+    lbResolution->setBuddy(m_resolutions);
+    lbSize->setBuddy(m_width);
+
+    // Frame rate.
+    auto *rate = new QGroupBox(QStringLiteral("Frame Rate"), this);
+    rate->setObjectName(QStringLiteral("groupBoxRate"));
+    m_rate = new QDoubleSpinBox(rate);
+    m_rate->setObjectName(QStringLiteral("spin_rate"));
+    m_rate->setRange(0.0, 100.0);
+    m_rate->setDecimals(3);
+    m_rate->setValue(25.0);
+    auto *rateForm = new QFormLayout(rate);
+    rateForm->addRow(QStringLiteral("Frames / Second"), m_rate);
+
+    // Layout and sample encoding.
+    m_tabs = new QTabWidget(this);
+    auto *video = new QWidget(m_tabs);
+    video->setObjectName(QStringLiteral("tab_videoformat"));
+    m_format = new QComboBox(video);
+    m_format->setObjectName(QStringLiteral("cb_format"));
+    for (int v = 1; v <= kavri::kLayoutCount; ++v) m_format->addItem(kavri::displayName(v));
+    m_flipped = checkBox("chk_vertically_flipped", QStringLiteral("Vertically Flipped"), props.flipped, video);
+    m_swap = checkBox("chk_swap", QStringLiteral("Swap UV"), props.swapUV, video);
+    m_bits = new QSpinBox(video);
+    m_bits->setObjectName(QStringLiteral("spin_bits"));
+    m_bits->setRange(1, 16);
+    m_bits->setValue(8);
+    m_bits->setMaximumWidth(80);
+    auto *lbBits = new QLabel(QStringLiteral("Bit Depth (Value)"), video);
+    lbBits->setObjectName(QStringLiteral("lb_bits"));
+    lbBits->setBuddy(m_bits);
+    auto *videoForm = new QFormLayout(video);
+    videoForm->addRow(m_format);
+    auto *flags = new QHBoxLayout;
+    flags->addWidget(m_flipped);
+    flags->addWidget(m_swap);
+    flags->addStretch(1);
+    videoForm->addRow(flags);
+    videoForm->addRow(lbBits, m_bits);
+
+    auto *experts = new QWidget(m_tabs);
+    experts->setObjectName(QStringLiteral("tab_experts"));
+    m_endian = checkBox("chk_endian", QStringLiteral("Toggle Endianness"), props.toggleEndianness, experts);
+    m_signed = checkBox("chk_signed", QStringLiteral("Signed Values"), props.signedValues, experts);
+    m_container = new QComboBox(experts);
+    m_container->setObjectName(QStringLiteral("cb_container"));
+    m_container->addItems({QStringLiteral("8bit"), QStringLiteral("16bit")});
+    m_headerBytes = numberField("le_headerBytes", experts);
+    m_headerBytes->setPlaceholderText(QStringLiteral("0 bytes"));
+    m_container->setMaximumWidth(100);
+    auto *expertForm = new QFormLayout(experts);
+    auto *expertFlags = new QHBoxLayout;
+    expertFlags->addWidget(m_endian);
+    expertFlags->addWidget(m_signed);
+    expertFlags->addStretch(1);
+    expertForm->addRow(expertFlags);
+    expertForm->addRow(QStringLiteral("Bit Depth (Container)"), m_container);
+    expertForm->addRow(QStringLiteral("Header Bytes"), m_headerBytes);
+
+    m_tabs->addTab(video, QStringLiteral("Video Format"));
+    m_tabs->addTab(experts, QStringLiteral("Expert Settings"));
+    m_tabs->setCurrentIndex(0);
+
+    auto *apply = new QPushButton(QStringLiteral("Apply"), this);
+    apply->setObjectName(QStringLiteral("applyButton"));
+    auto *ok = new QPushButton(QStringLiteral("OK"), this);
+    ok->setObjectName(QStringLiteral("okButton"));
+    ok->setDefault(true);
+    auto *cancel = new QPushButton(QStringLiteral("Cancel"), this);
+    cancel->setObjectName(QStringLiteral("cancelButton"));
+    auto *buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    buttons->addWidget(apply);
+    buttons->addWidget(ok);
+    buttons->addWidget(cancel);
+
+    auto *top = new QHBoxLayout;
+    top->addWidget(size, 3);
+    top->addWidget(rate, 1);
+    auto *main = new QVBoxLayout(this);
+    main->addLayout(top);
+    main->addWidget(m_tabs);
+    main->addLayout(buttons);
+    main->setSizeConstraint(QLayout::SetFixedSize);
+
+    // Fill from the record before the signals are wired, so that filling triggers no adjustments of its own
+    // beyond the ones applied explicitly below.
+    m_width->setText(QString::number(props.width));
+    m_height->setText(QString::number(props.height));
+    if (props.frameRate >= 0.0) m_rate->setValue(props.frameRate);
+    if (kavri::isValidFormat(props.format)) m_format->setCurrentIndex(props.format - 1);
+    if (props.bitDepth >= 1) m_bits->setValue(props.bitDepth);
+    m_container->setCurrentIndex(props.containerBits == 16 ? kContainer16 : kContainer8);
+    m_headerBytes->setText(QString::number(props.headerBytes));
+
+    connect(m_resolutions, &QComboBox::currentIndexChanged, this, &KavriFormatDialog::resolution_changed);
+    connect(m_bits, &QSpinBox::valueChanged, this, &KavriFormatDialog::oon_bits_changed);
+    connect(m_format, &QComboBox::currentIndexChanged, this, &KavriFormatDialog::oon_color_changed);
+    connect(apply, &QPushButton::clicked, this, &KavriFormatDialog::oon_apply);
+    connect(ok, &QPushButton::clicked, this, &KavriFormatDialog::accept);
+    connect(cancel, &QPushButton::clicked, this, &KavriFormatDialog::reject);
+    oon_color_changed(m_format->currentIndex());
+
+    kavri::ui::chainTabOrder({m_resolutions, m_width, m_height, m_anamorph, m_rate, m_tabs, m_format, m_flipped, m_swap, m_bits,
+                 m_endian, m_signed, m_container, m_headerBytes, apply, ok, cancel});
+    m_format->setFocus();
+}
+
+void KavriFormatDialog::resolution_changed(int index)
+{
+    if (index < 0) return;
+    const res_sizes r = m_resolutions->itemData(index).value<res_sizes>();
+    const bool keep = index == 0 || r.width < 0 || r.height < 0;
+    m_width->setText(QString::number(keep ? m_props.width : r.width));
+    m_height->setText(QString::number(keep ? m_props.height : r.height));
+}
+
+void KavriFormatDialog::oon_bits_changed(int bits)
+{
+    // Values above 8 bits only fit a 16-bit container; 8 bits or fewer may be stored in either.
+    if (bits > 8) m_container->setCurrentIndex(kContainer16);
+    m_container->setEnabled(bits <= 8 && m_format->currentIndex() + 1 != YUV_v210);
+}
+
+void KavriFormatDialog::oon_color_changed(int index)
+{
+    // v210 is by definition unsigned 10-bit in its own 32-bit words: depth, sign and container are fixed.
+    const bool v210 = index + 1 == YUV_v210;
+    if (v210) {
+        m_bits->setValue(10);
+        m_signed->setChecked(false);
+    }
+    m_bits->setEnabled(!v210);
+    m_signed->setEnabled(!v210);
+    m_endian->setEnabled(!v210);
+    oon_bits_changed(m_bits->value());
+}
+
+void KavriFormatDialog::copyToRecord()
+{
+    m_props.headerBytes = m_headerBytes->text().toUInt();
+    m_props.bitDepth = m_bits->value();
+    m_props.containerBits = m_container->currentText() == QLatin1String("16bit") ? 16 : 8;
+    m_props.toggleEndianness = m_endian->isChecked();
+    m_props.signedValues = m_signed->isChecked();
+    m_props.swapUV = m_swap->isChecked();
+    m_props.flipped = m_flipped->isChecked();
+    m_props.format = videoFormat_t(m_format->currentIndex() + 1);
+    m_props.frameRate = m_rate->value();
+    m_props.anamorphic = m_anamorph->isChecked();
+    m_props.width = m_width->text().toInt();
+    m_props.height = m_height->text().toInt();
+}
+
+void KavriFormatDialog::accept()
+{
+    copyToRecord();
+    QDialog::accept();
+    emit format_changed();
+}
+
+void KavriFormatDialog::oon_apply()
+{
+    copyToRecord();
+    emit format_changed();
+}

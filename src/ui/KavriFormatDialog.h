@@ -1,0 +1,64 @@
+// "Select Format": states or corrects the format record of the open file. The dialog edits the record it
+// is given in place on OK or Apply, and then tells the window through format_changed().
+#pragma once
+
+#include "formats/VideoProps.h"
+
+#include <QDialog>
+#include <QList>
+#include <QMetaType>
+
+class QCheckBox;
+class QComboBox;
+class QDoubleSpinBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QSpinBox;
+class QTabWidget;
+
+class KavriFormatDialog : public QDialog {
+    Q_OBJECT
+public:
+    // One preset size; the first entry (-1 x -1) stands for the record's own size.
+    struct res_sizes {
+        QString name;
+        int32_t width = -1;
+        int32_t height = -1;
+    };
+    static const QList<res_sizes> &presets();
+
+    // `props` must outlive the dialog; it changes only on OK or Apply.
+    explicit KavriFormatDialog(VideoProps &props, QWidget *parent = nullptr);
+
+signals:
+    void format_changed();
+
+public slots:
+    void accept() override;
+    void oon_apply();
+    void resolution_changed(int index);
+    void oon_bits_changed(int bits);
+    void oon_color_changed(int index);
+
+private:
+    void copyToRecord();
+
+    VideoProps &m_props;
+    QTabWidget *m_tabs = nullptr;
+    QComboBox *m_resolutions = nullptr;
+    QLineEdit *m_width = nullptr;
+    QLineEdit *m_height = nullptr;
+    QCheckBox *m_anamorph = nullptr;
+    QDoubleSpinBox *m_rate = nullptr;
+    QComboBox *m_format = nullptr;
+    QCheckBox *m_flipped = nullptr;
+    QCheckBox *m_swap = nullptr;
+    QSpinBox *m_bits = nullptr;
+    QCheckBox *m_endian = nullptr;
+    QCheckBox *m_signed = nullptr;
+    QComboBox *m_container = nullptr;
+    QLineEdit *m_headerBytes = nullptr;
+};
+
+Q_DECLARE_METATYPE(KavriFormatDialog::res_sizes)

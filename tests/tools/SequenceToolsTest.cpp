@@ -1,0 +1,448 @@
+#include "formats/FormatDetector.h"
+#include "formats/FormatNames.h"
+#include "support/TempFiles.h"
+#include "tools/CopyWork.h"
+#include "tools/SequenceCopy.h"
+#include "tools/SequenceNames.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSignalSpy>
+#include <QThreadPool>
+#include <gtest/gtest.h>
+
+#ifdef Q_OS_UNIX
+#include <csignal>
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
+
+using namespace kavri;
+using namespace kavri::tools;
+using kavri::test::TempDir;
+
+namespace {
+
+// A header of `header` bytes (0xEE) followed by `frames` frames of `frameBytes`, byte j of frame k = k*31+j.
+QByteArray sequenceBytes(int header, int frames, int frameBytes)
+{
+    QByteArray b(header, char(0xEE));
+    for (int k = 0; k < frames; ++k)
+        for (int j = 0; j < frameBytes; ++j) b.append(char((k * 31 + j) & 0xff));
+    return b;
+}
+
+QByteArray frameOf(int k, int frameBytes) { return sequenceBytes(0, k + 1, frameBytes).mid(k * frameBytes); }
+
+QByteArray readAll(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+CopyJob job(const QString &in, const QString &out, uint32_t frameBytes, uint32_t header, uint64_t first,
+            uint64_t last, bool reverse = false)
+{
+    CopyJob j;
+    j.input = in;
+    j.output = out;
+    j.frameBytes = frameBytes;
+    j.headerBytes = header;
+    j.first = first;
+    j.last = last;
+    j.reverse = reverse;
+    return j;
+}
+
+QStringList entries(const QString &dir) { return QDir(dir).entryList(QDir::Files | QDir::Hidden | QDir::System); }
+
+} // namespace
+
+// ---- copying ----------------------------------------------------------------------------------------------
+
+struct ExtractCase {
+    const char *name;
+    int header, frames, frameBytes;
+    uint64_t first, last;
+};
+
+class ExtractBytes : public ::testing::TestWithParam<ExtractCase> {};
+
+TEST_P(ExtractBytes, CopiesTheInclusiveRangeWithoutTheHeader)
+{
+    const ExtractCase c = GetParam();
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(c.header, c.frames, c.frameBytes));
+    const QString out = dir.path("out.yuv");
+    const CopyResult r = copyFrames(job(in, out, c.frameBytes, c.header, c.first, c.last));
+    ASSERT_TRUE(r.ok) << r.error.toStdString();
+    QByteArray expected;
+    for (uint64_t k = c.first; k <= c.last; ++k) expected += frameOf(int(k), c.frameBytes);
+    EXPECT_EQ(readAll(out), expected);
+    EXPECT_EQ(r.framesWritten, c.last - c.first + 1);
+    EXPECT_EQ(readAll(in), sequenceBytes(c.header, c.frames, c.frameBytes)) << "input changed";
+}
+
+INSTANTIATE_TEST_SUITE_P(Ranges, ExtractBytes,
+                         ::testing::Values(ExtractCase{"OneFrameAtStart", 0, 5, 13, 0, 0},
+                                           ExtractCase{"OneFrameAtEnd", 0, 5, 13, 4, 4},
+                                           ExtractCase{"MiddleWithHeader", 512, 6, 152, 2, 4},
+                                           ExtractCase{"WholeFileOddHeader", 7, 3, 9, 0, 2}),
+                         [](const auto &i) { return std::string(i.param.name); });
+
+struct ReverseCase {
+    const char *name;
+    int header, frames, frameBytes;
+};
+
+class ReverseBytes : public ::testing::TestWithParam<ReverseCase> {};
+
+TEST_P(ReverseBytes, WritesEveryFrameLastFirst)
+{
+    const ReverseCase c = GetParam();
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(c.header, c.frames, c.frameBytes));
+    const QString out = dir.path("out.yuv");
+    const CopyResult r = copyFrames(job(in, out, c.frameBytes, c.header, 0, c.frames - 1, true));
+    ASSERT_TRUE(r.ok) << r.error.toStdString();
+    QByteArray expected;
+    for (int k = c.frames - 1; k >= 0; --k) expected += frameOf(k, c.frameBytes);
+    EXPECT_EQ(readAll(out), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, ReverseBytes,
+                         ::testing::Values(ReverseCase{"OneFrame", 0, 1, 21}, ReverseCase{"OneFrameHeader512", 512, 1, 21},
+                                           ReverseCase{"Header512", 512, 4, 100}, ReverseCase{"OddSizes", 3, 7, 13}),
+                         [](const auto &i) { return std::string(i.param.name); });
+
+TEST(CopyWorkTest, ReportsProgressAndEndsWith100OnThePool)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(512, 10, 64));
+    ReverseWork work(in, dir.path("rev.yuv"), 64, 512, 10, false);
+    QSignalSpy spy(&work, &CopyWork::status);
+    QThreadPool::globalInstance()->start(&work);
+    QThreadPool::globalInstance()->waitForDone();
+    ASSERT_FALSE(spy.isEmpty());
+    EXPECT_EQ(spy.last().at(0).toInt(), 100);
+    int previous = -1;
+    for (const auto &args : spy) {
+        EXPECT_GT(args.at(0).toInt(), previous) << "progress must rise";
+        previous = args.at(0).toInt();
+    }
+    EXPECT_TRUE(work.succeeded());
+    EXPECT_TRUE(work.hasFinished());
+    EXPECT_EQ(readAll(dir.path("rev.yuv")).left(64), frameOf(9, 64));
+}
+
+TEST(CopyWorkTest, ZeroFrameFileFailsWithoutOutput)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", QByteArray(10, 'x'));
+    ReverseWork work(in, dir.path("rev.yuv"), 64, 0, 0, false);
+    QSignalSpy spy(&work, &CopyWork::status);
+    work.run();
+    ASSERT_EQ(spy.size(), 1);
+    EXPECT_EQ(spy.first().at(0).toInt(), 100);
+    EXPECT_FALSE(work.succeeded());
+    EXPECT_FALSE(QFileInfo::exists(dir.path("rev.yuv")));
+}
+
+// ---- nothing lost -----------------------------------------------------------------------------------------
+
+TEST(NothingLost, SameFileThroughAnotherPathIsRefused)
+{
+    TempDir dir;
+    const QByteArray bytes = sequenceBytes(0, 3, 16);
+    const QString in = dir.write("in.yuv", bytes);
+    QStringList aliases{dir.dir() + "/./in.yuv", dir.dir() + "/sub/../in.yuv"};
+    QDir(dir.dir()).mkdir("sub");
+    ASSERT_TRUE(QFile::link(in, dir.path("sym.yuv")));
+    aliases << dir.path("sym.yuv");
+#ifdef Q_OS_UNIX
+    ASSERT_EQ(::link(QFile::encodeName(in).constData(), QFile::encodeName(dir.path("hard.yuv")).constData()), 0);
+    aliases << dir.path("hard.yuv");
+#endif
+    for (const QString &alias : aliases) {
+        SCOPED_TRACE(alias.toStdString());
+        EXPECT_TRUE(isSameFile(in, alias));
+        CopyJob j = job(in, alias, 16, 0, 0, 2, true);
+        j.overwrite = true; // even when replacing is allowed
+        const CopyResult r = copyFrames(j);
+        EXPECT_FALSE(r.ok);
+        EXPECT_TRUE(r.error.contains("input file itself")) << r.error.toStdString();
+        EXPECT_EQ(readAll(in), bytes);
+    }
+}
+
+TEST(NothingLost, ExistingOutputIsKeptUnlessReplacingIsAsked)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(0, 3, 16));
+    const QString out = dir.write("out.yuv", "keep me");
+    CopyResult r = copyFrames(job(in, out, 16, 0, 0, 1));
+    EXPECT_FALSE(r.ok);
+    EXPECT_EQ(readAll(out), QByteArray("keep me"));
+    CopyJob j = job(in, out, 16, 0, 0, 1);
+    j.overwrite = true;
+    r = copyFrames(j);
+    EXPECT_TRUE(r.ok) << r.error.toStdString();
+    EXPECT_EQ(readAll(out), frameOf(0, 16) + frameOf(1, 16));
+}
+
+TEST(NothingLost, DanglingSymlinkCountsAsExisting)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(0, 2, 16));
+    ASSERT_TRUE(QFile::link(dir.path("nowhere"), dir.path("out.yuv")));
+    EXPECT_FALSE(copyFrames(job(in, dir.path("out.yuv"), 16, 0, 0, 1)).ok);
+    EXPECT_FALSE(QFileInfo::exists(dir.path("nowhere")));
+}
+
+#ifdef Q_OS_UNIX
+TEST(NothingLost, UnwritableFolderLeavesNothing)
+{
+    if (::geteuid() == 0) GTEST_SKIP() << "the superuser writes into read-only folders";
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(0, 2, 16));
+    QDir(dir.dir()).mkdir("ro");
+    const QString ro = dir.path("ro");
+    QFile::setPermissions(ro, QFile::ReadOwner | QFile::ExeOwner);
+    const CopyResult r = copyFrames(job(in, ro + "/out.yuv", 16, 0, 0, 1));
+    QFile::setPermissions(ro, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    EXPECT_FALSE(r.ok);
+    EXPECT_FALSE(r.error.isEmpty());
+    EXPECT_TRUE(entries(ro).isEmpty());
+}
+
+// A disk that fills up part-way, made with a file-size limit (which also binds the superuser).
+TEST(NothingLost, WriteFailingPartWayLeavesNoOutput)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(0, 64, 4096));
+    const QString out = dir.write("out.yuv", "old");
+    struct rlimit old {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
+    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit small = old;
+    small.rlim_cur = 3 * 4096 + 100;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    CopyJob j = job(in, out, 4096, 0, 0, 63);
+    j.overwrite = true;
+    const CopyResult r = copyFrames(j);
+    ::setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, previous);
+    EXPECT_FALSE(r.ok);
+    EXPECT_FALSE(r.error.isEmpty());
+    EXPECT_EQ(readAll(out), QByteArray("old")) << "the file under the output name is untouched";
+    EXPECT_EQ(entries(dir.dir()), (QStringList{"in.yuv", "out.yuv"})) << "no temporary left";
+}
+#endif
+
+TEST(NothingLost, MissingFolderIsReported)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(0, 2, 16));
+    const CopyResult r = copyFrames(job(in, dir.path("no/such/out.yuv"), 16, 0, 0, 1));
+    EXPECT_FALSE(r.ok);
+    EXPECT_TRUE(r.error.contains("does not exist")) << r.error.toStdString();
+}
+
+TEST(NothingLost, InputShorterThanClaimedLeavesNoOutput)
+{
+    // The record claims 10 frames; the file holds 3 and a half.
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(0, 3, 16) + QByteArray(8, 'x'));
+    for (bool reverse : {false, true}) {
+        const CopyResult r = copyFrames(job(in, dir.path("out.yuv"), 16, 0, 0, 9, reverse));
+        EXPECT_FALSE(r.ok);
+        EXPECT_TRUE(r.error.contains("frame")) << r.error.toStdString();
+        EXPECT_EQ(entries(dir.dir()), QStringList{"in.yuv"}) << "no output and no temporary left";
+    }
+}
+
+TEST(NothingLost, VanishedInputIsReported)
+{
+    TempDir dir;
+    const CopyResult r = copyFrames(job(dir.path("gone.yuv"), dir.path("out.yuv"), 16, 0, 0, 0));
+    EXPECT_FALSE(r.ok);
+    EXPECT_TRUE(entries(dir.dir()).isEmpty());
+}
+
+struct RangeCase {
+    const char *name;
+    uint64_t frames, first, last;
+    bool ok;
+    uint64_t fitted;
+    bool clamped;
+};
+
+class FitRange : public ::testing::TestWithParam<RangeCase> {};
+
+TEST_P(FitRange, ClampsTheEndAndRefusesTheRest)
+{
+    const RangeCase c = GetParam();
+    uint64_t last = 12345;
+    bool clamped = false;
+    QString error;
+    EXPECT_EQ(fitRange(c.frames, c.first, c.last, last, clamped, error), c.ok);
+    if (c.ok) {
+        EXPECT_EQ(last, c.fitted);
+        EXPECT_EQ(clamped, c.clamped);
+    } else {
+        EXPECT_FALSE(error.isEmpty());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, FitRange,
+                         ::testing::Values(RangeCase{"OneFrame", 5, 0, 0, true, 0, false},
+                                           RangeCase{"Inside", 5, 1, 3, true, 3, false},
+                                           RangeCase{"EndBeyondFile", 5, 2, 99, true, 4, true},
+                                           RangeCase{"StartBeyondFile", 5, 5, 9, false, 0, false},
+                                           RangeCase{"ZeroFrameFile", 0, 0, 0, false, 0, false},
+                                           RangeCase{"Inverted", 5, 3, 1, false, 0, false}),
+                         [](const auto &i) { return std::string(i.param.name); });
+
+TEST(NothingLost, RenameNeverReplacesNorMoves)
+{
+    TempDir dir;
+    const QString a = dir.write("a.yuv", "A");
+    const QString b = dir.write("b.yuv", "B");
+    EXPECT_FALSE(renameKeepingAll(a, b).isEmpty());
+    EXPECT_EQ(readAll(a), QByteArray("A"));
+    EXPECT_EQ(readAll(b), QByteArray("B"));
+
+    QDir(dir.dir()).mkdir("sub");
+    EXPECT_FALSE(renameKeepingAll(a, dir.path("sub/a.yuv")).isEmpty());
+    EXPECT_TRUE(QFileInfo::exists(a));
+    EXPECT_TRUE(renameKeepingAll(a, dir.path("sub/a.yuv"), true).isEmpty());
+    EXPECT_EQ(readAll(dir.path("sub/a.yuv")), QByteArray("A"));
+
+    EXPECT_TRUE(renameKeepingAll(b, dir.path("c.yuv")).isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(b));
+    EXPECT_EQ(readAll(dir.path("c.yuv")), QByteArray("B"));
+    EXPECT_FALSE(renameKeepingAll(dir.path("gone.yuv"), dir.path("d.yuv")).isEmpty());
+}
+
+// ---- names ------------------------------------------------------------------------------------------------
+
+TEST(SequenceNames, FormatPartStartsAtTheFirstDetectorToken)
+{
+    const std::pair<const char *, const char *> cases[] = {
+        {"take3.bin", "take3"},
+        {"foo_1920x1080_50Hz_10bit_P420.yuv", "foo"},
+        {"my clip-25fps.yuv", "my clip"},
+        {"news_cif.yuv", "news"},
+        {"cam2_422.yuv", "cam2"},
+        {"a_flip_rgb.raw", "a"},
+        {"capture", "capture"},
+        {"x264_out.yuv", "x264_out"}, // "x264" is no size and no layout
+    };
+    for (const auto &[name, stem] : cases) EXPECT_EQ(nameStem(QString::fromUtf8(name)), QString::fromUtf8(stem)) << name;
+}
+
+TEST(SequenceNames, ProposedNames)
+{
+    TempDir dir;
+    VideoProps p;
+    p.fileName = dir.write("foo_1280x720_50Hz_8bit_P422.yuv", "x");
+    p.width = 1920;
+    p.height = 1080;
+    p.frameRate = 29.97;
+    p.bitDepth = 10;
+    const QString folder = QFileInfo(dir.dir()).canonicalFilePath() + "/";
+    EXPECT_EQ(proposedExtractName(p, 3, 17), folder + "foo3-17_1920x1080_29.97Hz_10bit_P422.yuv");
+    EXPECT_EQ(proposedReverseName(p), folder + "foo_rev_1920x1080_29.97Hz_10bit_P422.yuv");
+    p.fileName = dir.write("take3.bin", "x");
+    p.frameRate = 25.0;
+    EXPECT_EQ(proposedReverseName(p), folder + "take3_rev_1920x1080_25Hz_10bit.bin");
+    p.frameRate = 50.001; // any fraction gives two decimals here
+    EXPECT_EQ(proposedExtractName(p, 0, 0), folder + "take30-0_1920x1080_50.00Hz_10bit.bin");
+    p.fileName = dir.write("100%1.bin", "x"); // a '%' in the name is no place holder
+    EXPECT_EQ(proposedReverseName(p), folder + "100%1_rev_1920x1080_50.00Hz_10bit.bin");
+}
+
+TEST(SequenceNames, CanonicalRates)
+{
+    const std::pair<double, const char *> cases[] = {
+        {25.0, "25"}, {23.976, "23.98"}, {29.97, "29.97"}, {50.001, "50"}, {59.94, "59.94"}, {0.5, "0.50"}, {100, "100"},
+    };
+    for (const auto &[rate, text] : cases) EXPECT_EQ(canonicalRateText(rate), QString::fromUtf8(text)) << rate;
+}
+
+TEST(SequenceNames, CanonicalName)
+{
+    VideoProps p;
+    p.fileName = "/data/take3.bin";
+    p.width = 1920;
+    p.height = 1080;
+    p.frameRate = 50;
+    p.bitDepth = 10;
+    p.flipped = true;
+    p.format = YUV_p420;
+    EXPECT_EQ(canonicalFileName(p), "take3_1920x1080_50Hz_10bit_flip_P420.yuv");
+    p.fileName = "/data/take3_1920x1080_50Hz_10bit_flip_P420.yuv";
+    EXPECT_EQ(canonicalFileName(p), "take3_1920x1080_50Hz_10bit_flip_P420.yuv") << "normalising twice changes nothing";
+    p.format = BW;
+    p.flipped = false;
+    EXPECT_EQ(canonicalFileName(p), "take3_1920x1080_50Hz_10bit_P400.y");
+}
+
+// Every layout's canonical name, read back by the name detector: size, rate, depth and flip always; the
+// layout itself except where the vote's tie rules choose another planar RGB order.
+TEST(SequenceNames, CanonicalNamesRoundTripThroughTheDetector)
+{
+    const double rates[] = {25.0, 23.976, 29.97, 50.001};
+    for (int v = 1; v <= kLayoutCount; ++v) {
+        for (bool flip : {false, true}) {
+            for (double rate : rates) {
+                VideoProps p;
+                p.fileName = "clip.bin";
+                p.width = 352;
+                p.height = 288;
+                p.frameRate = rate;
+                p.bitDepth = 10;
+                p.flipped = flip;
+                p.format = videoFormat_t(v);
+                const QString name = canonicalFileName(p);
+                SCOPED_TRACE(name.toStdString());
+                FormatDetector d;
+                const VideoProps &r = d.detect(name); // no such file: the name decides
+                EXPECT_EQ(r.width, 352);
+                EXPECT_EQ(r.height, 288);
+                EXPECT_DOUBLE_EQ(r.frameRate, canonicalRateText(rate).toDouble());
+                EXPECT_EQ(r.bitDepth, 10);
+                EXPECT_EQ(r.flipped, flip);
+                if (layoutInfo(videoFormat_t(v)).kind == LayoutKind::PlanarRgb) {
+                    EXPECT_EQ(layoutInfo(r.format).kind, LayoutKind::PlanarRgb);
+                } else {
+                    EXPECT_EQ(int(r.format), v);
+                }
+            }
+        }
+    }
+}
+
+TEST(SequenceNames, PlanarRgbRoundTripsAsTheVoteDecides)
+{
+    // What the vote gives for the planar RGB suffixes (the repeated rows of the keyword table decide). Three
+    // four-plane orders tie with their three-plane sibling and lose to its lower layout number.
+    const std::pair<videoFormat_t, videoFormat_t> cases[] = {
+        {RGB_planar, BGR_planar},   {RGBA_planar, RGBA_planar}, {RBG_planar, BGR_planar},
+        {RBGA_planar, RBGA_planar}, {BGR_planar, BGR_planar},   {BGRA_planar, BGRA_planar},
+        {BRG_planar, BGR_planar},   {BRGA_planar, BGR_planar}, {GRB_planar, GRB_planar},
+        {GRBA_planar, GRB_planar}, {GBR_planar, GBR_planar},   {GBRA_planar, GBR_planar},
+    };
+    for (const auto &[written, read] : cases) {
+        VideoProps p;
+        p.fileName = "clip";
+        p.width = 64;
+        p.height = 48;
+        p.frameRate = 25;
+        p.bitDepth = 8;
+        p.format = written;
+        FormatDetector d;
+        EXPECT_EQ(shortName(d.detect(canonicalFileName(p)).format), shortName(read)) << canonicalFileName(p).toStdString();
+    }
+}
