@@ -832,7 +832,12 @@ void frame::startLink(const QString &name, bool initiator)
     auto sender = std::make_unique<KavriLinkSender>(out);
     if (!sender->isOpen()) return;
     m_sender = std::move(sender);
-    KavriReceive *r = KavriReceive::start(in);
+    listenTo(in);
+}
+
+void frame::listenTo(const QString &queue)
+{
+    KavriReceive *r = KavriReceive::start(queue);
     m_receiver = r;
     connect(r, &KavriReceive::remote_play, this, &frame::remote_play);
     connect(r, &KavriReceive::remote_pause, this, &frame::remote_pause);
@@ -867,15 +872,7 @@ QByteArray frame::linkDragPayload()
 void frame::linkDragSucceeded()
 {
     if (!m_sender) return;
-    KavriReceive *r = KavriReceive::start(kavri::link::backChannel(m_pendingLink));
-    m_receiver = r;
-    connect(r, &KavriReceive::remote_play, this, &frame::remote_play);
-    connect(r, &KavriReceive::remote_pause, this, &frame::remote_pause);
-    connect(r, &KavriReceive::remote_stop, this, &frame::remote_stop);
-    connect(r, &KavriReceive::remote_reload, this, &frame::remote_reload);
-    connect(r, &KavriReceive::remote_seek, this, &frame::remote_seek);
-    connect(r, &KavriReceive::receiver_quit, this, &frame::receiver_quit);
-    m_link->setLinked(true);
+    listenTo(kavri::link::backChannel(m_pendingLink));
 }
 
 void frame::linkDragFailed()

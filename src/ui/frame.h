@@ -154,6 +154,8 @@ private:
     bool openSequence(const QString &file, const QString &diff, const KavriStartupConfig *config);
     void closeLoader();
     void sendToPartner(kavri::link::Command c, uint32_t argument = 0);
+    // Starts the receiver for the partner's commands on `queue` and shows the window as linked.
+    void listenTo(const QString &queue);
     void updatePlayIcon();
     void updateStatus();
     uint64_t frameCount();
