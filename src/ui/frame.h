@@ -113,6 +113,7 @@ public slots:
     void oon_copy();
     void oon_timecode(bool on);
     void oon_loop(bool on);
+    void oon_grid(bool on);
 
 protected:
     void closeEvent(QCloseEvent *e) override;
@@ -160,4 +161,7 @@ private:
     std::atomic<uint64_t> m_currentFrame{0};
     bool m_playing = false;
     BrightnessPanel *m_bcg = nullptr;
+    // Read on the loader thread while it builds the corner texts of a new frame.
+    std::atomic<bool> m_deinterlaceOn{false};
+    std::atomic<bool> m_diffOpen{false};
 };
