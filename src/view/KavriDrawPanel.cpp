@@ -429,8 +429,11 @@ void KavriDrawPanel::paintMagnifier(QPainter &painter, const QImage &front)
     painter.drawRect(c.adjusted(-2, -2, 1, 1));
     painter.setPen(QPen(Qt::white, 1));
     painter.drawRect(c.adjusted(-1, -1, 0, 0));
-    painter.setPen(QPen(QColor(128, 128, 128), 1));
+    // A black and a white edge, so the magnifier stands out over any picture, a flat grey one included.
+    painter.setPen(QPen(Qt::black, 1));
     painter.drawRect(r.adjusted(0, 0, -1, -1));
+    painter.setPen(QPen(QColor(255, 255, 255, 160), 1));
+    painter.drawRect(r.adjusted(1, 1, -2, -2));
 
     QString pos, values;
     {

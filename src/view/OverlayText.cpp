@@ -130,7 +130,9 @@ QString timeText(const TimeTextInput &in)
 namespace {
 
 QString psnrText(double v) { return std::isinf(v) ? QStringLiteral("inf") : QString::number(v, 'f', 3); }
-QString mseText(double v) { return QString::number(v, 'f', 3); }
+// Six significant digits: a single differing sample in a large frame gives an MSE far below 0.001, and
+// it must not read as zero.
+QString mseText(double v) { return QString::number(v, 'g', 6); }
 
 } // namespace
 
