@@ -93,6 +93,7 @@ void KavriDrawPanel::resetToStartup()
     m_timeTextOn = m_diffTextOn = false;
     m_magnifierOn = false;
     m_magnMoving = false;
+    if (m_altTemporary) qApp->removeEventFilter(this);
     m_altTemporary = false;
     emit notify_size_changed();
     update();
@@ -275,6 +276,7 @@ void KavriDrawPanel::setMagnifier(bool on, bool raiseFactor)
         readValues();
         emit magnifier_on();
     } else {
+        if (m_altTemporary) qApp->removeEventFilter(this);
         m_altTemporary = false;
         emit magnifier_off();
     }
@@ -568,6 +570,9 @@ void KavriDrawPanel::keyPressEvent(QKeyEvent *e)
         if (!m_magnifierOn && !m_showingStartup) {
             setMagnifier(true, true);
             m_altTemporary = m_magnifierOn;
+            // The menu bar takes the release of a lone Alt for its keyboard navigation before it reaches
+            // the focus widget; an application filter installed now sees the release first.
+            if (m_altTemporary) qApp->installEventFilter(this);
         }
         return;
     }
@@ -598,9 +603,28 @@ void KavriDrawPanel::keyReleaseEvent(QKeyEvent *e)
         return;
     }
     if (e->key() == Qt::Key_Alt && m_altTemporary) {
-        m_altTemporary = false;
-        setMagnifier(false, false);
+        endAltTemporary();
         return;
     }
     QWidget::keyReleaseEvent(e);
+}
+
+void KavriDrawPanel::endAltTemporary()
+{
+    qApp->removeEventFilter(this);
+    if (!m_altTemporary) return;
+    m_altTemporary = false;
+    setMagnifier(false, false);
+}
+
+bool KavriDrawPanel::eventFilter(QObject *watched, QEvent *e)
+{
+    if (m_altTemporary && e->type() == QEvent::KeyRelease) {
+        const auto *k = static_cast<QKeyEvent *>(e);
+        if (k->key() == Qt::Key_Alt && !k->isAutoRepeat()) {
+            endAltTemporary();
+            return true; // the release ends the temporary magnifier; it does not open the menu
+        }
+    }
+    return QWidget::eventFilter(watched, e);
 }

@@ -109,12 +109,14 @@ protected:
     void wheelEvent(QWheelEvent *e) override;
     void keyPressEvent(QKeyEvent *e) override;
     void keyReleaseEvent(QKeyEvent *e) override;
+    bool eventFilter(QObject *watched, QEvent *e) override;
 
 private:
     QSize wantedSize(QSize image) const;
     // Asks the loader for the stored samples at the magnifier point and formats them into the spare pair.
     void readValues();
     void moveMagnifierPoint(int dx, int dy);
+    void endAltTemporary();
     void clearMarks();
     // Painting helpers; all run with m_lock held.
     void paintMarks(const QSize &image);
