@@ -18,6 +18,7 @@
 #include "ui/KavriSlider.h"
 #include "ui/SaveFrame.h"
 #include "ui/StatusText.h"
+#include "view/OverlayText.h"
 #include "view/PanelGeometry.h"
 
 #include <QAction>
@@ -213,6 +214,7 @@ void frame::createActions()
     connect(action("actionFullscreen"), &QAction::triggered, this, &frame::oon_fullscreen);
     connect(action("actionTimecode"), &QAction::toggled, this, &frame::oon_timecode);
     connect(action("actionLoop"), &QAction::toggled, this, &frame::oon_loop);
+    connect(action("actionGrid"), &QAction::toggled, this, &frame::oon_grid);
     for (const char *n : {"action25", "action33", "action50", "action100", "action200", "actionSmaller", "actionLarger"})
         on(n, &frame::oon_menu_size);
     // Choosing 100 % also re-applies the stay-on-top state.
@@ -331,6 +333,9 @@ bool frame::openSequence(const QString &file, const QString &diff, const KavriSt
     if (!isPlayable(l->validityMask())) askForFormat();
     l->setLoop(action("actionLoop")->isChecked());
     l->setDeinterlace(action("actionDeinterlace")->isChecked());
+    m_deinterlaceOn = action("actionDeinterlace")->isChecked();
+    m_diffOpen = !diff.isEmpty();
+    m_panel->setCornerTextsShown(action("actionTimecode")->isChecked(), !diff.isEmpty());
     m_currentFrame = 0;
     m_playing = false;
     l->attach(this, m_panel);
@@ -377,6 +382,30 @@ void frame::oon_new_frame(frame_t *f)
 {
     // Runs on the loader thread: only atomics, the panel's locked swap and queued signals.
     m_currentFrame = f->frameIndex;
+    // The corner texts go into the panel's spare pair and appear together with the frame they describe.
+    view::TimeTextInput t;
+    t.frameIndex = f->frameIndex;
+    t.deinterlaced = m_deinterlaceOn.load();
+    bool lumaOnly = false;
+    if (f->props) {
+        t.frameRate = f->props->frameRate;
+        if (f->props->format >= YUV_p420 && f->props->format <= BW)
+            t.formatName = toQ(layoutInfo(f->props->format).displayName).simplified();
+        lumaOnly = f->props->format == BW;
+    }
+    QString diffText;
+    if (m_diffOpen.load()) {
+        view::DifferenceTextInput d;
+        d.components = lumaOnly ? 1 : 3;
+        for (int k = 0; k < 3; ++k) {
+            d.psnr[k] = f->psnr[k];
+            d.mse[k] = f->mse[k];
+            d.firstColumn[k] = firstDifferenceColumn(f->firstDiff[k]);
+            d.firstRow[k] = firstDifferenceRow(f->firstDiff[k]);
+        }
+        diffText = view::differenceText(d);
+    }
+    m_panel->setCornerTexts(view::timeText(t), diffText);
     m_panel->presentFrame();
     if (!(f->flags & kFrameDragged)) emit update_slider(int(std::min<uint64_t>(f->frameIndex, uint64_t(INT_MAX))));
 }
@@ -477,6 +506,7 @@ void frame::oon_next_channel()
 
 void frame::oon_deinterlace(bool on)
 {
+    m_deinterlaceOn = on;
     if (m_loader) m_loader->setDeinterlace(on);
 }
 
@@ -567,6 +597,7 @@ void frame::oon_close() { close(); }
 void frame::oon_close_file()
 {
     closeLoader();
+    m_diffOpen = false;
     m_openFile.clear();
     m_diffFile.clear();
     m_panel->resetToStartup();
@@ -742,7 +773,12 @@ void frame::oon_timecode(bool on)
 {
     QSettings s;
     settings::Timestamps.write(s, on);
+    m_panel->setCornerTextsShown(on, m_diffOpen.load());
+    // A paused picture gets its texts from a fresh delivery of the same frame.
+    if (m_loader && !m_playing) emit seek(m_currentFrame.load(), false, false);
 }
+
+void frame::oon_grid(bool on) { m_panel->setGrid(on); }
 
 void frame::oon_loop(bool on)
 {

@@ -128,6 +128,7 @@ public slots:
     void oon_copy();
     void oon_timecode(bool on);
     void oon_loop(bool on);
+    void oon_grid(bool on);
 
     // Sequence tools: format dialog, preferences, extract, reverse and file-name normalisation.
     void oon_format();
@@ -195,4 +196,7 @@ private:
     std::unique_ptr<KavriLinkSender> m_sender;
     QPointer<KavriReceive> m_receiver;
     QString m_pendingLink;
+    // Read on the loader thread while it builds the corner texts of a new frame.
+    std::atomic<bool> m_deinterlaceOn{false};
+    std::atomic<bool> m_diffOpen{false};
 };

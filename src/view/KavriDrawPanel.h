@@ -4,6 +4,7 @@
 #pragma once
 
 #include "formats/VideoProps.h"
+#include "view/OverlayText.h"
 #include "view/PanelGeometry.h"
 
 #include <QFont>
@@ -11,8 +12,10 @@
 #include <QMutex>
 #include <QPen>
 #include <QWidget>
+#include <atomic>
 #include <deque>
 #include <memory>
+#include <utility>
 
 class KavriDrawPanel : public QWidget {
     Q_OBJECT
@@ -45,6 +48,26 @@ public:
     void setMagnifier(bool on, bool raiseFactor);
     bool magnifierOn() const { return m_magnifierOn; }
     int magnificationFactor() const { return m_magnFactor; }
+    // Image pixel under the magnifier, and where the magnifier was last drawn (empty before).
+    QPoint magnifierPoint() const { return m_magnPoint; }
+    QRect magnifierRect() const { return m_magnRect; }
+    // The readout shown with the magnifier: position text and value text.
+    std::pair<QString, QString> readoutTexts() const;
+
+    void setGrid(bool on);
+    bool gridOn() const { return m_gridOn; }
+    // The cached grid of the last paint (null before the grid was first drawn).
+    const QImage &gridCache() const { return m_gridCache; }
+
+    void setHevcOverlay(bool on, int depth, int cuSize);
+    bool hevcOverlayOn() const { return m_hevcOn; }
+
+    // The corner texts for the next frame (any thread); presentFrame shows them together with the image.
+    void setCornerTexts(const QString &timeText, const QString &differenceText);
+    // Which corner texts are drawn: the time text, and the difference text (only with a difference shown).
+    void setCornerTextsShown(bool timeText, bool differenceText);
+    // The corner texts on screen now.
+    std::pair<QString, QString> cornerTexts() const;
 
     // A copy of the frame on screen (empty while the start-up picture is shown).
     QImage currentFrame() const;
@@ -75,6 +98,8 @@ public slots:
     void get_buffer(uint8_t **pp_frame, QSize size) { get_buffer(pp_frame, size, nullptr); }
     void on_size_changed(QSize size);
     void on_force_size(QSize size);
+    // Reads the values under the magnifier again (GUI thread; after a new frame or a format change).
+    void refreshReadout();
 
 protected:
     void paintEvent(QPaintEvent *e) override;
@@ -83,9 +108,21 @@ protected:
     void mouseReleaseEvent(QMouseEvent *e) override;
     void wheelEvent(QWheelEvent *e) override;
     void keyPressEvent(QKeyEvent *e) override;
+    void keyReleaseEvent(QKeyEvent *e) override;
+    bool eventFilter(QObject *watched, QEvent *e) override;
 
 private:
     QSize wantedSize(QSize image) const;
+    // Asks the loader for the stored samples at the magnifier point and formats them into the spare pair.
+    void readValues();
+    void moveMagnifierPoint(int dx, int dy);
+    void endAltTemporary();
+    void clearMarks();
+    // Painting helpers; all run with m_lock held.
+    void paintMarks(const QSize &image);
+    void paintGrid(QPainter &p, const QSize &image);
+    void paintMagnifier(QPainter &p, const QImage &front);
+    void paintCornerTexts(QPainter &p);
 
     mutable QMutex m_lock; // guards the image objects against the loader thread
     std::unique_ptr<QImage> m_back, m_front, m_overlay;
@@ -99,6 +136,35 @@ private:
     bool m_magnifierOn = false;
     int m_magnFactor = 520;
     int m_savedMagnFactor = 520;
+
+    // Magnifier: the image pixel it shows, its widget position (centre) and the offset of a drag inside it.
+    QPoint m_magnPoint{-1, -1};
+    QPoint m_magnPos;
+    QPoint m_grabOffset;
+    bool m_magnMoving = false;
+    QRect m_magnRect;
+    bool m_altTemporary = false; // switched on by holding Alt; off again when it is released
+    bool m_hexValues = false;
+    std::atomic<bool> m_refreshQueued{false};
+
+    bool m_gridOn = false;
+    int m_gridSize = 16;
+    QImage m_gridCache;
+    int m_gridCacheSize = -1; // grid size the cache was built for, -1 = none
+    float m_gridScaleX = 0.f, m_gridScaleY = 0.f;
+
+    bool m_hevcOn = false;
+    kavri::view::HevcOverlay m_hevc;
+
+    // Readout and corner texts: built into the spare strings, exchanged under the text lock.
+    mutable QMutex m_textLock;
+    QString m_posText, m_valueText, m_sparePos, m_spareValue;
+    QString m_timeText, m_diffText, m_spareTime, m_spareDiff;
+    bool m_timeTextOn = false, m_diffTextOn = false;
+
+    // Freehand mark: previous point in image pixels, current point in widget coordinates.
+    QPoint m_markPrev{-1, -1}, m_markCur{-1, -1};
+    bool m_marking = false;
 
     kavri::view::DisplayRect m_display;
     QPoint m_mousePos;

@@ -97,4 +97,77 @@ QSize zoomVideoSize(QSize video, bool anamorphic, double scale)
     return {anamorphic ? int(video.width() * scale) : video.width(), video.height()};
 }
 
+MagnifierGeometry magnifierGeometry(int factor, QSize nominal)
+{
+    const int f = std::clamp(factor, kMinMagnFactor, kMaxMagnFactor);
+    const int W0 = std::max(1, nominal.width()), H0 = std::max(1, nominal.height());
+    MagnifierGeometry g;
+    int sw = std::max(1, W0 * 256 / f), sh = std::max(1, H0 * 256 / f);
+    // An odd count puts one image pixel exactly in the middle, the one the readout reports.
+    if (sw % 2 == 0) ++sw;
+    if (sh % 2 == 0) ++sh;
+    g.source = {sw, sh};
+    // Rounded up, so the magnified pixels always cover the nominal size (at 32x: 202 x 122, not 201 x 121).
+    const int pw = (W0 * 256 + sw - 1) / sw, ph = (H0 * 256 + sh - 1) / sh;
+    g.pixel = {pw, ph};
+    g.drawn = {(pw * sw + 255) / 256, (ph * sh + 255) / 256};
+    return g;
+}
+
+QRect magnifierSourceRect(QPoint point, QSize source)
+{
+    return {point.x() - source.width() / 2, point.y() - source.height() / 2, source.width(), source.height()};
+}
+
+QRect magnifierDrawnRect(QPoint centre, QSize drawn, QSize widget)
+{
+    int x = centre.x() - drawn.width() / 2, y = centre.y() - drawn.height() / 2;
+    if (x < 0) x = 0;
+    if (y < 0) y = 0;
+    if (x + drawn.width() > widget.width()) x = widget.width() - drawn.width();
+    if (y + drawn.height() > widget.height()) y = widget.height() - drawn.height();
+    return {x, y, drawn.width(), drawn.height()};
+}
+
+QRect magnifierCentrePixel(const QRect &r, const MagnifierGeometry &g)
+{
+    // Widget pixels whose centres fall into the magnified pixel: its edges rounded to the nearest pixel.
+    const int cx = g.source.width() / 2, cy = g.source.height() / 2;
+    const int x0 = (cx * g.pixel.width() + 128) / 256, x1 = ((cx + 1) * g.pixel.width() + 128) / 256;
+    const int y0 = (cy * g.pixel.height() + 128) / 256, y1 = ((cy + 1) * g.pixel.height() + 128) / 256;
+    return {r.x() + x0, r.y() + y0, std::max(1, x1 - x0), std::max(1, y1 - y0)};
+}
+
+std::vector<int> magnifierGridLines(int sourceStart, int sourceLength, int pixel256, int gridSize)
+{
+    std::vector<int> lines;
+    if (gridSize <= 0 || sourceLength <= 0) return lines;
+    // First multiple of the grid size at or after the start (the start may be negative near the top/left).
+    int64_t first = int64_t(sourceStart) / gridSize * gridSize;
+    if (first < sourceStart) first += gridSize;
+    for (int64_t v = first; v < int64_t(sourceStart) + sourceLength; v += gridSize)
+        lines.push_back(int(((v - sourceStart) * pixel256 + 128) / 256));
+    return lines;
+}
+
+int clampGridSize(int gridSize) { return std::clamp(gridSize, kMinGridSize, kMaxGridSize); }
+
+int gridStep8(double scale, int gridSize) { return int(8.0 * scale * gridSize + 0.5); }
+
+std::vector<int> gridLinePositions(int step8, int length)
+{
+    std::vector<int> lines;
+    if (step8 < 1 || length <= 0) return lines;
+    // Steps are kept in 1/8 pixel so the lines do not drift over a wide display.
+    for (int64_t acc = step8; acc < int64_t(8) * length; acc += step8) lines.push_back(int(acc / 8));
+    return lines;
+}
+
+int64_t gridBlockNumber(QPoint p, int imageWidth, int gridSize)
+{
+    if (gridSize <= 0) return 0;
+    const int64_t perRow = (int64_t(imageWidth) + gridSize - 1) / gridSize;
+    return int64_t(p.y() / gridSize) * perRow + p.x() / gridSize;
+}
+
 } // namespace kavri::view

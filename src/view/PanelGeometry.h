@@ -3,10 +3,12 @@
 #pragma once
 
 #include <QPoint>
+#include <QRect>
 #include <QSize>
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 namespace kavri::view {
 
@@ -40,5 +42,41 @@ std::optional<ZoomStep> smallerStep(QSize panel, QSize video);
 std::optional<ZoomStep> largerStep(QSize panel, QSize video);
 // The video size the zoom menu works with: width truncated after the anamorphic widening.
 QSize zoomVideoSize(QSize video, bool anamorphic, double scale);
+
+// ---- magnifier ----
+
+// Widget size the magnifier aims for; the drawn size differs by the rounding of whole magnified pixels.
+inline constexpr QSize kMagnifierSize{201, 121};
+inline constexpr int kMinMagnFactor = 256;  // 1x, in 1/256
+inline constexpr int kMaxMagnFactor = 8192; // 32x
+
+struct MagnifierGeometry {
+    QSize source; // image pixels shown, both odd so there is a centre pixel
+    QSize pixel;  // size of one magnified pixel in 1/256 widget pixels
+    QSize drawn;  // widget pixels covered
+};
+// Geometry at magnification `factor` (1/256 units; clamped to the magnifier's range).
+MagnifierGeometry magnifierGeometry(int factor, QSize nominal = kMagnifierSize);
+// The image pixels shown around `point` (may reach outside the image).
+QRect magnifierSourceRect(QPoint point, QSize source);
+// Where the magnifier is drawn: centred on `centre`, then moved to lie inside the widget (left/top first).
+QRect magnifierDrawnRect(QPoint centre, QSize drawn, QSize widget);
+// Widget rectangle of the centre pixel inside `drawnRect`.
+QRect magnifierCentrePixel(const QRect &drawnRect, const MagnifierGeometry &g);
+// Offsets (widget pixels from the drawn edge, rounded) of the grid lines inside the magnifier along one axis: one
+// line at each multiple of `gridSize` image pixels within the `sourceLength` pixels starting at `sourceStart`.
+std::vector<int> magnifierGridLines(int sourceStart, int sourceLength, int pixel256, int gridSize);
+
+// ---- pixel grid ----
+
+inline constexpr int kMinGridSize = 4;
+inline constexpr int kMaxGridSize = 128;
+int clampGridSize(int gridSize);
+// Distance between grid lines in 1/8 widget pixels: trunc(8 * scale * gridSize + 0.5).
+int gridStep8(double scale, int gridSize);
+// Line positions (widget pixels) for a display `length` pixels long; none for a step below 1/8 pixel.
+std::vector<int> gridLinePositions(int step8, int length);
+// Number of the grid block holding image pixel `p`, counted row by row.
+int64_t gridBlockNumber(QPoint p, int imageWidth, int gridSize);
 
 } // namespace kavri::view
