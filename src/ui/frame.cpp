@@ -1009,6 +1009,10 @@ void frame::oon_settings()
     if (dlg.exec() != QDialog::Accepted) return;
     applyEscapeShortcut();
     if (m_panel->anamorphic()) m_panel->setAnamorphic(true); // picks up a changed factor
+    // The grid size and the coding-unit overlay take effect at once, not at the next start.
+    QSettings st;
+    m_panel->setGrid(m_panel->gridOn());
+    m_panel->setHevcOverlay(settings::Hevc.read(st), settings::HevcDepth.read(st), settings::HevcSize.read(st));
     m_panel->update();
 }
 
