@@ -76,12 +76,12 @@ int runCli(const QStringList &args, QTextStream &out, QTextStream &err)
         err << "kavri-cli: unknown command '" << name << "' (see kavri-cli --help)" << Qt::endl;
         return kExitUsage;
     }
-    std::vector<OptionSpec> specs = cmd->options;
-    specs.push_back(kHelpOption);
+    std::vector<OptionSpec> optionList = cmd->options;
+    optionList.push_back(kHelpOption);
     try {
-        Context ctx{parseArgs(args.mid(1), specs), out, err};
+        Context ctx{parseArgs(args.mid(1), optionList), out, err};
         if (ctx.args.has("--help")) {
-            out << usageLine(*cmd) << "\n" << cmd->summary << "\n\nOptions:\n" << optionHelp(specs);
+            out << usageLine(*cmd) << "\n" << cmd->summary << "\n\nOptions:\n" << optionHelp(optionList);
             out.flush();
             return kExitOk;
         }

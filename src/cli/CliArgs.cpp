@@ -8,7 +8,7 @@ namespace {
 QString quoted(const QString &s) { return QLatin1Char('\'') + s + QLatin1Char('\''); }
 } // namespace
 
-ParsedArgs parseArgs(const QStringList &args, const std::vector<OptionSpec> &specs)
+ParsedArgs parseArgs(const QStringList &args, const std::vector<OptionSpec> &optionList)
 {
     ParsedArgs r;
     bool optionsEnded = false;
@@ -32,12 +32,12 @@ ParsedArgs parseArgs(const QStringList &args, const std::vector<OptionSpec> &spe
                 hasInline = true;
             }
         }
-        const OptionSpec *spec = nullptr;
-        for (const OptionSpec &s : specs)
-            if ((s.shortName && a == QLatin1String(s.shortName)) || a == QLatin1String(s.longName)) spec = &s;
-        if (!spec) throw UsageError(("unknown option " + quoted(a)).toStdString());
-        const QString key = QLatin1String(spec->longName);
-        if (!spec->valueName) {
+        const OptionSpec *entry = nullptr;
+        for (const OptionSpec &s : optionList)
+            if ((s.shortName && a == QLatin1String(s.shortName)) || a == QLatin1String(s.longName)) entry = &s;
+        if (!entry) throw UsageError(("unknown option " + quoted(a)).toStdString());
+        const QString key = QLatin1String(entry->longName);
+        if (!entry->valueName) {
             if (hasInline) throw UsageError(("option " + quoted(a) + " takes no value").toStdString());
             r.m_values.insert(key, QString());
             continue;
@@ -46,7 +46,7 @@ ParsedArgs parseArgs(const QStringList &args, const std::vector<OptionSpec> &spe
             r.m_values.insert(key, inlineValue);
         } else {
             if (i + 1 >= args.size())
-                throw UsageError(("option " + quoted(a) + " needs a value (" + spec->valueName + ")").toStdString());
+                throw UsageError(("option " + quoted(a) + " needs a value (" + entry->valueName + ")").toStdString());
             r.m_values.insert(key, args[++i]);
         }
     }
@@ -88,10 +88,10 @@ double ParsedArgs::doubleValue(const char *name, double def, double min, double 
     return v;
 }
 
-QString optionHelp(const std::vector<OptionSpec> &specs)
+QString optionHelp(const std::vector<OptionSpec> &optionList)
 {
     QString r;
-    for (const OptionSpec &s : specs) {
+    for (const OptionSpec &s : optionList) {
         QString left = s.shortName ? QLatin1String(s.shortName) + QLatin1String(", ") : QLatin1String("    ");
         left += QLatin1String(s.longName);
         if (s.valueName) left += QLatin1Char(' ') + QLatin1String(s.valueName);

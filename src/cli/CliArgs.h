@@ -37,8 +37,8 @@ public:
 };
 
 // "-" alone is a positional (standard input); "--" ends the options; "--name=value" is accepted.
-ParsedArgs parseArgs(const QStringList &args, const std::vector<OptionSpec> &specs);
+ParsedArgs parseArgs(const QStringList &args, const std::vector<OptionSpec> &optionList);
 
-QString optionHelp(const std::vector<OptionSpec> &specs);
+QString optionHelp(const std::vector<OptionSpec> &optionList);
 
 } // namespace kavri::cli

@@ -51,10 +51,10 @@ int32_t effectiveBits(const PatternSpec &s) { return s.layout == YUV_v210 ? 10 :
 // The picture of one frame: regions are worked out once, then each pixel is a few comparisons.
 class Scene {
 public:
-    Scene(const PatternSpec &spec, uint64_t frame) : m_spec(spec), m_frame(frame), m_info(layoutInfo(spec.layout))
+    Scene(const PatternSpec &pat, uint64_t frame) : m_spec(pat), m_frame(frame), m_info(layoutInfo(pat.layout))
     {
-        const int32_t w = spec.width, h = spec.height;
-        m_shift = 16 - effectiveBits(spec);
+        const int32_t w = pat.width, h = pat.height;
+        m_shift = 16 - effectiveBits(pat);
         m_cellX = 1 << m_info.chromaShiftX;
         m_cellY = 1 << m_info.chromaShiftY;
         m_unit = std::max(1, std::min(w, h) / 40);
@@ -62,7 +62,7 @@ public:
         m_digitsX = w - 2 - 15 * m_unit;
         m_digitsFit = m_glyphFits && m_digitsX >= 5 * m_unit + 4 + m_unit && h >= 5 * m_unit + 4;
         m_block = std::max(2, std::min(w, h) / 8);
-        const uint64_t period = uint64_t(std::max(1.0, std::round(4.0 * (spec.rate > 0 ? spec.rate : 25.0))));
+        const uint64_t period = uint64_t(std::max(1.0, std::round(4.0 * (pat.rate > 0 ? pat.rate : 25.0))));
         m_blockX = w > m_block ? int32_t(int64_t(frame % period) * (w - m_block) / int64_t(period)) : 0;
         m_blockY = std::max(0, h / 4 - m_block / 2);
     }

@@ -32,19 +32,19 @@ struct PatternPixel {
 };
 
 // Why a frame of this description cannot be written (an empty string when it can).
-std::string patternSpecError(const PatternSpec &spec);
+std::string patternSpecError(const PatternSpec &pat);
 
 // Bytes of one written frame: frameBytes of the layout at the given size and container.
-uint32_t patternFrameBytes(const PatternSpec &spec);
+uint32_t patternFrameBytes(const PatternSpec &pat);
 
 // The pattern's sample values at pixel (x, y) of frame `frame` (row 0 at the top, as stored).
-PatternPixel patternPixel(const PatternSpec &spec, uint64_t frame, int32_t x, int32_t y);
+PatternPixel patternPixel(const PatternSpec &pat, uint64_t frame, int32_t x, int32_t y);
 
-// A value as a reader of signed samples reports it: value - 2^(bits-1) when the spec is signed.
-int32_t patternStoredValue(const PatternSpec &spec, int32_t value);
+// A value as a reader of signed samples reports it: value - 2^(bits-1) when the pat is signed.
+int32_t patternStoredValue(const PatternSpec &pat, int32_t value);
 
-// Writes frame `frame` into dst: exactly patternFrameBytes(spec) bytes, padding and bytes no sample
-// reaches set to 0. False (nothing written) for a spec patternSpecError refuses or a short destination.
-bool writePatternFrame(const PatternSpec &spec, uint64_t frame, uint8_t *dst, size_t dstSize);
+// Writes frame `frame` into dst: exactly patternFrameBytes(pat) bytes, padding and bytes no sample
+// reaches set to 0. False (nothing written) for a pat patternSpecError refuses or a short destination.
+bool writePatternFrame(const PatternSpec &pat, uint64_t frame, uint8_t *dst, size_t dstSize);
 
 } // namespace kavri

@@ -166,14 +166,14 @@ QString frame::statusText() const { return m_statusLabel->text(); }
 
 void frame::createActions()
 {
-    for (const ui::ActionSpec &spec : ui::kActions) {
-        auto *a = new QAction(toQ(spec.text), this);
-        a->setObjectName(toQ(spec.name));
-        if (!spec.shortcut.empty()) a->setShortcut(QKeySequence(toQ(spec.shortcut)));
-        a->setCheckable(spec.checkable);
-        if (spec.checkable) a->setChecked(spec.checked);
-        if (!spec.statusTip.empty()) a->setStatusTip(toQ(spec.statusTip));
-        if (!spec.whatsThis.empty()) a->setWhatsThis(toQ(spec.whatsThis));
+    for (const ui::ActionSpec &entry : ui::kActions) {
+        auto *a = new QAction(toQ(entry.text), this);
+        a->setObjectName(toQ(entry.name));
+        if (!entry.shortcut.empty()) a->setShortcut(QKeySequence(toQ(entry.shortcut)));
+        a->setCheckable(entry.checkable);
+        if (entry.checkable) a->setChecked(entry.checked);
+        if (!entry.statusTip.empty()) a->setStatusTip(toQ(entry.statusTip));
+        if (!entry.whatsThis.empty()) a->setWhatsThis(toQ(entry.whatsThis));
         // Shortcuts work in full screen too, where the menu bar is hidden.
         addAction(a);
         m_actions[a->objectName()] = a;
@@ -228,14 +228,14 @@ void frame::createActions()
 void frame::createMenus()
 {
     std::map<QString, QMenu *> menus;
-    for (const ui::MenuSpec &spec : ui::kMenus) {
-        auto *m = new QMenu(toQ(spec.title), this);
-        m->setObjectName(toQ(spec.name));
+    for (const ui::MenuSpec &entry : ui::kMenus) {
+        auto *m = new QMenu(toQ(entry.title), this);
+        m->setObjectName(toQ(entry.name));
         menus[m->objectName()] = m;
     }
-    for (const ui::MenuSpec &spec : ui::kMenus) {
-        QMenu *m = menus[toQ(spec.name)];
-        for (std::string_view item : spec.items) {
+    for (const ui::MenuSpec &entry : ui::kMenus) {
+        QMenu *m = menus[toQ(entry.name)];
+        for (std::string_view item : entry.items) {
             if (item.empty()) break;
             if (item == "-")
                 m->addSeparator();

@@ -16,7 +16,7 @@ std::vector<uint8_t> frameOf(const PatternSpec &s, uint64_t frame)
     return b;
 }
 
-PatternSpec spec(videoFormat_t f, int w, int h, int bits = 8, int container = 8)
+PatternSpec pat(videoFormat_t f, int w, int h, int bits = 8, int container = 8)
 {
     PatternSpec s;
     s.layout = f;
@@ -40,7 +40,7 @@ TEST(PatternGenerator, WritesExactlyFrameBytesForEveryLayout)
     for (const LayoutInfo &info : kLayouts)
         for (int container : {8, 16})
             for (const auto &wh : sizes) {
-                PatternSpec s = spec(info.value, wh[0], wh[1], container == 8 ? 8 : 12, container);
+                PatternSpec s = pat(info.value, wh[0], wh[1], container == 8 ? 8 : 12, container);
                 const uint32_t expected = frameBytes(info.value, container, wh[0], wh[1]);
                 const std::string name = std::string(info.shortName) + " " + std::to_string(wh[0]) + "x" +
                                          std::to_string(wh[1]) + " c" + std::to_string(container);
@@ -60,7 +60,7 @@ TEST(PatternGenerator, RefusesWhatItCannotWrite)
     };
     std::vector<Case> cases;
     auto add = [&](const char *name, auto edit) {
-        PatternSpec s = spec(YUV_p420, 16, 16);
+        PatternSpec s = pat(YUV_p420, 16, 16);
         edit(s);
         cases.push_back({name, s});
     };
@@ -82,7 +82,7 @@ TEST(PatternGenerator, RefusesWhatItCannotWrite)
         EXPECT_FALSE(writePatternFrame(c.s, 0, &byte, 1)) << c.name;
         EXPECT_EQ(byte, 0x5A) << c.name;
     }
-    PatternSpec ok = spec(YUV_p420, 16, 16);
+    PatternSpec ok = pat(YUV_p420, 16, 16);
     std::vector<uint8_t> shortBuf(patternFrameBytes(ok) - 1, 0x5A);
     EXPECT_FALSE(writePatternFrame(ok, 0, shortBuf.data(), shortBuf.size()));
     EXPECT_EQ(shortBuf[0], 0x5A);
@@ -93,7 +93,7 @@ TEST(PatternGenerator, RefusesWhatItCannotWrite)
 TEST(PatternGenerator, SameArgumentsSameBytesAndFramesDiffer)
 {
     for (const LayoutInfo &info : kLayouts) {
-        const PatternSpec s = spec(info.value, 64, 36, 8, 8);
+        const PatternSpec s = pat(info.value, 64, 36, 8, 8);
         EXPECT_EQ(frameOf(s, 5), frameOf(s, 5)) << info.shortName;
         EXPECT_NE(frameOf(s, 5), frameOf(s, 6)) << info.shortName;
     }
@@ -102,7 +102,7 @@ TEST(PatternGenerator, SameArgumentsSameBytesAndFramesDiffer)
 TEST(PatternGenerator, BlockMovesAtTheGivenRate)
 {
     // The block crosses in four seconds: frame 0 and frame 4*rate sit at the left, half way is further right.
-    PatternSpec s = spec(RGB_i444, 160, 80);
+    PatternSpec s = pat(RGB_i444, 160, 80);
     s.rate = 10;
     auto blockLeft = [&](uint64_t f) {
         for (int x = 1; x < s.width; ++x) {
@@ -121,13 +121,13 @@ TEST(PatternGenerator, BarsAtEveryDepth)
 {
     // The red bar (sixth of eight) and the white bar, half way down the bars.
     for (int bits = 1; bits <= 16; ++bits) {
-        const PatternSpec rgb = spec(RGB_planar, 64, 32, bits, bits <= 8 ? 8 : 16);
+        const PatternSpec rgb = pat(RGB_planar, 64, 32, bits, bits <= 8 ? 8 : 16);
         const int max = (1 << bits) - 1;
         const PatternPixel red = patternPixel(rgb, 0, 64 * 5 / 8 + 2, 12);
         EXPECT_EQ(red.c1, max) << bits;
         EXPECT_EQ(red.c2, 0) << bits;
         EXPECT_EQ(red.c3, 0) << bits;
-        const PatternSpec yuv = spec(YUV_p444, 64, 32, bits, bits <= 8 ? 8 : 16);
+        const PatternSpec yuv = pat(YUV_p444, 64, 32, bits, bits <= 8 ? 8 : 16);
         const PatternPixel white = patternPixel(yuv, 0, 4, 12);
         EXPECT_EQ(white.c1, max) << bits;
         EXPECT_EQ(white.c2, 1 << (bits - 1)) << bits;
@@ -138,7 +138,7 @@ TEST(PatternGenerator, BarsAtEveryDepth)
 TEST(PatternGenerator, SamplesStayWithinTheDepth)
 {
     for (int bits : {1, 4, 9, 10, 12, 15}) {
-        const PatternSpec s = spec(YUV_p444, 33, 17, bits, bits <= 8 ? 8 : 16);
+        const PatternSpec s = pat(YUV_p444, 33, 17, bits, bits <= 8 ? 8 : 16);
         const std::vector<uint8_t> b = frameOf(s, 2);
         for (size_t i = 0; i < b.size(); i += (bits <= 8 ? 1 : 2)) {
             const uint32_t v = bits <= 8 ? b[i] : word16(b, i / 2);
@@ -157,7 +157,7 @@ TEST(PatternGenerator, PlanarYuvPlanes)
     } cases[] = {{YUV_p420, 1, 1}, {YUV_p422, 1, 0}, {YUV_p444, 0, 0}, {YUV_p410, 2, 1}, {YUV_p411, 2, 0}};
     for (const Case &c : cases) {
         const int w = 32, h = 16, cw = w >> c.sx, ch = h >> c.sy;
-        const PatternSpec s = spec(c.f, w, h, 10, 16);
+        const PatternSpec s = pat(c.f, w, h, 10, 16);
         const std::vector<uint8_t> b = frameOf(s, 7);
         for (int y = 0; y < h; y += 3)
             for (int x = 0; x < w; x += 5) {
@@ -173,7 +173,7 @@ TEST(PatternGenerator, PlanarYuvPlanes)
 TEST(PatternGenerator, OddHeight420StartsVHalfAChromaRowEarly)
 {
     const int w = 8, h = 5; // 3 chroma rows of 4; V at 40 + 12 - 2, the frame ends at 60
-    const PatternSpec s = spec(YUV_p420, w, h);
+    const PatternSpec s = pat(YUV_p420, w, h);
     const std::vector<uint8_t> b = frameOf(s, 0);
     ASSERT_EQ(b.size(), 60u);
     EXPECT_EQ(b[50], patternPixel(s, 0, 0, 0).c3);
@@ -183,7 +183,7 @@ TEST(PatternGenerator, OddHeight420StartsVHalfAChromaRowEarly)
 
 TEST(PatternGenerator, InterlacedChromaRowsBelongToFields)
 {
-    PatternSpec s = spec(YUV_p420, 16, 16);
+    PatternSpec s = pat(YUV_p420, 16, 16);
     s.interlaced = true;
     const std::vector<uint8_t> b = frameOf(s, 0);
     // Chroma row 1 is the first of the bottom field: it carries the colour of luma row 1.
@@ -196,7 +196,7 @@ TEST(PatternGenerator, PackedOrders)
 {
     const int w = 16, h = 4;
     for (videoFormat_t f : {YUV_uyvy, YUV_yuyv, YUV_yuy2}) {
-        const PatternSpec s = spec(f, w, h);
+        const PatternSpec s = pat(f, w, h);
         const std::vector<uint8_t> b = frameOf(s, 1);
         for (int y = 0; y < h; ++y)
             for (int u = 0; u < w / 2; ++u) {
@@ -211,7 +211,7 @@ TEST(PatternGenerator, PackedOrders)
 TEST(PatternGenerator, Nv12InterleavesUThenV)
 {
     const int w = 12, h = 6;
-    const PatternSpec s = spec(YUV_nv12, w, h);
+    const PatternSpec s = pat(YUV_nv12, w, h);
     const std::vector<uint8_t> b = frameOf(s, 2);
     for (int cy = 0; cy < h / 2; ++cy)
         for (int cx = 0; cx < w / 2; ++cx) {
@@ -224,7 +224,7 @@ TEST(PatternGenerator, Nv12InterleavesUThenV)
 TEST(PatternGenerator, V210WordsAndRowPadding)
 {
     const int w = 12, h = 3; // two groups, 32 bytes of a 128-byte row
-    const PatternSpec s = spec(YUV_v210, w, h);
+    const PatternSpec s = pat(YUV_v210, w, h);
     const std::vector<uint8_t> b = frameOf(s, 4);
     ASSERT_EQ(b.size(), 128u * 3);
     auto f = [](uint32_t word, int shift) { return int((word >> shift) & 0x3ff); };
@@ -254,7 +254,7 @@ TEST(PatternGenerator, V210WordsAndRowPadding)
         for (int i = 32; i < 128; ++i) ASSERT_EQ(b[size_t(y * 128 + i)], 0) << "padding byte " << i;
     }
     // A known white: the bars start white, full-range 10-bit white is Y 1023 with chroma at 512.
-    const PatternSpec tall = spec(YUV_v210, 48, 16);
+    const PatternSpec tall = pat(YUV_v210, 48, 16);
     const PatternPixel white = patternPixel(tall, 0, 4, 7);
     EXPECT_EQ(white.c1, 1023);
     EXPECT_EQ(white.c2, 512);
@@ -266,7 +266,7 @@ TEST(PatternGenerator, RgbLayoutsFollowTheirLetters)
     const int w = 10, h = 6;
     for (const LayoutInfo &info : kLayouts) {
         if (info.kind != LayoutKind::InterleavedRgb && info.kind != LayoutKind::PlanarRgb) continue;
-        const PatternSpec s = spec(info.value, w, h, 12, 16);
+        const PatternSpec s = pat(info.value, w, h, 12, 16);
         const std::vector<uint8_t> b = frameOf(s, 9);
         const bool planar = info.kind == LayoutKind::PlanarRgb;
         const int n = info.samplesPerPixel;
@@ -283,7 +283,7 @@ TEST(PatternGenerator, RgbLayoutsFollowTheirLetters)
             }
     }
     // The alpha plane is not constant: it ramps down the picture.
-    const PatternSpec s = spec(GBRA_planar, w, h);
+    const PatternSpec s = pat(GBRA_planar, w, h);
     EXPECT_GT(patternPixel(s, 0, 3, 1).alpha, patternPixel(s, 0, 3, 4).alpha);
 }
 
@@ -292,7 +292,7 @@ TEST(PatternGenerator, RgbLayoutsFollowTheirLetters)
 TEST(PatternGenerator, BigEndianSwapsEveryWordAndNothingElse)
 {
     for (videoFormat_t f : {YUV_p420, YUV_uyvy, RGBA_planar, BW}) {
-        PatternSpec s = spec(f, 14, 6, 10, 16);
+        PatternSpec s = pat(f, 14, 6, 10, 16);
         const std::vector<uint8_t> le = frameOf(s, 3);
         s.bigEndian = true;
         const std::vector<uint8_t> be = frameOf(s, 3);
@@ -312,7 +312,7 @@ TEST(PatternGenerator, SignedSamplesAreCentredTwosComplement)
         int bits, container;
     } cases[] = {{8, 8}, {5, 8}, {10, 16}, {16, 16}, {1, 8}};
     for (const Case &c : cases) {
-        PatternSpec s = spec(YUV_p422, 20, 8, c.bits, c.container);
+        PatternSpec s = pat(YUV_p422, 20, 8, c.bits, c.container);
         const std::vector<uint8_t> u = frameOf(s, 1);
         s.isSigned = true;
         const std::vector<uint8_t> sg = frameOf(s, 1);
@@ -325,7 +325,7 @@ TEST(PatternGenerator, SignedSamplesAreCentredTwosComplement)
         EXPECT_EQ(patternStoredValue(s, half + 3), 3);
     }
     // The extremes: white luma is the largest positive value, black the most negative.
-    PatternSpec s = spec(YUV_p444, 64, 32, 8, 8);
+    PatternSpec s = pat(YUV_p444, 64, 32, 8, 8);
     s.isSigned = true;
     const std::vector<uint8_t> b = frameOf(s, 0);
     EXPECT_EQ(int8_t(b[12 * 64 + 4]), 127);            // white bar
