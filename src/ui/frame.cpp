@@ -41,6 +41,7 @@
 #include <QSettings>
 #include <QStatusBar>
 #include <QUrl>
+#include <QShortcut>
 #include <QSlider>
 #include <QVBoxLayout>
 #include <climits>
@@ -572,6 +573,16 @@ void frame::oon_brightcon()
     const bool show = action("actionBrightness_Contrast_etc")->isChecked();
     m_bcg->setVisible(show);
     if (show) m_bcg->raise();
+    // While the panel is open, Esc closes the panel rather than the player.
+    if (!m_bcgEscape) {
+        m_bcgEscape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+        connect(m_bcgEscape, &QShortcut::activated, this, [this] { action("actionBrightness_Contrast_etc")->trigger(); });
+    }
+    m_bcgEscape->setEnabled(show && !m_fullscreen);
+    if (show && !m_fullscreen)
+        action("actionQuit")->setShortcut(QKeySequence());
+    else if (!m_fullscreen)
+        applyEscapeShortcut();
 }
 
 void frame::oon_bcg_reset()

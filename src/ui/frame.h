@@ -25,6 +25,7 @@ class QHBoxLayout;
 class KavriSlider;
 class KavriLoader;
 class BrightnessPanel;
+class QShortcut;
 struct frame_t;
 
 class frame : public QMainWindow,
@@ -192,6 +193,7 @@ private:
     std::atomic<uint64_t> m_currentFrame{0};
     bool m_playing = false;
     BrightnessPanel *m_bcg = nullptr;
+    QShortcut *m_bcgEscape = nullptr;
     // The link: up while the sender exists.
     std::unique_ptr<KavriLinkSender> m_sender;
     QPointer<KavriReceive> m_receiver;

@@ -130,3 +130,18 @@ TEST(SaveFrame, SuffixRules)
 }
 
 } // namespace
+
+namespace {
+TEST(FrameWindow, EscapeClosesTheBrightnessPanelFirst)
+{
+    QSettings s;
+    kavri::settings::EscapeExits.write(s, true);
+    frame w(nullptr);
+    QAction *bcg = w.action("actionBrightness_Contrast_etc");
+    bcg->trigger();
+    EXPECT_TRUE(bcg->isChecked());
+    EXPECT_TRUE(w.action("actionQuit")->shortcut().isEmpty()) << "Esc belongs to the panel while it is open";
+    bcg->trigger();
+    EXPECT_EQ(w.action("actionQuit")->shortcut(), QKeySequence(Qt::Key_Escape));
+}
+} // namespace
