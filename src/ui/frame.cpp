@@ -73,6 +73,14 @@ void warn(QWidget *parent, const QString &text, const QString &detail, bool wind
 
 } // namespace
 
+namespace {
+const std::pair<const char *, view::ZoomStep> kZoomActions[] = {{"action25", view::ZoomStep::Z25},
+                                                                {"action33", view::ZoomStep::Z33},
+                                                                {"action50", view::ZoomStep::Z50},
+                                                                {"action100", view::ZoomStep::Z100},
+                                                                {"action200", view::ZoomStep::Z200}};
+} // namespace
+
 frame::frame(const KavriStartupConfig *config, QWidget *parent) : QMainWindow(parent)
 {
     if (config) m_config = *config;
@@ -411,7 +419,16 @@ void frame::oon_new_frame(frame_t *f)
     if (!(f->flags & kFrameDragged)) emit update_slider(int(std::min<uint64_t>(f->frameIndex, uint64_t(INT_MAX))));
 }
 
-void frame::oon_load_init() { updateStatus(); }
+void frame::oon_load_init()
+{
+    updateStatus();
+    // A file remembered at another zoom step opens at it.
+    if (!m_loader || m_fullscreen) return;
+    const int32_t factor = m_loader->pendingProps().scaleX;
+    if (factor == kScaleOne) return;
+    for (const auto &st : kZoomActions)
+        if (view::zoomFactor(st.second) == factor && !action(st.first)->isChecked()) action(st.first)->trigger();
+}
 
 void frame::oon_stopped()
 {
@@ -690,23 +707,27 @@ void frame::oon_maintain_ar() { m_panel->setMaintainAspectRatio(action("actionMa
 
 void frame::oon_menu_size()
 {
-    if (m_openFile.isEmpty()) return;
-    QSize video = m_panel->frameSize();
+    if (!m_loader) return;
+    const VideoProps &p = m_loader->pendingProps();
+    const QSize video = view::zoomVideoSize({p.width, p.height}, m_panel->anamorphic(), m_panel->anamorphicScale());
     if (video.isEmpty()) return;
-    video = view::zoomVideoSize(video, m_panel->anamorphic(), m_panel->anamorphicScale());
-    static const std::pair<const char *, view::ZoomStep> steps[] = {{"action25", view::ZoomStep::Z25},
-                                                                     {"action33", view::ZoomStep::Z33},
-                                                                     {"action50", view::ZoomStep::Z50},
-                                                                     {"action100", view::ZoomStep::Z100},
-                                                                     {"action200", view::ZoomStep::Z200}};
-    for (const auto &st : steps) action(st.first)->setChecked(false);
+    for (const auto &st : kZoomActions) action(st.first)->setChecked(false);
     QObject *src = sender();
-    for (const auto &st : steps) {
-        if (src == action(st.first)) {
-            action(st.first)->setChecked(true);
-            emit draw_panel_force_size(view::zoomTarget(st.second, video));
-            return;
+    for (const auto &st : kZoomActions) {
+        if (src != action(st.first)) continue;
+        action(st.first)->setChecked(true);
+        emit draw_panel_force_size(view::zoomTarget(st.second, video));
+        // The file reopens at its last zoom: the factor travels in its remembered record.
+        const int32_t factor = view::zoomFactor(st.second);
+        VideoProps &rec = m_loader->pendingProps();
+        if (rec.scaleX != factor || rec.scaleY != factor) {
+            rec.scaleX = rec.scaleY = factor;
+            if (isPlayable(m_loader->validityMask()) && !m_loader->isStdin()) {
+                VideoProps copy = rec;
+                storeRemembered(copy);
+            }
         }
+        return;
     }
     const bool smaller = src == action("actionSmaller");
     if (m_fullscreen) {
@@ -716,7 +737,7 @@ void frame::oon_menu_size()
     const std::optional<view::ZoomStep> step =
         smaller ? view::smallerStep(m_panel->size(), video) : view::largerStep(m_panel->size(), video);
     if (!step) return;
-    for (const auto &st : steps)
+    for (const auto &st : kZoomActions)
         if (st.second == *step) action(st.first)->trigger();
 }
 

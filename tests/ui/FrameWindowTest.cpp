@@ -145,3 +145,38 @@ TEST(FrameWindow, EscapeClosesTheBrightnessPanelFirst)
     EXPECT_EQ(w.action("actionQuit")->shortcut(), QKeySequence(Qt::Key_Escape));
 }
 } // namespace
+
+#include "formats/RememberedFormats.h"
+#include "loader/KavriLoader.h"
+#include "support/TempFiles.h"
+
+#include <QTest>
+
+namespace {
+TEST(FrameWindow, ZoomStepIsRememberedPerFile)
+{
+    kavri::test::TempDir dir;
+    KavriStartupConfig c;
+    c.file = dir.writeSized("z.yuv", 152064 * 3);
+    c.width = 352;
+    c.height = 288;
+    c.format = YUV_p420;
+    {
+        frame w(&c);
+        QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+        w.action("action50")->trigger();
+        EXPECT_TRUE(w.action("action50")->isChecked());
+        EXPECT_EQ(w.drawPanel()->sizeHint(), QSize(176, 144));
+        EXPECT_EQ(w.loader()->pendingProps().scaleX, 2048);
+        const auto stored = kavri::lookupRemembered(c.file);
+        ASSERT_TRUE(stored.has_value());
+        EXPECT_EQ(stored->scaleX, 2048);
+        EXPECT_EQ(stored->scaleY, 2048);
+    }
+    KavriStartupConfig again;
+    again.file = c.file;
+    frame w2(&again);
+    QTRY_VERIFY_WITH_TIMEOUT(w2.action("action50")->isChecked(), 20000);
+    kavri::forgetRemembered(c.file);
+}
+} // namespace
