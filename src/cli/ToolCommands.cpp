@@ -70,15 +70,10 @@ int runExtract(Context &ctx)
         return ctx.fail(QStringLiteral("'%1': %2").arg(file, error));
     if (clamped) ctx.warn(QStringLiteral("'%1' ends at frame %2; extracting up to it").arg(file).arg(last));
 
-    tools::CopyJob job;
-    job.input = file;
-    job.output = ctx.args.has("--output") ? ctx.args.value("--output")
-                                          : tools::proposedExtractName(p, uint64_t(from), last);
-    job.frameBytes = p.frameBytes;
-    job.headerBytes = p.headerBytes;
-    job.first = uint64_t(from);
-    job.last = last;
-    job.overwrite = ctx.args.has("--force");
+    const QString out = ctx.args.has("--output") ? ctx.args.value("--output")
+                                                  : tools::proposedExtractName(p, uint64_t(from), last);
+    const tools::CopyJob job =
+        tools::extractJob(file, out, p.frameBytes, p.headerBytes, uint64_t(from), last, ctx.args.has("--force"));
     return printCopy(ctx, file, job.output, job, tools::copyFrames(job), p);
 }
 
@@ -89,15 +84,10 @@ int runReverse(Context &ctx)
     int rc = kExitOk;
     if (!openForTool(ctx, seq, file, rc)) return rc;
     const VideoProps &p = seq.props;
-    tools::CopyJob job;
-    job.input = file;
-    job.output = ctx.args.has("--output") ? ctx.args.value("--output") : tools::proposedReverseName(p);
-    job.frameBytes = p.frameBytes;
-    job.headerBytes = p.headerBytes;
-    job.first = 0;
-    job.last = p.frameCount - 1; // playable, so at least one frame
-    job.reverse = true;
-    job.overwrite = ctx.args.has("--force");
+    const QString out = ctx.args.has("--output") ? ctx.args.value("--output") : tools::proposedReverseName(p);
+    // Playable, so at least one frame.
+    const tools::CopyJob job =
+        tools::reverseJob(file, out, p.frameBytes, p.headerBytes, p.frameCount, ctx.args.has("--force"));
     return printCopy(ctx, file, job.output, job, tools::copyFrames(job), p);
 }
 

@@ -22,35 +22,15 @@ void CopyWork::run()
 
 QString CopyWork::errorText() const { return m_result.error; }
 
-namespace {
-
-CopyJob makeJob(const QString &input, const QString &output, uint32_t frameBytes, uint32_t headerBytes,
-                uint64_t first, uint64_t last, bool reverse, bool overwrite)
-{
-    CopyJob j;
-    j.input = input;
-    j.output = output;
-    j.frameBytes = frameBytes;
-    j.headerBytes = headerBytes;
-    j.first = first;
-    j.last = last;
-    j.reverse = reverse;
-    j.overwrite = overwrite;
-    return j;
-}
-
-} // namespace
 
 ExtractWork::ExtractWork(const QString &input, const QString &output, uint32_t frameBytes, uint32_t headerBytes,
                          uint64_t first, uint64_t last, bool overwrite)
-    : CopyWork(makeJob(input, output, frameBytes, headerBytes, first, last, false, overwrite))
+    : CopyWork(kavri::tools::extractJob(input, output, frameBytes, headerBytes, first, last, overwrite))
 {
 }
 
-// A 0-frame input gets first > last, which run() reports as a failure instead of copying anything.
 ReverseWork::ReverseWork(const QString &input, const QString &output, uint32_t frameBytes, uint32_t headerBytes,
                          uint64_t frameCount, bool overwrite)
-    : CopyWork(makeJob(input, output, frameBytes, headerBytes, frameCount > 0 ? 0 : 1,
-                       frameCount > 0 ? frameCount - 1 : 0, true, overwrite))
+    : CopyWork(kavri::tools::reverseJob(input, output, frameBytes, headerBytes, frameCount, overwrite))
 {
 }

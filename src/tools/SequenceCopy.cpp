@@ -172,4 +172,27 @@ QString renameKeepingAll(const QString &from, const QString &to, bool allowOther
     return {};
 }
 
+CopyJob extractJob(const QString &input, const QString &output, uint32_t frameBytes, uint32_t headerBytes,
+                   uint64_t first, uint64_t last, bool overwrite)
+{
+    CopyJob j;
+    j.input = input;
+    j.output = output;
+    j.frameBytes = frameBytes;
+    j.headerBytes = headerBytes;
+    j.first = first;
+    j.last = last;
+    j.overwrite = overwrite;
+    return j;
+}
+
+CopyJob reverseJob(const QString &input, const QString &output, uint32_t frameBytes, uint32_t headerBytes,
+                   uint64_t frameCount, bool overwrite)
+{
+    CopyJob j = extractJob(input, output, frameBytes, headerBytes, frameCount > 0 ? 0 : 1,
+                           frameCount > 0 ? frameCount - 1 : 0, overwrite);
+    j.reverse = true;
+    return j;
+}
+
 } // namespace kavri::tools

@@ -20,6 +20,13 @@ struct CopyJob {
     bool overwrite = false;   // an existing output (never the input itself) may be replaced
 };
 
+// The job of an extraction (frames first..last, inclusive) and of a reversal (all frames, last first).
+// A reversal of a 0-frame input gets first > last, which the copy reports instead of copying anything.
+CopyJob extractJob(const QString &input, const QString &output, uint32_t frameBytes, uint32_t headerBytes,
+                   uint64_t first, uint64_t last, bool overwrite);
+CopyJob reverseJob(const QString &input, const QString &output, uint32_t frameBytes, uint32_t headerBytes,
+                   uint64_t frameCount, bool overwrite);
+
 struct CopyResult {
     bool ok = false;
     uint64_t framesWritten = 0;
