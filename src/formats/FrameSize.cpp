@@ -107,4 +107,21 @@ uint64_t frameCountOf(const QString &path, uint32_t frameBytes, uint32_t headerB
     return (size - headerBytes) / frameBytes;
 }
 
+uint64_t frameCountOfPair(const QString &path, const QString &diffPath, uint32_t frameBytes, uint32_t headerBytes,
+                          uint64_t *fileSize)
+{
+    uint64_t size = 0;
+    uint64_t count = frameCountOf(path, frameBytes, headerBytes, &size);
+    if (!diffPath.isEmpty()) {
+        uint64_t diffSize = 0;
+        const uint64_t diffCount = frameCountOf(diffPath, frameBytes, headerBytes, &diffSize);
+        if (diffCount <= count) {
+            count = diffCount;
+            size = diffSize;
+        }
+    }
+    if (fileSize) *fileSize = size;
+    return count;
+}
+
 } // namespace kavri

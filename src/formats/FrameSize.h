@@ -22,4 +22,9 @@ uint32_t allocationSize(int32_t format, int32_t containerBits, int32_t width, in
 // be opened has size 0; a header at or beyond the end of the file, or frameBytes 0, gives 0 frames.
 uint64_t frameCountOf(const QString &path, uint32_t frameBytes, uint32_t headerBytes, uint64_t *fileSize);
 
+// The frame count of a sequence and, with a difference file (non-empty `diffPath`), of the pair: the
+// smaller of the two counts, with the size of the file it came from (the difference file's on a tie).
+uint64_t frameCountOfPair(const QString &path, const QString &diffPath, uint32_t frameBytes, uint32_t headerBytes,
+                          uint64_t *fileSize);
+
 } // namespace kavri

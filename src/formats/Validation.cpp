@@ -28,15 +28,7 @@ uint32_t validateProps(VideoProps &p)
             mask &= ~uint32_t(kFormatKnown);
         } else if (isFile) {
             uint64_t size = 0;
-            uint64_t count = frameCountOf(p.fileName, p.frameBytes, p.headerBytes, &size);
-            if (!p.diffFileName.isEmpty()) {
-                uint64_t diffSize = 0;
-                const uint64_t diffCount = frameCountOf(p.diffFileName, p.frameBytes, p.headerBytes, &diffSize);
-                if (diffCount <= count) {
-                    count = diffCount;
-                    size = diffSize;
-                }
-            }
+            const uint64_t count = frameCountOfPair(p.fileName, p.diffFileName, p.frameBytes, p.headerBytes, &size);
             p.frameCount = count;
             p.fileSize = size;
             if (count == 0) mask &= ~uint32_t(kFormatKnown);

@@ -296,6 +296,7 @@ uint32_t KavriLoader::validate()
     m_pending.fileName = m_path;
     m_pending.diffFileName = m_diffPath;
     m_mask = kavri::validateProps(m_pending);
+    m_frameCountShared.store(m_pending.frameCount);
     m_pending.fileName = m_path;
     m_pending.diffFileName = m_diffPath;
     m_initialized.store(false);
@@ -532,15 +533,9 @@ void KavriLoader::doReload()
     if (!m_isStdin) reopenStreams();
     if (m_frameBytes != 0 && !m_isStdin) {
         uint64_t size = 0;
-        uint64_t count = kavri::frameCountOf(m_path, m_frameBytes, m_active.headerBytes, &size);
-        if (m_hasDiff) {
-            uint64_t diffSize = 0;
-            const uint64_t diffCount = kavri::frameCountOf(m_diffPath, m_frameBytes, m_active.headerBytes, &diffSize);
-            if (diffCount <= count) {
-                count = diffCount;
-                size = diffSize;
-            }
-        }
+        const uint64_t count = kavri::frameCountOfPair(m_path, m_hasDiff ? m_diffPath : QString(), m_frameBytes,
+                                                       m_active.headerBytes, &size);
+        m_frameCountShared.store(count);
         m_active.frameCount = count;
         m_active.fileSize = size;
         m_pending.frameCount = count;

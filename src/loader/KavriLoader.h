@@ -74,6 +74,8 @@ public:
     // The record the window and the format dialog edit in place (GUI thread only).
     VideoProps &pendingProps() { return m_pending; }
     uint32_t validityMask() const { return m_mask; }
+    // The frame count, safe to read from any thread (a reload recounts it on the loader thread).
+    uint64_t frameCount() const { return m_frameCountShared.load(); }
     // Validates the pending record; a playable one is remembered (files only) and, while the command
     // loop runs, the buffers are rebuilt for it before this returns. Returns the validity mask.
     uint32_t validate();
@@ -173,6 +175,7 @@ private:
     std::atomic<bool> m_loop{false};
     std::atomic<bool> m_deinterlace{false};
     std::atomic<bool> m_quitRequested{false};
+    std::atomic<uint64_t> m_frameCountShared{0};
 
     // Command queue; the condition wakes the loader and the posters waiting for the queue to drain.
     std::deque<Command> m_queue;

@@ -372,7 +372,7 @@ void frame::closeLoader()
     m_playing = false;
 }
 
-uint64_t frame::frameCount() { return m_loader ? m_loader->pendingProps().frameCount : 0; }
+uint64_t frame::frameCount() const { return m_loader ? m_loader->frameCount() : 0; }
 
 void frame::updateStatus()
 {

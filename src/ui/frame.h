@@ -160,7 +160,7 @@ private:
     void listenTo(const QString &queue);
     void updatePlayIcon();
     void updateStatus();
-    uint64_t frameCount();
+    uint64_t frameCount() const;
     void seekTo(int64_t frame);
     void applyEscapeShortcut();
     // Shows the format dialog for the pending record until it is playable or the user gives up.
