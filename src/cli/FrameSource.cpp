@@ -20,6 +20,8 @@ ViewSettings viewSettingsFrom(const ParsedArgs &a)
     // Wide enough for any slider position; the limits keep the tone arithmetic in range.
     v.brightness = a.intValue("--brightness", 0, -1024, 1024);
     v.contrast = a.intValue("--contrast", 0, -4096, 16384);
+    // A still picture has one contrast: the difference table's gain when the difference is shown.
+    v.differenceContrast = v.contrast;
     v.gamma = a.intValue("--gamma", 256, 0, 65536);
     v.view = a.intValue("--view", 0, 0, 2);
     if (a.has("--view") && !a.has("--diff")) throw UsageError("option '--view' needs '--diff FILE2'");

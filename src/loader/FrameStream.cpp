@@ -68,3 +68,37 @@ bool FrameStream::seek(uint64_t offset)
     if (m_failed || m_fd >= 0 || offset > uint64_t(INT64_MAX)) return false;
     return m_file.seek(qint64(offset));
 }
+
+int64_t FrameStream::readAt(uint64_t offset, uint8_t *dst, int64_t n)
+{
+    if (m_failed || m_fd >= 0 || n <= 0 || offset > uint64_t(INT64_MAX)) return 0;
+    int64_t got = 0;
+#ifdef Q_OS_UNIX
+    const int fd = m_file.handle();
+    while (got < n) {
+        const ssize_t k = ::pread(fd, dst + got, size_t(n - got), off_t(offset + uint64_t(got)));
+        if (k < 0 && errno == EINTR) continue;
+        if (k <= 0) break;
+        got += k;
+    }
+#else
+    QMutexLocker lock(&m_readAtMutex);
+    const qint64 keep = m_file.pos();
+    if (m_file.seek(qint64(offset))) {
+        while (got < n) {
+            const qint64 k = m_file.read(reinterpret_cast<char *>(dst) + got, n - got);
+            if (k <= 0) break;
+            got += k;
+        }
+    }
+    m_file.seek(keep);
+#endif
+    return got;
+}
+
+void FrameStream::advance(int64_t got, int64_t requested)
+{
+    if (m_failed || m_fd >= 0) return;
+    m_file.seek(m_file.pos() + (got > 0 ? got : 0));
+    m_atEnd = got < requested;
+}

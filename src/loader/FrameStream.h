@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QFile>
+#include <QMutex>
 #include <QString>
 #include <atomic>
 #include <cstdint>
@@ -28,6 +29,16 @@ public:
     bool seek(uint64_t offset);
     void clear() { m_atEnd = false; }
 
+    // Where the next read of a file starts.
+    uint64_t position() const { return m_fd >= 0 || m_failed ? 0 : uint64_t(m_file.pos()); }
+    // Reads up to `n` bytes of a file at `offset` without moving the stream; safe to call from several
+    // threads at once (the chunks of one frame are read in parallel). Returns the count read; 0 for a
+    // descriptor or a failed stream.
+    int64_t readAt(uint64_t offset, uint8_t *dst, int64_t n);
+    // Moves a file past `got` bytes read by readAt from the current position, as read() would have left
+    // it: at its end when `got` fell short of `requested`.
+    void advance(int64_t got, int64_t requested);
+
     bool atEnd() const { return m_atEnd || m_failed; }
     bool isOpen() const { return !m_failed; }
     bool isFile() const { return m_fd < 0; }
@@ -39,4 +50,7 @@ private:
     int m_fd = -1; // >= 0 for a wrapped descriptor
     bool m_atEnd = false;
     bool m_failed = false;
+#ifndef Q_OS_UNIX
+    QMutex m_readAtMutex; // without a positional read, readAt seeks and reads under this lock
+#endif
 };

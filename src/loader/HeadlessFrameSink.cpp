@@ -54,9 +54,9 @@ void HeadlessFrameSink::get_buffer(uint8_t **pp_frame, QSize size, void *)
     if (size != m_size) {
         // Only a new frame size allocates; every frame of one size reuses the same image.
         m_size = size;
-        m_image.assign(size_t(qMax(0, size.width())) * size_t(qMax(0, size.height())) * 4, 0);
+        m_image = kavri::allocateAligned(size_t(qMax(0, size.width())) * size_t(qMax(0, size.height())) * 4);
     }
-    *pp_frame = m_image.empty() ? nullptr : m_image.data();
+    *pp_frame = m_image.get();
 }
 
 void HeadlessFrameSink::oon_new_frame(frame_t *frame)

@@ -5,6 +5,7 @@
 
 #include "formats/VideoFormat.h"
 #include "loader/Frame.h"
+#include "pixel/FramePipeline.h"
 
 #include <QMutex>
 #include <QObject>
@@ -70,7 +71,7 @@ public slots:
 private:
     mutable QMutex m_mutex;
     QWaitCondition m_changed;
-    std::vector<uint8_t> m_image;
+    kavri::AlignedBuffer m_image; // allocated as the panel allocates its images
     QSize m_size;
     bool m_recording = false;
     uint64_t m_limit = 0;

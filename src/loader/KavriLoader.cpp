@@ -12,9 +12,6 @@
 #include <QThread>
 #include <QtDebug>
 #include <cmath>
-#include <cstdlib>
-#include <cstring>
-#include <new>
 
 #ifdef Q_OS_WIN
 #include <fcntl.h>
@@ -22,8 +19,6 @@
 #endif
 
 namespace {
-
-constexpr size_t kBufferAlignment = 64; // a cache line, and wide enough for any vector load
 
 // The pause before the next frame never exceeds this; a rate of 0 means "wait for the next command".
 constexpr double kLongestPauseMs = 24.0 * 3600.0 * 1000.0;
@@ -35,17 +30,6 @@ constexpr bool kWholeMillisecondPause = false;
 
 bool isStdinPath(const QString &p) { return p == QLatin1String("-"); }
 
-uint8_t *allocateFrameBuffer(uint32_t size)
-{
-    if (size == 0) return nullptr;
-    const size_t rounded = (size_t(size) + kBufferAlignment - 1) / kBufferAlignment * kBufferAlignment;
-    void *p = std::aligned_alloc(kBufferAlignment, rounded);
-    if (!p) throw std::bad_alloc();
-    // Zeroed once per init, so a short first read shows black rather than whatever the heap held.
-    std::memset(p, 0, rounded);
-    return static_cast<uint8_t *>(p);
-}
-
 // True when `obj` declares a signal or slot with this normalized signature.
 bool hasMethod(const QObject *obj, const char *signature)
 {
@@ -53,8 +37,6 @@ bool hasMethod(const QObject *obj, const char *signature)
 }
 
 } // namespace
-
-void KavriLoader::FreeAligned::operator()(uint8_t *p) const { std::free(p); }
 
 KavriLoader::KavriLoader(const QString &path, const QString &diffPath, const Options &options, QObject *parent)
     : QObject(parent), m_options(options)
@@ -259,6 +241,7 @@ void KavriLoader::run()
     m_queue.clear();
     m_running.store(false);
     m_loopDone.store(true);
+    m_readAhead.drop();
     m_main.reset();
     m_diffStream.reset();
     m_queueMutex.unlock();
@@ -271,7 +254,8 @@ void KavriLoader::run()
 void KavriLoader::releaseResources()
 {
     QMutexLocker view(&m_viewMutex);
-    for (FrameBufferPtr &b : m_buffers) b.reset();
+    m_pipeline.release();
+    for (kavri::AlignedBuffer &b : m_spare) b.reset();
     m_allocSize = 0;
 }
 
@@ -314,29 +298,17 @@ uint32_t KavriLoader::validate()
 void KavriLoader::doInit()
 {
     const VideoProps props = m_pending;
+    // A frame read ahead for the old record is of the wrong size, and its buffers are about to go.
+    m_readAhead.drop();
     {
         QMutexLocker view(&m_viewMutex);
         m_active = props;
         m_active.diffFileName = props.diffFileName; // assignment keeps the target's difference name
-        m_conv.setDescription(m_active);
-        m_conv.setUnsigned(!m_active.signedValues);
-        m_conv.setChannelSelection(m_channel);
-        if (m_hasDiff) {
-            m_diffPicture.setup(m_active.format, m_active.width, m_active.height, m_active.width, m_active.bitDepth,
-                                m_active.signedValues);
-            if (m_contrast != ColorConversion::kDefaultValue) m_diffPicture.buildTable(m_contrast);
-        }
-        m_buffers[int(Buffer::DiffFile)].reset();
-        m_buffers[int(Buffer::DiffPicture)].reset();
-        m_buffers[int(Buffer::Main)].reset();
-        m_allocSize =
-            kavri::allocationSize(m_active.format, m_active.containerBits, m_active.width, m_active.height);
-        m_frameBytes = kavri::frameBytes(m_active.format, m_active.containerBits, m_active.width, m_active.height);
-        m_buffers[int(Buffer::Main)].reset(allocateFrameBuffer(m_allocSize));
-        if (m_hasDiff) {
-            m_buffers[int(Buffer::DiffFile)].reset(allocateFrameBuffer(m_allocSize));
-            m_buffers[int(Buffer::DiffPicture)].reset(allocateFrameBuffer(m_allocSize));
-        }
+        for (kavri::AlignedBuffer &b : m_spare) b.reset();
+        m_pipeline.setup(m_active, m_hasDiff);
+        m_pipeline.setDeinterlace(m_deinterlace.load());
+        m_allocSize = m_pipeline.allocationSize();
+        m_frameBytes = m_pipeline.frameBytes();
     }
     if (!m_isStdin) positionStreams(m_frame.frameIndex);
     m_initialized.store(true);
@@ -346,46 +318,59 @@ void KavriLoader::doInit()
 
 // ---- frame delivery ----
 
-bool KavriLoader::deliverFrame()
+kavri::ViewSettings KavriLoader::viewSettingsLocked() const
 {
-    uint8_t *mainBuf = m_buffers[int(Buffer::Main)].get();
+    kavri::ViewSettings v;
+    v.channel = m_channel;
+    v.brightness = m_brightness;
+    v.contrast = m_contrast;
+    v.gamma = m_gamma;
+    v.view = m_diffView;
+    v.differenceContrast = m_diffContrast;
+    return v;
+}
+
+bool KavriLoader::deliverFrame(bool readAhead)
+{
+    uint8_t *mainBuf = m_pipeline.buffer(kavri::FramePipeline::Buffer::First);
     if (!mainBuf || m_frameBytes == 0 || !m_main) return false;
-    const int64_t got = m_main->read(mainBuf, m_frameBytes, &m_quitRequested);
+    int64_t got = 0, gotDiff = 0;
+    if (m_readAhead.pending()) {
+        // The streams have not moved since the read ahead started, so it read exactly this frame.
+        const ReadAhead::Result r = m_readAhead.take();
+        got = r.first;
+        gotDiff = r.second;
+        if (got > 0) {
+            QMutexLocker view(&m_viewMutex);
+            m_pipeline.exchangeInput(m_spare[0], m_spare[1]);
+        }
+    } else {
+        got = m_main->read(mainBuf, m_frameBytes, &m_quitRequested);
+        if (got > 0 && m_hasDiff)
+            gotDiff = m_diffStream
+                          ? m_diffStream->read(m_pipeline.buffer(kavri::FramePipeline::Buffer::Second), m_frameBytes)
+                          : 0;
+    }
     // Nothing new (a vanished or exhausted file): the last good frame stays on screen.
     if (got <= 0 || m_quitRequested.load()) return false;
-    if (m_hasDiff) {
-        const int64_t gotDiff =
-            m_diffStream ? m_diffStream->read(m_buffers[int(Buffer::DiffFile)].get(), m_frameBytes) : 0;
-        if (gotDiff != got) return false;
-    }
+    if (m_hasDiff && gotDiff != got) return false;
+    // The next frame is read while this one is converted, when playback will ask for it next.
+    if (readAhead && m_frame.frameIndex + 1 < m_active.frameCount) startReadAhead();
 
     uint8_t *dst = nullptr;
     emit get_buffer(&dst, QSize(m_active.width, m_active.height), m_firstBuffer ? &m_active : nullptr);
 
     {
         QMutexLocker view(&m_viewMutex);
-        Buffer source = Buffer::Main;
-        // Samples are brought to native byte order once, right after the read: the difference, the
-        // conversion and the readout all work on native words (a difference of swapped words is noise).
-        m_conv.swapToNative(mainBuf);
+        m_pipeline.toNative();
+        const kavri::FramePipeline::Buffer shown = m_pipeline.show(viewSettingsLocked(), dst);
+        m_shownBuffer.store(int(shown));
         if (m_hasDiff) {
-            m_conv.swapToNative(m_buffers[int(Buffer::DiffFile)].get());
-            m_diffPicture.compute(mainBuf, m_buffers[int(Buffer::DiffFile)].get(),
-                                  m_buffers[int(Buffer::DiffPicture)].get());
-            source = m_diffView == 1 ? Buffer::Main : m_diffView == 2 ? Buffer::DiffFile : Buffer::DiffPicture;
-            // The difference picture is already centred on mid-grey, so it is never read as signed.
-            m_conv.setUnsigned(!(source != Buffer::DiffPicture && m_active.signedValues));
-        }
-        m_shownBuffer.store(int(source));
-        if (dst) {
-            m_conv.convertNativeFrame(m_buffers[int(source)].get(), dst);
-            if (m_deinterlace.load()) deinterlaceFilter(dst, m_active.width, m_active.height);
-        }
-        if (m_hasDiff) {
+            const DifferencePicture &d = m_pipeline.difference();
             for (int k = 0; k < 3; ++k) {
-                m_frame.psnr[k] = m_diffPicture.psnr[k];
-                m_frame.mse[k] = m_diffPicture.mse[k];
-                m_frame.firstDiff[k] = packFirstDifference(m_diffPicture.firstDiffX[k], m_diffPicture.firstDiffY[k]);
+                m_frame.psnr[k] = d.psnr[k];
+                m_frame.mse[k] = d.mse[k];
+                m_frame.firstDiff[k] = packFirstDifference(d.firstDiffX[k], d.firstDiffY[k]);
             }
         }
     }
@@ -404,6 +389,27 @@ bool KavriLoader::deliverFrame()
         m_frame.frameIndex = 0;
     m_firstBuffer = false;
     return true;
+}
+
+void KavriLoader::startReadAhead()
+{
+    // Standard input is left to the plain read: bytes taken from a pipe cannot be given back when a new
+    // record changes the frame size, and the writer bounds that rate anyway.
+    if (m_isStdin || !m_main || m_frameBytes == 0 || streamsAtEnd()) return;
+    if (!m_spare[0]) {
+        m_spare[0] = kavri::allocateAligned(m_allocSize);
+        if (m_hasDiff) m_spare[1] = kavri::allocateAligned(m_allocSize);
+    }
+    m_readAhead.start(m_main, m_spare[0].get(), m_hasDiff ? m_diffStream : nullptr, m_spare[1].get(), m_frameBytes);
+}
+
+bool KavriLoader::streamsAtEnd() const
+{
+    if (m_readAhead.pending()) {
+        const ReadAhead::Before &b = m_readAhead.before();
+        return b.firstAtEnd || (m_hasDiff && (!m_diffStream || b.secondAtEnd));
+    }
+    return !m_main || m_main->atEnd() || (m_hasDiff && (!m_diffStream || m_diffStream->atEnd()));
 }
 
 // ---- playback ----
@@ -463,10 +469,9 @@ void KavriLoader::doPlay()
             computePause();
             continue;
         }
-        const bool atEnd = !m_main || m_main->atEnd() || (m_hasDiff && (!m_diffStream || m_diffStream->atEnd())) ||
-                           m_frame.frameIndex + 1 >= m_active.frameCount;
+        const bool atEnd = streamsAtEnd() || m_frame.frameIndex + 1 >= m_active.frameCount;
         if (!atEnd) {
-            deliverFrame();
+            deliverFrame(true);
             computePause();
             continue;
         }
@@ -483,7 +488,7 @@ void KavriLoader::doPlay()
         sleepForPause();
         // Frame 0 starts a period of its own, measured like any other.
         m_frameStart = Clock::now();
-        if (!deliverFrame()) {
+        if (!deliverFrame(true)) {
             // The file vanished or emptied: looping would only show the same last frame forever.
             postCommand(kCmdStop, kCmdAsync);
             break;
@@ -503,6 +508,7 @@ void KavriLoader::doSeek(const Command &c)
     if (!m_initialized.load()) return;
     const int32_t asSigned = int32_t(c.argument);
     uint64_t frame = asSigned < 0 ? 0 : uint64_t(asSigned);
+    m_readAhead.drop();
     if (m_main) m_main->clear();
     if (m_diffStream) m_diffStream->clear();
     if (m_active.frameCount > 0 && frame > m_active.frameCount - 1) frame = m_active.frameCount - 1;
@@ -549,6 +555,7 @@ void KavriLoader::doReload()
 void KavriLoader::reopenStreams()
 {
     if (m_isStdin) return;
+    m_readAhead.drop();
     m_main = FrameStream::openFile(m_path);
     if (m_hasDiff) m_diffStream = FrameStream::openFile(m_diffPath);
 }
@@ -556,16 +563,17 @@ void KavriLoader::reopenStreams()
 void KavriLoader::positionStreams(uint64_t frame)
 {
     if (m_isStdin) return;
+    m_readAhead.drop();
     const uint64_t offset = uint64_t(m_frameBytes) * frame + m_active.headerBytes;
     if (m_main) m_main->seek(offset);
     if (m_diffStream) m_diffStream->seek(offset);
 }
 
 // ---- view controls (GUI thread) ----
+// The settings are read by the next delivery under the view lock; the pipeline rebuilds a table only
+// when one of them has changed.
 
 bool KavriLoader::differenceShownLocked() const { return m_hasDiff && m_diffView != 1 && m_diffView != 2; }
-
-void KavriLoader::applyToneLocked() { m_conv.setToneCurve(m_brightness, m_contrast, m_gamma); }
 
 void KavriLoader::redisplay()
 {
@@ -581,9 +589,9 @@ void KavriLoader::setDeinterlace(bool on)
         m_pending.interlaced = on;
         m_active.interlaced = on;
         m_deinterlace.store(on);
-        // The converter must describe what the buffers hold, so it gets the active record (the pending
-        // one may already carry a new geometry that is not built yet).
-        m_conv.setDescription(m_active);
+        // The converter must describe what the buffers hold, so the pipeline keeps the active geometry
+        // (the pending record may already carry a new one that is not built yet).
+        m_pipeline.setDeinterlace(on);
     }
     redisplay();
 }
@@ -614,7 +622,6 @@ void KavriLoader::oon_next_channel()
     {
         QMutexLocker view(&m_viewMutex);
         m_channel = (m_channel + 1) % 4;
-        m_conv.setChannelSelection(m_channel);
     }
     redisplay();
 }
@@ -624,7 +631,6 @@ void KavriLoader::oon_prev_channel()
     {
         QMutexLocker view(&m_viewMutex);
         m_channel = (m_channel + 3) % 4;
-        m_conv.setChannelSelection(m_channel);
     }
     redisplay();
 }
@@ -635,7 +641,6 @@ void KavriLoader::oon_brightness(int32_t value)
         QMutexLocker view(&m_viewMutex);
         if (differenceShownLocked()) return; // the difference picture has no brightness
         m_brightness = value;
-        applyToneLocked();
     }
     redisplay();
 }
@@ -644,11 +649,10 @@ void KavriLoader::oon_contrast(int32_t value)
 {
     {
         QMutexLocker view(&m_viewMutex);
-        m_contrast = value;
         if (differenceShownLocked())
-            m_diffPicture.buildTable(value);
+            m_diffContrast = value;
         else
-            applyToneLocked();
+            m_contrast = value;
     }
     redisplay();
 }
@@ -659,7 +663,6 @@ void KavriLoader::oon_gamma(int32_t value)
         QMutexLocker view(&m_viewMutex);
         if (differenceShownLocked()) return;
         m_gamma = value;
-        applyToneLocked();
     }
     redisplay();
 }
@@ -669,32 +672,16 @@ void KavriLoader::oon_gamma(int32_t value)
 void KavriLoader::getNativeAt(bool *pb_success, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1,
                               int32_t &c2, int32_t &c3, int32_t *alpha)
 {
-    // As unsigned numbers, negative coordinates fall outside as well.
-    if (uint32_t(x) >= uint32_t(m_pending.width) || uint32_t(y) >= uint32_t(m_pending.height)) {
-        if (pb_success) *pb_success = false;
-        return;
-    }
-    space = m_pending.format;
-    const int32_t row = m_pending.flipped ? m_pending.height - 1 - y : y;
     QMutexLocker view(&m_viewMutex);
-    // The buffers hold the active geometry; a pending record edited since the last init may be larger.
-    const uint8_t *mainBuf = m_buffers[int(Buffer::Main)].get();
-    if (!mainBuf || uint32_t(x) >= uint32_t(m_active.width) || uint32_t(row) >= uint32_t(m_active.height)) {
-        if (pb_success) *pb_success = false;
-        return;
-    }
-    bool ok;
-    if (m_hasDiff && m_diffView == 0)
-        ok = m_diffPicture.readDifference(mainBuf, m_buffers[int(Buffer::DiffFile)].get(), x, row, c1, c2, c3, alpha);
-    else if (m_hasDiff && m_diffView == 2)
-        ok = m_conv.readNative(m_buffers[int(Buffer::DiffFile)].get(), x, row, c1, c2, c3, alpha);
-    else
-        ok = m_conv.readNative(mainBuf, x, row, c1, c2, c3, alpha);
+    // The pipeline holds the active geometry (a pending record edited since the last init may differ)
+    // and reads the buffer of the frame last shown.
+    const bool ok = m_pipeline.readout(x, y, c1, c2, c3, alpha);
+    if (ok) space = m_active.format; // a failed readout leaves everything as it was
     if (pb_success) *pb_success = ok;
 }
 
 const uint8_t *KavriLoader::frameBuffer(Buffer which) const
 {
     QMutexLocker view(&m_viewMutex);
-    return m_buffers[int(which)].get();
+    return m_pipeline.buffer(kavri::FramePipeline::Buffer(int(which)));
 }

@@ -6,8 +6,8 @@
 #include "formats/VideoProps.h"
 #include "loader/Frame.h"
 #include "loader/FrameStream.h"
-#include "pixel/ColorConversion.h"
-#include "pixel/DifferencePicture.h"
+#include "loader/ReadAhead.h"
+#include "pixel/FramePipeline.h"
 
 #include <QList>
 #include <QMutex>
@@ -134,13 +134,14 @@ private:
         uint32_t flags;
         uint32_t argument;
     };
-    struct FreeAligned {
-        void operator()(uint8_t *p) const;
-    };
-    using FrameBufferPtr = std::unique_ptr<uint8_t[], FreeAligned>;
     using Clock = std::chrono::steady_clock;
 
     void execute(const Command &c);
+    kavri::ViewSettings viewSettingsLocked() const;
+    // Starts reading the frame after the one just delivered, while it is being shown.
+    void startReadAhead();
+    // Whether the streams had reached their end with the last frame delivered.
+    bool streamsAtEnd() const;
     void doInit();
     void doPlay();
     void doPause();
@@ -149,13 +150,14 @@ private:
     void doReload();
     void releaseResources();
 
-    bool deliverFrame();
+    // Reads, converts and reports one frame. With `readAhead`, the frame after it is read meanwhile
+    // (playback, which will ask for it next).
+    bool deliverFrame(bool readAhead = false);
     void computePause();
     void sleepForPause();
     bool interruptPendingLocked() const;
     void reopenStreams();
     void positionStreams(uint64_t frame);
-    void applyToneLocked();
     // Shows the current frame again when playback would not do it soon (files only).
     void redisplay();
     bool differenceShownLocked() const;
@@ -189,17 +191,23 @@ private:
     std::shared_ptr<FrameStream> m_main;
     std::shared_ptr<FrameStream> m_diffStream;
 
-    // Guarded by the view lock: the converter, the difference computer, the view choices, the buffers.
+    // Guarded by the view lock: the frame pipeline (converter, difference picture, buffers) and the view
+    // choices.
     mutable QMutex m_viewMutex;
-    ColorConversion::X2RGBColorConv m_conv;
-    DifferencePicture m_diffPicture;
-    FrameBufferPtr m_buffers[3];
+    kavri::FramePipeline m_pipeline;
     uint32_t m_allocSize = 0;
     int32_t m_diffView = 0;
     int32_t m_channel = 0;
     int32_t m_brightness = ColorConversion::kDefaultValue;
     int32_t m_contrast = ColorConversion::kDefaultValue;
     int32_t m_gamma = ColorConversion::kDefaultValue;
+    // The contrast slider moves the difference table's gain instead while the difference is shown.
+    int32_t m_diffContrast = ColorConversion::kDefaultValue;
+
+    // Read-ahead of the next frame during playback (files only), into spare buffers that change places
+    // with the pipeline's when the frame is taken. Loader thread only.
+    ReadAhead m_readAhead;
+    kavri::AlignedBuffer m_spare[2];
 
     uint32_t m_frameBytes = 0;
     VideoProps m_pending;

@@ -1,6 +1,6 @@
-// One frame on its way from the file to the screen: reading it into a buffer of the allocation size,
-// the comparison against a second file, the conversion as shown and the readout of the shown frame.
-// The player's loader and kavri-cli both go through here, so the two cannot disagree.
+// One frame on its way from the file to the screen: the buffers it is read into, the comparison against a
+// second file, the conversion as shown and the readout of the shown frame. The player's loader and
+// kavri-cli both go through here, so the two cannot disagree on what a frame looks like or reads as.
 #pragma once
 
 #include "formats/VideoProps.h"
@@ -10,9 +10,19 @@
 #include <cstddef>
 #include <cstdint>
 #include <istream>
-#include <vector>
+#include <memory>
 
 namespace kavri {
+
+// A frame buffer aligned to a cache line (the vector kernels load whole lines; a split load costs about a
+// quarter of the time for 16-bit containers).
+struct FreeAligned {
+    void operator()(uint8_t *p) const;
+};
+using AlignedBuffer = std::unique_ptr<uint8_t[], FreeAligned>;
+// A zeroed buffer of at least `size` bytes (null for 0), so a short first read shows black rather than
+// whatever the heap held.
+AlignedBuffer allocateAligned(size_t size);
 
 // Reads frame `index` (frameBytes bytes after headerBytes + index * frameBytes) into `buffer`.
 // Returns the bytes actually read; a short read leaves the rest of the buffer as it was.
@@ -21,50 +31,85 @@ size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32
 // What the viewer has chosen for the shown picture.
 struct ViewSettings {
     int32_t channel = 0; // 0 full colour, 1..3 one component as grey
+    // The tone curve of a file's own picture; kDefaultValue stands for a default as in setToneCurve.
     int32_t brightness = 0, contrast = 0, gamma = 256;
     // With a second file: 1 shows the first file, 2 the second, anything else the difference picture.
     int32_t view = 0;
+    // The gain of the difference picture's table (the contrast slider while a difference is shown).
+    int32_t differenceContrast = 0;
 };
 
 class FramePipeline {
 public:
-    // Sizes the buffers for a validated record and sets up the converter and, when `withSecond`, the
-    // difference picture. The record's interlaced field also switches the deinterlace filter on.
+    enum class Buffer { First = 0, Second = 1, Difference = 2 };
+
+    // Sizes the buffers for a validated record (once per record, never per frame) and sets up the
+    // converter and, when `withSecond`, the difference picture. The record's interlaced field switches
+    // the deinterlace filter on.
     void setup(const VideoProps &props, bool withSecond);
+    // Frees the buffers; setup builds them again.
+    void release();
 
     const VideoProps &props() const { return m_props; }
     bool hasSecond() const { return m_hasSecond; }
     uint32_t frameBytes() const { return m_frameBytes; }
+    uint32_t allocationSize() const { return m_allocSize; }
 
-    // Reads frame `index` of the first stream (and of the second, with a comparison). False when the
-    // first read is empty or the two reads differ in length.
+    // The buffers a frame is read into (First, and Second with a comparison) and the difference picture.
+    uint8_t *buffer(Buffer which) { return m_buffers[int(which)].get(); }
+    const uint8_t *buffer(Buffer which) const { return m_buffers[int(which)].get(); }
+    // Exchanges the read buffers with a reader's spare ones of the allocation size, so a frame read ahead
+    // into a spare becomes the current frame without a copy. `second` is left alone without a comparison.
+    void exchangeInput(AlignedBuffer &first, AlignedBuffer &second);
+
+    // The deinterlace switch: the filter over the converted picture and the per-field chroma of 4:2:0.
+    void setDeinterlace(bool on);
+    bool deinterlace() const { return m_props.interlaced; }
+
+    // Reads frame `index` of the first stream (and of the second, with a comparison) and brings it to
+    // native byte order. False when the first read is empty or the two reads differ in length.
     bool read(std::istream &first, std::istream *second, uint64_t index);
+    // For frames read into the buffers by other means: brings them to native byte order. Samples are
+    // swapped right after the read, so the difference, the conversion and the readout all see native
+    // words (a difference of byte-swapped words would be meaningless).
+    void toNative();
 
-    // The comparison of the two frames just read (both in native byte order): the difference picture
-    // and its metrics.
+    // The comparison of the two frames just read: the difference picture and its metrics.
     const DifferencePicture &compare();
 
-    // Converts the frame just read into `dst` (width x height x 4 bytes, the fourth byte untouched),
-    // then deinterlaces it when the record is interlaced. With a comparison, the view picks the source;
-    // brightness and gamma are then ignored and the contrast sets the difference table's gain.
-    void show(const ViewSettings &view, uint8_t *dst);
+    // Compares (with a second file), picks the source by the view and converts it into `dst` (width x
+    // height x 4 bytes, the fourth byte untouched; skipped when null), then deinterlaces when the switch
+    // is on. The difference picture is centred on mid-grey already: it is converted as unsigned and
+    // without the tone curve, whose place the difference table's gain takes. Returns the buffer shown.
+    Buffer show(const ViewSettings &view, uint8_t *dst);
+    // The buffer the last show took its picture from.
+    Buffer shown() const { return m_shown; }
 
     // The readout for picture coordinates (x, y) of the frame last shown (row 0 at the top): the stored
-    // values of the viewed buffer, or the difference of the two frames while the difference is viewed.
-    // False outside the picture or where the layout gives no value; alpha is written only where there is one.
+    // values of the shown buffer, or the difference of the two frames while the difference is shown.
+    // False outside the picture, before setup, or where the layout gives no value; alpha is written only
+    // where there is one.
     bool readout(int32_t x, int32_t y, int32_t &c1, int32_t &c2, int32_t &c3, int32_t *alpha) const;
 
     const DifferencePicture &difference() const { return m_difference; }
+    ColorConversion::X2RGBColorConv &converter() { return m_converter; }
 
 private:
+    void applyTone(int32_t brightness, int32_t contrast, int32_t gamma);
 
     VideoProps m_props;
     bool m_hasSecond = false;
     uint32_t m_frameBytes = 0;
-    std::vector<uint8_t> m_first, m_second, m_diff;
-    int32_t m_lastView = 0;
+    uint32_t m_allocSize = 0;
+    AlignedBuffer m_buffers[3];
+    Buffer m_shown = Buffer::First;
     ColorConversion::X2RGBColorConv m_converter;
     DifferencePicture m_difference;
+    // What the tone table and the difference table were last built from: a table is rebuilt only when a
+    // setting changes, not for every frame.
+    int32_t m_tone[3] = {ColorConversion::kDefaultValue, ColorConversion::kDefaultValue,
+                         ColorConversion::kDefaultValue};
+    int32_t m_differenceGain = ColorConversion::kDefaultValue;
 };
 
 } // namespace kavri

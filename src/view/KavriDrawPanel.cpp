@@ -1,6 +1,7 @@
 #include "view/KavriDrawPanel.h"
 
 #include "formats/Settings.h"
+#include "pixel/FramePipeline.h"
 
 #include <QApplication>
 #include <QKeyEvent>
@@ -99,6 +100,21 @@ void KavriDrawPanel::resetToStartup()
     update();
 }
 
+namespace {
+
+// A frame-sized image in a buffer aligned and paged as the loader's own frame buffers: the conversion
+// writes every byte of it for every frame.
+std::unique_ptr<QImage> frameImage(QSize size)
+{
+    uint8_t *bits = kavri::allocateAligned(size_t(size.width()) * size_t(size.height()) * 4).release();
+    if (!bits) return std::make_unique<QImage>(size, QImage::Format_RGB32);
+    return std::make_unique<QImage>(
+        bits, size.width(), size.height(), qsizetype(size.width()) * 4, QImage::Format_RGB32,
+        [](void *p) { kavri::FreeAligned{}(static_cast<uint8_t *>(p)); }, bits);
+}
+
+} // namespace
+
 void KavriDrawPanel::get_buffer(uint8_t **pp_frame, QSize size, void *p_update_data)
 {
     QMutexLocker lock(&m_lock);
@@ -110,8 +126,8 @@ void KavriDrawPanel::get_buffer(uint8_t **pp_frame, QSize size, void *p_update_d
         *pp_frame = m_back->bits();
         return;
     }
-    m_back = std::make_unique<QImage>(size, QImage::Format_RGB32);
-    m_front = std::make_unique<QImage>(size, QImage::Format_RGB32);
+    m_back = frameImage(size);
+    m_front = frameImage(size);
     m_back->fill(Qt::black);
     m_front->fill(Qt::black);
     m_overlay = std::make_unique<QImage>(size, QImage::Format_ARGB32_Premultiplied);

@@ -45,6 +45,9 @@ inline void appendTo(const QString &path, const QByteArray &bytes)
 class TestOwner : public HeadlessFrameSink {
 public:
     KavriLoader *loader = nullptr;
+    // When set, each delivery also checks that the buffer's bytes 8 .. wholeBytes - 1 all repeat the low
+    // byte of the frame's index (as markedFrame writes them), so a misplaced chunk shows.
+    uint32_t wholeBytes = 0;
 
     struct Seen {
         uint64_t index;   // frame_t index
@@ -52,6 +55,7 @@ public:
         uint32_t flags;
         KavriLoader::Buffer buffer;
         frame_t frame;
+        bool whole; // the check above passed (true when it is off)
     };
 
     std::vector<Seen> seen() const
@@ -106,9 +110,11 @@ public:
         const uint8_t *buf = loader->frameBuffer(b);
         uint64_t content = ~uint64_t(0);
         if (buf) std::memcpy(&content, buf, 8);
+        bool whole = true;
+        for (uint32_t i = 8; buf && i < wholeBytes && whole; ++i) whole = buf[i] == uint8_t(content & 0xff);
         {
             QMutexLocker l(&m_seenMutex);
-            m_seen.push_back({frame->frameIndex, content, frame->flags, b, *frame});
+            m_seen.push_back({frame->frameIndex, content, frame->flags, b, *frame, whole});
         }
         HeadlessFrameSink::oon_new_frame(frame);
     }
