@@ -395,7 +395,7 @@ void KavriLoader::startReadAhead()
 {
     // Standard input is left to the plain read: bytes taken from a pipe cannot be given back when a new
     // record changes the frame size, and the writer bounds that rate anyway.
-    if (m_isStdin || !m_main || m_frameBytes == 0 || streamsAtEnd()) return;
+    if (!m_options.readAhead || m_isStdin || !m_main || m_frameBytes == 0 || streamsAtEnd()) return;
     if (!m_spare[0]) {
         m_spare[0] = kavri::allocateAligned(m_allocSize);
         if (m_hasDiff) m_spare[1] = kavri::allocateAligned(m_allocSize);

@@ -45,6 +45,7 @@ public:
         bool useRemembered = true;   // look the path up among the remembered formats first
         bool rememberFormats = true; // store a playable record when it is validated
         int stdinDescriptor = 0;     // what "-" reads; standard input unless a caller hands another
+        bool readAhead = true;       // read the next frame of a file while converting (off: to measure it)
     };
 
     KavriLoader(const QString &path, const QString &diffPath, const Options &options, QObject *parent = nullptr);

@@ -1,0 +1,125 @@
+// Frames painted per second by the real player window next to the frames its loader delivered, while a
+// sequence plays at its rate. Run it under the platform to be judged (Xvfb, a desktop, or "offscreen"):
+//
+//   kavri_paint_rate FILE WIDTH HEIGHT [--bits N] [--rate R] [--seconds S] [--zoom 25|33|50|100|200]
+//                    [--window WxH] [--fullscreen]
+//
+// Prints one JSON line. The settings store goes to a temporary folder, so nothing of the user's changes.
+#include "formats/Validation.h"
+#include "loader/KavriLoader.h"
+#include "ui/frame.h"
+#include "view/KavriDrawPanel.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QEvent>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <atomic>
+#include <cstdio>
+
+namespace {
+
+class PaintCounter : public QObject {
+public:
+    std::atomic<uint64_t> paints{0};
+    bool eventFilter(QObject *, QEvent *e) override
+    {
+        if (e->type() == QEvent::Paint) ++paints;
+        return false;
+    }
+};
+
+int usage()
+{
+    std::fprintf(stderr, "usage: kavri_paint_rate FILE WIDTH HEIGHT [--bits N] [--rate R] [--seconds S] "
+                         "[--zoom 25|33|50|100|200] [--window WxH] [--fullscreen]\n");
+    return 2;
+}
+
+// Runs the event loop until `done` holds or `ms` have passed.
+bool spinUntil(const std::function<bool()> &done, int ms)
+{
+    QElapsedTimer t;
+    t.start();
+    while (!done()) {
+        if (t.elapsed() > ms) return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    }
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QTemporaryDir settings;
+    qputenv("KAVRI_CONFIG_DIR", settings.path().toLocal8Bit());
+    QApplication app(argc, argv);
+    QStringList args = app.arguments().mid(1);
+    if (args.size() < 3) return usage();
+    KavriStartupConfig config;
+    config.file = args[0];
+    config.width = args[1].toInt();
+    config.height = args[2].toInt();
+    config.format = YUV_p420;
+    config.rate = 60.0;
+    int bits = 8, seconds = 5, zoom = 100;
+    QSize window;
+    bool fullscreen = false;
+    for (int i = 3; i < args.size(); ++i) {
+        const QString &a = args[i];
+        const QString v = i + 1 < args.size() ? args[i + 1] : QString();
+        if (a == "--bits") bits = v.toInt(), ++i;
+        else if (a == "--rate") config.rate = v.toDouble(), ++i;
+        else if (a == "--seconds") seconds = v.toInt(), ++i;
+        else if (a == "--zoom") zoom = v.toInt(), ++i;
+        else if (a == "--window") window = QSize(v.section('x', 0, 0).toInt(), v.section('x', 1, 1).toInt()), ++i;
+        else if (a == "--fullscreen") fullscreen = true;
+        else return usage();
+    }
+
+    frame w(&config);
+    w.show();
+    if (!spinUntil([&] { return w.loader() && w.loader()->isInitialized(); }, 20000)) {
+        std::fprintf(stderr, "the file did not open\n");
+        return 1;
+    }
+    KavriLoader *loader = w.loader();
+    if (bits != 8) {
+        loader->pendingProps().bitDepth = bits;
+        loader->pendingProps().containerBits = bits > 8 ? 16 : 8;
+        if (!kavri::isPlayable(loader->validate())) {
+            std::fprintf(stderr, "not playable at %d bits\n", bits);
+            return 1;
+        }
+    }
+    if (QAction *z = w.action(QStringLiteral("action%1").arg(zoom).toLatin1().constData())) z->trigger();
+    if (window.isValid()) w.resize(window);
+    if (fullscreen) w.action("actionFullscreen")->trigger();
+    loader->setLoop(true);
+    spinUntil([] { return false; }, 500); // let the window settle at its size
+
+    PaintCounter counter;
+    w.drawPanel()->installEventFilter(&counter);
+    std::atomic<uint64_t> delivered{0};
+    QObject::connect(loader, &KavriLoader::new_frame, &counter, [&](frame_t *) { ++delivered; },
+                     Qt::DirectConnection);
+    // The counting starts with playback under way, so start-up does not count against the rate.
+    w.oon_play_pause();
+    spinUntil([] { return false; }, 500);
+    const uint64_t paints0 = counter.paints.load(), frames0 = delivered.load();
+    QElapsedTimer t;
+    t.start();
+    spinUntil([] { return false; }, seconds * 1000);
+    const double s = t.nsecsElapsed() / 1e9;
+    const uint64_t paints = counter.paints.load() - paints0, frames = delivered.load() - frames0;
+    w.oon_play_pause();
+    const QSize panel = w.drawPanel()->size();
+    std::printf("{\"platform\": \"%s\", \"video\": \"%dx%d\", \"bits\": %d, \"rate\": %.3f, \"zoom\": %d, "
+                "\"panel\": \"%dx%d\", \"seconds\": %.3f, \"delivered_fps\": %.2f, \"painted_fps\": %.2f}\n",
+                qPrintable(QGuiApplication::platformName()), config.width, config.height, bits, config.rate, zoom,
+                panel.width(), panel.height(), s, frames / s, paints / s);
+    return 0;
+}
