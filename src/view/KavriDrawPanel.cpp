@@ -76,6 +76,7 @@ void KavriDrawPanel::resetToStartup()
         m_back = std::make_unique<QImage>(startup.convertToFormat(QImage::Format_RGB32));
         m_front = std::make_unique<QImage>(*m_back);
         m_overlay.reset();
+        m_overlayUsed = false;
         m_showingStartup = true;
         m_pendingSize = QSize(-1, -1);
         m_context = VideoProps();
@@ -132,6 +133,7 @@ void KavriDrawPanel::get_buffer(uint8_t **pp_frame, QSize size, void *p_update_d
     m_front->fill(Qt::black);
     m_overlay = std::make_unique<QImage>(size, QImage::Format_ARGB32_Premultiplied);
     m_overlay->fill(Qt::transparent);
+    m_overlayUsed = false;
     m_markPrev = m_markCur = QPoint(-1, -1);
     m_marking = false;
     if (p_update_data) m_context = *static_cast<const VideoProps *>(p_update_data);
@@ -314,6 +316,7 @@ void KavriDrawPanel::clearMarks()
 {
     QMutexLocker lock(&m_lock);
     if (m_overlay) m_overlay->fill(Qt::transparent);
+    m_overlayUsed = false;
     m_markPrev = m_markCur = QPoint(-1, -1);
 }
 
@@ -357,7 +360,9 @@ void KavriDrawPanel::paintEvent(QPaintEvent *)
     if (m_showingStartup) return;
     if (m_overlay) {
         if (m_marking) paintMarks(img);
-        painter.drawImage(target, *m_overlay);
+        // Blending a frame-sized overlay costs as much as drawing the frame itself; with no marks on it
+        // there is nothing to blend.
+        if (m_overlayUsed) painter.drawImage(target, *m_overlay);
     }
     if (m_gridOn) paintGrid(painter, img);
     painter.setRenderHint(QPainter::SmoothPixmapTransform, false);
@@ -371,6 +376,7 @@ void KavriDrawPanel::paintMarks(const QSize &img)
     // Drawn into the overlay in image pixels, so the mark scales with the frame when the window is resized.
     const QPoint pix = view::widgetToImage(m_markCur, m_display, img);
     QPainter p(m_overlay.get());
+    m_overlayUsed = true;
     p.setRenderHint(QPainter::Antialiasing, true);
     if (m_markPrev.x() >= 0 && m_markPrev.y() >= 0) {
         p.setPen(m_markPen);

@@ -126,6 +126,7 @@ private:
 
     mutable QMutex m_lock; // guards the image objects against the loader thread
     std::unique_ptr<QImage> m_back, m_front, m_overlay;
+    bool m_overlayUsed = false; // a mark has been drawn into the overlay since it was last cleared
     bool m_showingStartup = true;
     VideoProps m_context;
     QSize m_pendingSize{-1, -1};
