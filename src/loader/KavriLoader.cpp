@@ -281,6 +281,7 @@ uint32_t KavriLoader::validate()
     m_pending.diffFileName = m_diffPath;
     m_mask = kavri::validateProps(m_pending);
     m_frameCountShared.store(m_pending.frameCount);
+    m_fileSizeShared.store(m_pending.fileSize);
     m_pending.fileName = m_path;
     m_pending.diffFileName = m_diffPath;
     m_initialized.store(false);
@@ -541,11 +542,11 @@ void KavriLoader::doReload()
         uint64_t size = 0;
         const uint64_t count = kavri::frameCountOfPair(m_path, m_hasDiff ? m_diffPath : QString(), m_frameBytes,
                                                        m_active.headerBytes, &size);
+        // The pending record belongs to the GUI thread; it picks the new counts up from these.
         m_frameCountShared.store(count);
+        m_fileSizeShared.store(size);
         m_active.frameCount = count;
         m_active.fileSize = size;
-        m_pending.frameCount = count;
-        m_pending.fileSize = size;
     }
     emit stopped();
     emit initialized();

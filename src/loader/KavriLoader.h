@@ -72,8 +72,14 @@ public:
     // Where the pending record came from: "default", "remembered", "vix", "hdr" or "name".
     const QString &formatSource() const { return m_formatSource; }
 
-    // The record the window and the format dialog edit in place (GUI thread only).
-    VideoProps &pendingProps() { return m_pending; }
+    // The record the window and the format dialog edit in place (GUI thread only). Its frame count and
+    // file size are brought up to date with the last recount (a reload counts on the loader thread).
+    VideoProps &pendingProps()
+    {
+        m_pending.frameCount = m_frameCountShared.load();
+        m_pending.fileSize = m_fileSizeShared.load();
+        return m_pending;
+    }
     uint32_t validityMask() const { return m_mask; }
     // The frame count, safe to read from any thread (a reload recounts it on the loader thread).
     uint64_t frameCount() const { return m_frameCountShared.load(); }
@@ -179,6 +185,7 @@ private:
     std::atomic<bool> m_deinterlace{false};
     std::atomic<bool> m_quitRequested{false};
     std::atomic<uint64_t> m_frameCountShared{0};
+    std::atomic<uint64_t> m_fileSizeShared{0};
 
     // Command queue; the condition wakes the loader and the posters waiting for the queue to drain.
     std::deque<Command> m_queue;
