@@ -180,3 +180,38 @@ TEST(FrameWindow, ZoomStepIsRememberedPerFile)
     kavri::forgetRemembered(c.file);
 }
 } // namespace
+
+namespace {
+// The window on a generated file: each navigation action lands on the frame the loader then delivers,
+// with the ends clamped by the loader rather than wrapped.
+TEST(FrameWindow, NavigationActionsLandOnTheExpectedFrames)
+{
+    kavri::test::TempDir dir;
+    KavriStartupConfig c;
+    c.file = dir.writeSized("nav.yuv", 4608 * 40); // 40 frames of 64x48 4:2:0
+    c.width = 64;
+    c.height = 48;
+    c.rate = 10.0; // fast forward and backward jump 10 frames
+    c.format = YUV_p420;
+    frame w(&c);
+    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    EXPECT_EQ(w.statusText(), QStringLiteral("64x48@10Hz  40 frames   0'4\"00   0.176MB"));
+    EXPECT_TRUE(w.windowTitle().contains(QStringLiteral("nav.yuv")));
+
+    const struct {
+        const char *action;
+        uint64_t frame;
+    } steps[] = {
+        {"actionNext", 1},          {"actionNext", 2},           {"actionPrev", 1},
+        {"actionFast_Forward", 11}, {"actionLast_Frame", 39},    {"actionNext", 39},
+        {"actionFast_Backward", 29}, {"actionFirst_Frame", 0},   {"actionPrev", 0},
+        {"actionFast_Backward", 0}, {"actionFast_Forward", 10},
+    };
+    for (const auto &s : steps) {
+        SCOPED_TRACE(s.action);
+        w.action(s.action)->trigger();
+        QTRY_COMPARE_WITH_TIMEOUT(w.currentFrame(), s.frame, 20000);
+    }
+    kavri::forgetRemembered(c.file);
+}
+} // namespace
