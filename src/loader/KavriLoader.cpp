@@ -319,18 +319,6 @@ void KavriLoader::doInit()
 
 // ---- frame delivery ----
 
-kavri::ViewSettings KavriLoader::viewSettingsLocked() const
-{
-    kavri::ViewSettings v;
-    v.channel = m_channel;
-    v.brightness = m_brightness;
-    v.contrast = m_contrast;
-    v.gamma = m_gamma;
-    v.view = m_diffView;
-    v.differenceContrast = m_diffContrast;
-    return v;
-}
-
 bool KavriLoader::deliverFrame(bool readAhead)
 {
     uint8_t *mainBuf = m_pipeline.buffer(kavri::FramePipeline::Buffer::First);
@@ -364,7 +352,7 @@ bool KavriLoader::deliverFrame(bool readAhead)
     {
         QMutexLocker view(&m_viewMutex);
         m_pipeline.toNative();
-        const kavri::FramePipeline::Buffer shown = m_pipeline.show(viewSettingsLocked(), dst);
+        const kavri::FramePipeline::Buffer shown = m_pipeline.show(m_view, dst);
         m_shownBuffer.store(int(shown));
         if (m_hasDiff) {
             const DifferencePicture &d = m_pipeline.difference();
@@ -574,7 +562,7 @@ void KavriLoader::positionStreams(uint64_t frame)
 // The settings are read by the next delivery under the view lock; the pipeline rebuilds a table only
 // when one of them has changed.
 
-bool KavriLoader::differenceShownLocked() const { return m_hasDiff && m_diffView != 1 && m_diffView != 2; }
+bool KavriLoader::differenceShownLocked() const { return m_hasDiff && m_view.view != 1 && m_view.view != 2; }
 
 void KavriLoader::redisplay()
 {
@@ -600,14 +588,14 @@ void KavriLoader::setDeinterlace(bool on)
 int32_t KavriLoader::diffView() const
 {
     QMutexLocker view(&m_viewMutex);
-    return m_diffView;
+    return m_view.view;
 }
 
 void KavriLoader::setDiffView(int32_t v)
 {
     {
         QMutexLocker view(&m_viewMutex);
-        m_diffView = v;
+        m_view.view = v;
     }
     redisplay();
 }
@@ -615,14 +603,14 @@ void KavriLoader::setDiffView(int32_t v)
 int32_t KavriLoader::channelSelection() const
 {
     QMutexLocker view(&m_viewMutex);
-    return m_channel;
+    return m_view.channel;
 }
 
 void KavriLoader::oon_next_channel()
 {
     {
         QMutexLocker view(&m_viewMutex);
-        m_channel = (m_channel + 1) % 4;
+        m_view.channel = (m_view.channel + 1) % 4;
     }
     redisplay();
 }
@@ -631,7 +619,7 @@ void KavriLoader::oon_prev_channel()
 {
     {
         QMutexLocker view(&m_viewMutex);
-        m_channel = (m_channel + 3) % 4;
+        m_view.channel = (m_view.channel + 3) % 4;
     }
     redisplay();
 }
@@ -641,7 +629,7 @@ void KavriLoader::oon_brightness(int32_t value)
     {
         QMutexLocker view(&m_viewMutex);
         if (differenceShownLocked()) return; // the difference picture has no brightness
-        m_brightness = value;
+        m_view.brightness = value;
     }
     redisplay();
 }
@@ -651,9 +639,9 @@ void KavriLoader::oon_contrast(int32_t value)
     {
         QMutexLocker view(&m_viewMutex);
         if (differenceShownLocked())
-            m_diffContrast = value;
+            m_view.differenceContrast = value;
         else
-            m_contrast = value;
+            m_view.contrast = value;
     }
     redisplay();
 }
@@ -663,7 +651,7 @@ void KavriLoader::oon_gamma(int32_t value)
     {
         QMutexLocker view(&m_viewMutex);
         if (differenceShownLocked()) return;
-        m_gamma = value;
+        m_view.gamma = value;
     }
     redisplay();
 }

@@ -144,7 +144,6 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void execute(const Command &c);
-    kavri::ViewSettings viewSettingsLocked() const;
     // Starts reading the frame after the one just delivered, while it is being shown.
     void startReadAhead();
     // Whether the streams had reached their end with the last frame delivered.
@@ -204,13 +203,9 @@ private:
     mutable QMutex m_viewMutex;
     kavri::FramePipeline m_pipeline;
     uint32_t m_allocSize = 0;
-    int32_t m_diffView = 0;
-    int32_t m_channel = 0;
-    int32_t m_brightness = ColorConversion::kDefaultValue;
-    int32_t m_contrast = ColorConversion::kDefaultValue;
-    int32_t m_gamma = ColorConversion::kDefaultValue;
-    // The contrast slider moves the difference table's gain instead while the difference is shown.
-    int32_t m_diffContrast = ColorConversion::kDefaultValue;
+    // What the viewer chose; the contrast slider moves the difference table's gain instead of the tone
+    // curve's contrast while the difference is shown.
+    kavri::ViewSettings m_view;
 
     // Read-ahead of the next frame during playback (files only), into spare buffers that change places
     // with the pipeline's when the frame is taken. Loader thread only.
