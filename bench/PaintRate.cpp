@@ -5,6 +5,7 @@
 //                    [--window WxH] [--fullscreen]
 //
 // Prints one JSON line. The settings store goes to a temporary folder, so nothing of the user's changes.
+#include "formats/Settings.h"
 #include "formats/Validation.h"
 #include "loader/KavriLoader.h"
 #include "ui/frame.h"
@@ -55,7 +56,8 @@ bool spinUntil(const std::function<bool()> &done, int ms)
 int main(int argc, char **argv)
 {
     QTemporaryDir settings;
-    qputenv("KAVRI_CONFIG_DIR", settings.path().toLocal8Bit());
+    qputenv(kavri::settings::kConfigDirEnv, settings.path().toLocal8Bit());
+    kavri::settings::initSettingsStore();
     QApplication app(argc, argv);
     QStringList args = app.arguments().mid(1);
     if (args.size() < 3) return usage();
