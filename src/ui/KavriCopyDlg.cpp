@@ -3,7 +3,7 @@
 #include "tools/CopyWork.h"
 #include "tools/SequenceNames.h"
 
-#include "ui/TabOrder.h"
+#include "ui/DialogWidgets.h"
 
 #include <QDir>
 #include <QFileDialog>

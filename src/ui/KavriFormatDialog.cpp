@@ -2,7 +2,7 @@
 
 #include "formats/FormatNames.h"
 
-#include "ui/TabOrder.h"
+#include "ui/DialogWidgets.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -20,6 +20,8 @@
 
 namespace {
 
+using kavri::ui::checkBox;
+
 constexpr int kMaxTextNumber = 99999;
 constexpr int kContainer8 = 0;
 constexpr int kContainer16 = 1;
@@ -31,14 +33,6 @@ QLineEdit *numberField(const char *name, QWidget *parent)
     le->setValidator(new QIntValidator(0, kMaxTextNumber, le));
     le->setMaximumWidth(80);
     return le;
-}
-
-QCheckBox *checkBox(const char *name, const QString &text, bool on, QWidget *parent)
-{
-    auto *c = new QCheckBox(text, parent);
-    c->setObjectName(QLatin1String(name));
-    c->setChecked(on);
-    return c;
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 #include "formats/Settings.h"
 #include "kavri_config.h"
 
-#include "ui/TabOrder.h"
+#include "ui/DialogWidgets.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -23,16 +23,10 @@
 
 namespace {
 
+using kavri::ui::checkBox;
+
 // CU sizes by item index.
 constexpr int kCuSizes[] = {32, 64, 128};
-
-QCheckBox *checkBox(const char *name, const QString &text, bool on, QWidget *parent)
-{
-    auto *c = new QCheckBox(text, parent);
-    c->setObjectName(QLatin1String(name));
-    c->setChecked(on);
-    return c;
-}
 
 } // namespace
 
