@@ -1,8 +1,11 @@
 #include "app/CommandLine.h"
 
 #include "formats/FormatNames.h"
+#include "kavri_config.h"
+#include "ui/ActionTable.h"
 
 #include <QProcess>
+#include <QTextStream>
 
 namespace kavri {
 
@@ -55,6 +58,53 @@ ParsedCommandLine parseCommandLine(const QStringList &args)
         r.furtherFiles = args.mid(next + 1);
     }
     return r;
+}
+
+InfoRequest infoRequest(const QStringList &args, bool (*exists)(const QString &path))
+{
+    if (args.size() != 2) return InfoRequest::None;
+    const QString &a = args[1];
+    const InfoRequest r = a == QLatin1String("--help")      ? InfoRequest::Help
+                          : a == QLatin1String("--version") ? InfoRequest::Version
+                                                            : InfoRequest::None;
+    // A file that happens to carry the option's name still opens: the last argument is always the file.
+    if (r != InfoRequest::None && exists && exists(a)) return InfoRequest::None;
+    return r;
+}
+
+QString playerVersionLine() { return QStringLiteral("kavri %1").arg(QLatin1String(KAVRI_VERSION_STRING)); }
+
+QString playerUsage()
+{
+    QString text;
+    QTextStream out(&text);
+    out << "Usage: kavri [-w N] [-h N] [-r RATE] [-f KEYWORD] [-p] [-d DIFFFILE] [-l LINK] FILE [FILE ...]\n"
+           "       kavri --help | --version\n\n"
+           "  -w, --width N      frame width in pixels\n"
+           "  -h, --height N     frame height in pixels\n"
+           "  -r, --rate RATE    frames per second\n"
+           "  -f, --format KEY   sample layout (keywords below)\n"
+           "  -p, --play         start playing at once\n"
+           "  -d, --diff FILE    show the difference against a second file\n"
+           "  -l, --link NAME    link with the player that offers NAME\n"
+           "FILE may be - for standard input; each further file opens in a player of its own.\n\n"
+           "Layout keywords:";
+    for (const LayoutInfo &l : kLayouts) out << ' ' << formatKeyword(l.value);
+    out << "\n\nKeys:\n";
+    for (const ui::ActionSpec &a : ui::kActions) {
+        if (a.shortcut.empty()) continue;
+        out << "  " << QString::fromLatin1(a.shortcut.data(), qsizetype(a.shortcut.size())).leftJustified(14)
+            << QString::fromLatin1(a.text.data(), qsizetype(a.text.size())) << '\n';
+    }
+    out << "  Q W E S       move the magnifier by one pixel\n"
+           "  Alt (held)    magnifier while held\n"
+           "  Delete        clear the drawn marks\n"
+           "\nMouse:\n"
+           "  wheel         magnifier on and its factor\n"
+           "  middle click  magnifier on/off\n"
+           "  left drag     move the magnifier; outside it, drag the frame out as a picture\n"
+           "  right drag    draw marks on the frame\n";
+    return text;
 }
 
 void startFurtherPlayers(const QString &program, const QStringList &files)

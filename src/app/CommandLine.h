@@ -18,6 +18,16 @@ struct ParsedCommandLine {
 // options are case-sensitive, unparsable numbers read as 0, and whatever matches nothing is skipped.
 ParsedCommandLine parseCommandLine(const QStringList &arguments);
 
+// What the player is asked for when its only argument is "--help" or "--version" and no file of that name
+// exists: a name that exists is always a file to open, so no sequence ever becomes unreachable.
+enum class InfoRequest { None, Help, Version };
+InfoRequest infoRequest(const QStringList &arguments, bool (*exists)(const QString &path));
+
+// The usage text printed for "--help": the options, the -f keywords, and the keys and mouse bindings.
+QString playerUsage();
+// The version line printed for "--version".
+QString playerVersionLine();
+
 // Starts one detached player per file: the program's own path with that one argument.
 void startFurtherPlayers(const QString &program, const QStringList &files);
 

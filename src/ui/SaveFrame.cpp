@@ -21,4 +21,9 @@ QByteArray saveFrameFormat(const QString &fileName)
     return "PNG";
 }
 
+QString dragFrameFileName(uint64_t frameIndex, qint64 processId)
+{
+    return QStringLiteral("frame_%1%2.jpg").arg(frameIndex, 8, 10, QLatin1Char('0')).arg(processId);
+}
+
 } // namespace kavri::ui

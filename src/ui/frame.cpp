@@ -50,7 +50,7 @@ using namespace kavri;
 
 namespace {
 
-const char *const kVersionText = "0.7.1 (Beta)";
+const char *const kVersionText = KAVRI_VERSION_STRING " (Beta)";
 const char *const kOpenFilter =
     "Raw Video Files (*.yuv *.uyvy *.yuy2 *.nv12 *.v210 *.yv12 *.yv16 *.yv24 *.422 *.420 *.444 *.rgb *.bgr *.brg "
     "*.gbr *.grb *.rgba *.bgra *.brga *.gbra *.grba *.cif *.qcif *.vix *.bw *.raw *.gray);;YUV Files (*.yuv *.uyvy "
@@ -823,8 +823,8 @@ void frame::startFrameDrag()
 {
     const QImage img = m_panel->currentFrame();
     if (img.isNull()) return;
-    const QString path = QDir::tempPath() + QStringLiteral("/frame_%1%2.jpg").arg(0, 8, 10, QLatin1Char('0')).arg(
-                                                QString::number(QCoreApplication::applicationPid()));
+    const QString path = QDir::tempPath() + QLatin1Char('/') +
+                         ui::dragFrameFileName(m_currentFrame.load(), QCoreApplication::applicationPid());
     if (!img.save(path, "JPG")) return;
     auto *mime = new QMimeData;
     mime->setUrls({QUrl::fromLocalFile(path)});

@@ -1,4 +1,5 @@
 #include "app/CommandLine.h"
+#include "formats/FormatNames.h"
 
 #include <gtest/gtest.h>
 
@@ -86,3 +87,36 @@ TEST(OpenRequest, ArgumentOrder)
 }
 
 } // namespace
+
+TEST(CommandLine, HelpAndVersionOnlyAsTheSoleArgumentAndNeverOverAFile)
+{
+    const auto none = [](const QString &) { return false; };
+    const auto all = [](const QString &) { return true; };
+    const struct {
+        const char *name;
+        QStringList args;
+        bool (*exists)(const QString &);
+        InfoRequest want;
+    } rows[] = {
+        {"help", {"--help"}, none, InfoRequest::Help},
+        {"version", {"--version"}, none, InfoRequest::Version},
+        {"a file named --help opens", {"--help"}, all, InfoRequest::None},
+        {"with a file after it", {"--help", "a.yuv"}, none, InfoRequest::None},
+        {"short -h is the height", {"-h"}, none, InfoRequest::None},
+        {"case matters", {"--Version"}, none, InfoRequest::None},
+        {"no argument", {}, none, InfoRequest::None},
+    };
+    for (const auto &r : rows) EXPECT_EQ(infoRequest(QStringList{"kavri"} + r.args, r.exists), r.want) << r.name;
+    // The parser itself is unchanged: as a last argument "--help" is still the file.
+    EXPECT_EQ(parseCommandLine({"kavri", "--help"}).config.file, QStringLiteral("--help"));
+}
+
+TEST(CommandLine, UsageNamesEveryKeywordAndTheKeys)
+{
+    const QString usage = playerUsage();
+    for (const LayoutInfo &l : kLayouts)
+        EXPECT_TRUE(usage.contains(QLatin1Char(' ') + formatKeyword(l.value))) << l.keyword;
+    for (const char *k : {"Space", "Ctrl+G", "Shift+Right", "Play/Pause", "wheel"})
+        EXPECT_TRUE(usage.contains(QLatin1String(k))) << k;
+    EXPECT_TRUE(playerVersionLine().startsWith(QStringLiteral("kavri ")));
+}

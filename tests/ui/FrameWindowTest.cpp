@@ -114,6 +114,15 @@ TEST(FrameWindow, NewWindowAsksTheApplication)
     EXPECT_TRUE(spy.at(0).at(0).toString().isEmpty());
 }
 
+TEST(SaveFrame, DraggedFramesAreNamedByFrameAndProcess)
+{
+    EXPECT_EQ(ui::dragFrameFileName(37, 4242), QStringLiteral("frame_000000374242.jpg"));
+    EXPECT_EQ(ui::dragFrameFileName(0, 7), QStringLiteral("frame_000000007.jpg"));
+    EXPECT_NE(ui::dragFrameFileName(1, 7), ui::dragFrameFileName(2, 7));
+    // Beyond eight digits the number is written whole, never cut.
+    EXPECT_EQ(ui::dragFrameFileName(123456789012ULL, 1), QStringLiteral("frame_1234567890121.jpg"));
+}
+
 TEST(SaveFrame, SuffixRules)
 {
     const struct {
