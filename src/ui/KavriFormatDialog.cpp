@@ -167,9 +167,15 @@ KavriFormatDialog::KavriFormatDialog(VideoProps &props, QWidget *parent) : QDial
     auto *top = new QHBoxLayout;
     top->addWidget(size, 3);
     top->addWidget(rate, 1);
+    m_problem = new QLabel(this);
+    m_problem->setObjectName(QStringLiteral("lbl_problem"));
+    m_problem->setWordWrap(true);
+    m_problem->setStyleSheet(QStringLiteral("color: #b00000"));
+    m_problem->hide();
     auto *main = new QVBoxLayout(this);
     main->addLayout(top);
     main->addWidget(m_tabs);
+    main->addWidget(m_problem);
     main->addLayout(buttons);
     main->setSizeConstraint(QLayout::SetFixedSize);
 
@@ -194,6 +200,12 @@ KavriFormatDialog::KavriFormatDialog(VideoProps &props, QWidget *parent) : QDial
     kavri::ui::chainTabOrder({m_resolutions, m_width, m_height, m_anamorph, m_rate, m_tabs, m_format, m_flipped, m_swap, m_bits,
                  m_endian, m_signed, m_container, m_headerBytes, apply, ok, cancel});
     m_format->setFocus();
+}
+
+void KavriFormatDialog::setProblem(const QString &text)
+{
+    m_problem->setText(text);
+    m_problem->setVisible(!text.isEmpty());
 }
 
 void KavriFormatDialog::resolution_changed(int index)

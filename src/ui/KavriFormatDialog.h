@@ -30,6 +30,8 @@ public:
 
     // `props` must outlive the dialog; it changes only on OK or Apply.
     explicit KavriFormatDialog(VideoProps &props, QWidget *parent = nullptr);
+    // A sentence shown above the buttons saying why the record as it stands cannot be played.
+    void setProblem(const QString &text);
 
 signals:
     void format_changed();
@@ -59,6 +61,7 @@ private:
     QCheckBox *m_signed = nullptr;
     QComboBox *m_container = nullptr;
     QLineEdit *m_headerBytes = nullptr;
+    QLabel *m_problem = nullptr;
 };
 
 Q_DECLARE_METATYPE(KavriFormatDialog::res_sizes)

@@ -34,4 +34,17 @@ QString windowTitle(const QString &file, const QString &diff)
     return name(file) + QLatin1String(" vs. ") + name(diff);
 }
 
+QString formatProblem(const VideoProps &p)
+{
+    if (p.fileName == QLatin1String("-") || p.frameBytes == 0 || p.frameCount > 0) return QString();
+    const uint64_t after = p.fileSize > p.headerBytes ? p.fileSize - p.headerBytes : 0;
+    if (after >= p.frameBytes) return QString();
+    if (p.headerBytes > 0)
+        return QStringLiteral("the file holds %1 bytes after its %2-byte header, less than one frame of %3 bytes")
+            .arg(after)
+            .arg(p.headerBytes)
+            .arg(p.frameBytes);
+    return QStringLiteral("the file holds %1 bytes, less than one frame of %2 bytes").arg(after).arg(p.frameBytes);
+}
+
 } // namespace kavri::ui

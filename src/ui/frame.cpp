@@ -1010,6 +1010,8 @@ void frame::askForFormat()
     if (!m_loader) return;
     while (!isPlayable(m_loader->validityMask())) {
         KavriFormatDialog dlg(m_loader->pendingProps(), this);
+        // Each round says why the last answer was refused, so the dialog never just comes back unexplained.
+        dlg.setProblem(ui::formatProblem(m_loader->pendingProps()));
         connect(&dlg, &KavriFormatDialog::format_changed, this, &frame::oon_format_changed);
         if (dlg.exec() != QDialog::Accepted) break;
     }

@@ -1,4 +1,5 @@
 #include "formats/Settings.h"
+#include "ui/KavriFormatDialog.h"
 #include "ui/SaveFrame.h"
 #include "ui/frame.h"
 
@@ -9,6 +10,8 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QSignalSpy>
+#include <QTimer>
+#include <QApplication>
 #include <gtest/gtest.h>
 
 using namespace kavri;
@@ -221,6 +224,38 @@ TEST(FrameWindow, NavigationActionsLandOnTheExpectedFrames)
         w.action(s.action)->trigger();
         QTRY_COMPARE_WITH_TIMEOUT(w.currentFrame(), s.frame, 20000);
     }
+    kavri::forgetRemembered(c.file);
+}
+} // namespace
+
+namespace {
+// A file shorter than one frame sends the user to the format dialog, and the dialog says why.
+TEST(FrameWindow, ShortFileDialogSaysWhy)
+{
+    kavri::test::TempDir dir;
+    KavriStartupConfig c;
+    c.file = dir.writeSized("short.yuv", 1000);
+    c.width = 1920;
+    c.height = 1080;
+    c.format = YUV_p420;
+    QString shown;
+    bool visible = false;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        auto *dlg = qobject_cast<KavriFormatDialog *>(QApplication::activeModalWidget());
+        if (!dlg) return;
+        auto *label = dlg->findChild<QLabel *>(QStringLiteral("lbl_problem"));
+        if (label) {
+            shown = label->text();
+            visible = label->isVisibleTo(dlg);
+        }
+        dlg->reject();
+    });
+    poll.start(10);
+    frame w(&c);
+    QTRY_VERIFY_WITH_TIMEOUT(!shown.isEmpty(), 20000);
+    EXPECT_EQ(shown, QStringLiteral("the file holds 1000 bytes, less than one frame of 3110400 bytes"));
+    EXPECT_TRUE(visible);
     kavri::forgetRemembered(c.file);
 }
 } // namespace

@@ -1,3 +1,5 @@
+#include "formats/Validation.h"
+#include "support/TempFiles.h"
 #include "ui/MRUFList.h"
 #include "ui/StatusText.h"
 
@@ -32,6 +34,42 @@ TEST(StatusLine, Formats)
     in.fileName = "-";
     EXPECT_EQ(statusLine(in), "352x288@25Hz  stdin");
     EXPECT_EQ(statusLine(seq(10, 0.0, 0)), "352x288@0Hz  10 frames   0'0\"00   0.000MB");
+}
+
+TEST(FormatProblem, SaysWhenTheFileIsShorterThanOneFrame)
+{
+    kavri::test::TempDir dir;
+    const struct {
+        const char *name;
+        qint64 size;
+        uint32_t header;
+        int32_t width, height;
+        const char *want;
+    } rows[] = {
+        {"1080p 4:2:0 in 1000 bytes", 1000, 0, 1920, 1080, "the file holds 1000 bytes, less than one frame of 3110400 bytes"},
+        {"one byte short", 38015, 0, 176, 144, "the file holds 38015 bytes, less than one frame of 38016 bytes"},
+        {"exactly one frame", 38016, 0, 176, 144, ""},
+        {"header eats the frame", 38016, 512, 176, 144,
+         "the file holds 37504 bytes after its 512-byte header, less than one frame of 38016 bytes"},
+        {"header beyond the end", 100, 512, 176, 144,
+         "the file holds 0 bytes after its 512-byte header, less than one frame of 38016 bytes"},
+        {"empty file", 0, 0, 176, 144, "the file holds 0 bytes, less than one frame of 38016 bytes"},
+    };
+    for (const auto &r : rows) {
+        VideoProps p;
+        p.fileName = dir.writeSized(QString::fromLatin1(r.name) + ".bin", r.size);
+        p.width = r.width;
+        p.height = r.height;
+        p.format = YUV_p420;
+        p.headerBytes = r.header;
+        const uint32_t mask = kavri::validateProps(p);
+        EXPECT_EQ(kavri::isPlayable(mask), *r.want == 0) << r.name;
+        EXPECT_EQ(formatProblem(p), QString::fromLatin1(r.want)) << r.name;
+    }
+    VideoProps in;
+    in.fileName = "-";
+    in.frameBytes = 38016;
+    EXPECT_TRUE(formatProblem(in).isEmpty()) << "standard input has no size to be short of";
 }
 
 TEST(WindowTitle, NamesAndDifference)
