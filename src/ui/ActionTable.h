@@ -43,7 +43,7 @@ inline constexpr std::array<ActionSpec, 45> kActions = {{
     {"action25", "25%", "", true, false, "", ""},
     {"action33", "33%", "", true, false, "", ""},
     {"action50", "50%", "", true, false, "", ""},
-    {"action100", "100%", "", true, false, "", ""},
+    {"action100", "100%", "Ctrl+0", true, false, "", ""},
     {"action200", "200%", "", true, false, "", ""},
     {"actionSmaller", "Smaller", "-", false, false, "", ""},
     {"actionLarger", "Larger", "+", false, false, "", ""},

@@ -50,6 +50,8 @@ using namespace kavri;
 
 namespace {
 
+// How long a hint stays in the status bar before the status line returns.
+constexpr int kHintMs = 5000;
 const char *const kVersionText = KAVRI_VERSION_STRING " (Beta)";
 const char *const kOpenFilter =
     "Raw Video Files (*.yuv *.uyvy *.yuy2 *.nv12 *.v210 *.yv12 *.yv16 *.yv24 *.422 *.420 *.444 *.rgb *.bgr *.brg "
@@ -628,7 +630,11 @@ void frame::oon_close_file()
     m_diffOpen = false;
     m_openFile.clear();
     m_diffFile.clear();
+    // The magnifier goes with the file: turned off while the panel still shows a frame (the start-up
+    // picture refuses it), and its action unchecked either way.
+    m_panel->setMagnifier(false, false);
     m_panel->resetToStartup();
+    oon_magnifier_off();
     showEmptyState();
 }
 
@@ -754,10 +760,15 @@ void frame::oon_magnify() { m_panel->setMagnifier(action("actionMagnifier")->isC
 void frame::oon_magnifier_on()
 {
     action("actionMagnifier")->setChecked(true);
-    statusBar()->showMessage(QStringLiteral("Magnifier: use 'Q','E','W','S' and mouse wheel!"));
+    // A hint, not a state: after a few seconds the status line with the sequence's facts comes back.
+    statusBar()->showMessage(QStringLiteral("Magnifier: use 'Q','E','W','S' and mouse wheel!"), kHintMs);
 }
 
-void frame::oon_magnifier_off() { action("actionMagnifier")->setChecked(false); }
+void frame::oon_magnifier_off()
+{
+    action("actionMagnifier")->setChecked(false);
+    statusBar()->clearMessage();
+}
 
 void frame::oon_about()
 {

@@ -11,6 +11,7 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTimer>
+#include <QStatusBar>
 #include <QApplication>
 #include <gtest/gtest.h>
 
@@ -256,6 +257,37 @@ TEST(FrameWindow, ShortFileDialogSaysWhy)
     QTRY_VERIFY_WITH_TIMEOUT(!shown.isEmpty(), 20000);
     EXPECT_EQ(shown, QStringLiteral("the file holds 1000 bytes, less than one frame of 3110400 bytes"));
     EXPECT_TRUE(visible);
+    kavri::forgetRemembered(c.file);
+}
+} // namespace
+
+namespace {
+// The magnifier's hint is temporary and the magnifier goes with the file; Ctrl+0 is 100 %.
+TEST(FrameWindow, MagnifierHintAndCloseFile)
+{
+    kavri::test::TempDir dir;
+    KavriStartupConfig c;
+    c.file = dir.writeSized("m.yuv", 4608 * 4);
+    c.width = 64;
+    c.height = 48;
+    c.format = YUV_p420;
+    frame w(&c);
+    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    EXPECT_EQ(w.action("action100")->shortcut(), QKeySequence(QStringLiteral("Ctrl+0")));
+
+    w.action("actionMagnifier")->trigger();
+    ASSERT_TRUE(w.action("actionMagnifier")->isChecked());
+    EXPECT_EQ(w.statusBar()->currentMessage(), QStringLiteral("Magnifier: use 'Q','E','W','S' and mouse wheel!"));
+    w.action("actionMagnifier")->trigger();
+    EXPECT_FALSE(w.action("actionMagnifier")->isChecked());
+    EXPECT_TRUE(w.statusBar()->currentMessage().isEmpty()) << "the status line comes back";
+
+    w.action("actionMagnifier")->trigger();
+    ASSERT_TRUE(w.drawPanel()->magnifierOn());
+    w.action("actionCloseFile")->trigger();
+    EXPECT_FALSE(w.action("actionMagnifier")->isChecked());
+    EXPECT_FALSE(w.drawPanel()->magnifierOn());
+    EXPECT_EQ(w.statusText(), QStringLiteral("[No File]"));
     kavri::forgetRemembered(c.file);
 }
 } // namespace
