@@ -34,6 +34,27 @@ QString windowTitle(const QString &file, const QString &diff)
     return name(file) + QLatin1String(" vs. ") + name(diff);
 }
 
+QString viewStatus(const VideoProps &p, int32_t channel, bool hasDifference, int32_t diffView)
+{
+    QString text = QStringLiteral("%1 bit").arg(p.bitDepth);
+    if (isValidFormat(p.format)) {
+        const LayoutKind kind = layoutInfo(p.format).kind;
+        const bool rgb = kind == LayoutKind::InterleavedRgb || kind == LayoutKind::PlanarRgb;
+        // Selections count the unpacked components, which are Y U V or R G B whatever the storage order.
+        static const char *const yuvNames[] = {"Y", "U", "V"};
+        static const char *const rgbNames[] = {"R", "G", "B"};
+        if (kind == LayoutKind::Luma)
+            text += QStringLiteral("  luma");
+        else if (channel >= 1 && channel <= 3)
+            text += QStringLiteral("  ") + QLatin1String((rgb ? rgbNames : yuvNames)[channel - 1]);
+        else
+            text += QStringLiteral("  full colour");
+    }
+    if (hasDifference)
+        text += diffView == 1 ? QStringLiteral("  A") : diffView == 2 ? QStringLiteral("  B") : QStringLiteral("  difference");
+    return text;
+}
+
 QString formatProblem(const VideoProps &p)
 {
     if (p.fileName == QLatin1String("-") || p.frameBytes == 0 || p.frameCount > 0) return QString();

@@ -131,6 +131,9 @@ frame::frame(const KavriStartupConfig *config, QWidget *parent) : QMainWindow(pa
     statusBar()->setObjectName(QStringLiteral("statusBar"));
     m_statusLabel = new QLabel(this);
     statusBar()->addWidget(m_statusLabel, 1);
+    m_viewLabel = new QLabel(this);
+    m_viewLabel->setObjectName(QStringLiteral("lbl_view"));
+    statusBar()->addPermanentWidget(m_viewLabel);
 
     createActions();
     createMenus();
@@ -271,6 +274,7 @@ void frame::showEmptyState()
     m_openFile.clear();
     setWindowTitle(emptyTitle());
     m_statusLabel->setText(QStringLiteral("[No File]"));
+    if (m_viewLabel) m_viewLabel->clear();
     m_slider->setRange(0, 0);
     m_slider->setValue(0);
     m_playPause->setIcon(QIcon(QStringLiteral(":/frame/play.png")));
@@ -380,8 +384,19 @@ void frame::updateStatus()
 {
     if (!m_loader) return;
     m_statusLabel->setText(ui::statusLine(m_loader->pendingProps()));
+    updateViewStatus();
     const uint64_t n = frameCount();
     m_slider->setRange(0, n > 0 ? int(std::min<uint64_t>(n - 1, uint64_t(INT_MAX))) : 0);
+}
+
+void frame::updateViewStatus()
+{
+    if (!m_loader) {
+        m_viewLabel->clear();
+        return;
+    }
+    m_viewLabel->setText(ui::viewStatus(m_loader->pendingProps(), m_loader->channelSelection(),
+                                        m_loader->hasDifference(), m_loader->diffView()));
 }
 
 void frame::updatePlayIcon()
@@ -522,6 +537,7 @@ void frame::oon_reload()
 void frame::oon_next_channel()
 {
     if (m_loader) m_loader->oon_next_channel();
+    updateViewStatus();
 }
 
 void frame::oon_deinterlace(bool on)
@@ -533,11 +549,13 @@ void frame::oon_deinterlace(bool on)
 void frame::oon_next_diff_component()
 {
     if (m_loader && m_loader->hasDifference()) m_loader->setDiffView((m_loader->diffView() + 1) % 3);
+    updateViewStatus();
 }
 
 void frame::oon_prev_diff_component()
 {
     if (m_loader && m_loader->hasDifference()) m_loader->setDiffView((m_loader->diffView() + 2) % 3);
+    updateViewStatus();
 }
 
 void frame::oon_diff()

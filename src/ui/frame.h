@@ -160,6 +160,7 @@ private:
     void listenTo(const QString &queue);
     void updatePlayIcon();
     void updateStatus();
+    void updateViewStatus();
     uint64_t frameCount() const;
     void seekTo(int64_t frame);
     void applyEscapeShortcut();
@@ -182,6 +183,7 @@ private:
     QPushButton *m_stop = nullptr;
     LinkWidget *m_link = nullptr;
     QLabel *m_statusLabel = nullptr;
+    QLabel *m_viewLabel = nullptr; // bit depth, channel and difference view beside the status line
     MRUFList *m_recent = nullptr;
     QTimer m_cursorHideTimer;
     bool m_fullscreen = false;

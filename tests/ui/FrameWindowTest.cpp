@@ -209,6 +209,15 @@ TEST(FrameWindow, NavigationActionsLandOnTheExpectedFrames)
     frame w(&c);
     QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
     EXPECT_EQ(w.statusText(), QStringLiteral("64x48@10Hz  40 frames   0'4\"00   0.176MB"));
+    auto *view = w.findChild<QLabel *>(QStringLiteral("lbl_view"));
+    ASSERT_NE(view, nullptr);
+    EXPECT_EQ(view->text(), QStringLiteral("8 bit  full colour"));
+    w.action("actionNext_Channel")->trigger();
+    EXPECT_EQ(view->text(), QStringLiteral("8 bit  Y"));
+    w.action("actionNext_Channel")->trigger();
+    w.action("actionNext_Channel")->trigger();
+    w.action("actionNext_Channel")->trigger();
+    EXPECT_EQ(view->text(), QStringLiteral("8 bit  full colour"));
     EXPECT_TRUE(w.windowTitle().contains(QStringLiteral("nav.yuv")));
 
     const struct {

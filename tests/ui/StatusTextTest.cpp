@@ -72,6 +72,34 @@ TEST(FormatProblem, SaysWhenTheFileIsShorterThanOneFrame)
     EXPECT_TRUE(formatProblem(in).isEmpty()) << "standard input has no size to be short of";
 }
 
+TEST(ViewStatus, DepthChannelAndDifferenceView)
+{
+    const struct {
+        videoFormat_t format;
+        int32_t bits, channel;
+        bool diff;
+        int32_t view;
+        const char *want;
+    } rows[] = {
+        {YUV_p420, 8, 0, false, 0, "8 bit  full colour"},
+        {YUV_p420, 10, 1, false, 0, "10 bit  Y"},
+        {YUV_nv12, 8, 2, false, 0, "8 bit  U"},
+        {YUV_v210, 10, 3, false, 0, "10 bit  V"},
+        {BGR_planar, 8, 1, false, 0, "8 bit  R"}, // components unpack as R G B whatever the storage order
+        {GBRA_planar, 12, 3, false, 0, "12 bit  B"},
+        {BW, 16, 2, false, 0, "16 bit  luma"},   // luma has no channels to choose
+        {YUV_p420, 8, 0, true, 0, "8 bit  full colour  difference"},
+        {YUV_p420, 8, 1, true, 1, "8 bit  Y  A"},
+        {RGB_i444, 8, 0, true, 2, "8 bit  full colour  B"},
+    };
+    for (const auto &r : rows) {
+        VideoProps p;
+        p.format = r.format;
+        p.bitDepth = r.bits;
+        EXPECT_EQ(viewStatus(p, r.channel, r.diff, r.view), QString::fromLatin1(r.want)) << r.want;
+    }
+}
+
 TEST(WindowTitle, NamesAndDifference)
 {
     EXPECT_EQ(windowTitle("/data/a.yuv", ""), "a.yuv");
