@@ -52,6 +52,7 @@ namespace {
 
 // How long a hint stays in the status bar before the status line returns.
 constexpr int kHintMs = 5000;
+const char *const kNoRateHint = "No frame rate to play at: give one with -r RATE, or set it in Format (Ctrl+F)";
 const char *const kVersionText = KAVRI_VERSION_STRING " (Beta)";
 const char *const kOpenFilter =
     "Raw Video Files (*.yuv *.uyvy *.yuy2 *.nv12 *.v210 *.yv12 *.yv16 *.yv24 *.422 *.420 *.444 *.rgb *.bgr *.brg "
@@ -456,6 +457,12 @@ void frame::oon_stopped()
 void frame::oon_play_pause()
 {
     if (!m_loader) return;
+    // A rate of 0 has no period: the loader would wait forever for the next frame. Say how to get one
+    // instead of showing a pause icon over a still picture.
+    if (!m_playing && !(m_loader->pendingProps().frameRate > 0)) {
+        statusBar()->showMessage(QString::fromLatin1(kNoRateHint), 2 * kHintMs);
+        return;
+    }
     m_playing = !m_playing;
     if (m_playing)
         emit play();

@@ -300,3 +300,28 @@ TEST(FrameWindow, MagnifierHintAndCloseFile)
     kavri::forgetRemembered(c.file);
 }
 } // namespace
+
+namespace {
+// Play at a rate of 0 says how to set a rate and leaves the window paused.
+TEST(FrameWindow, PlayWithoutRateSaysHowToSetOne)
+{
+    kavri::test::TempDir dir;
+    KavriStartupConfig c;
+    c.file = dir.writeSized("r0.yuv", 4608 * 4);
+    c.width = 64;
+    c.height = 48;
+    c.format = YUV_p420;
+    frame w(&c);
+    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    w.loader()->pendingProps().frameRate = 0.0; // as standard input without -r, or the format dialog's 0
+    w.action("actionPlay")->trigger();
+    EXPECT_TRUE(w.statusBar()->currentMessage().contains(QStringLiteral("-r RATE")));
+    EXPECT_FALSE(w.loader()->isPlaying());
+    // With a rate the same key plays.
+    w.loader()->pendingProps().frameRate = 25.0;
+    w.action("actionPlay")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(w.loader()->isPlaying(), 20000);
+    w.action("actionPlay")->trigger();
+    kavri::forgetRemembered(c.file);
+}
+} // namespace
