@@ -487,12 +487,18 @@ void frame::seekTo(int64_t f)
     const uint64_t n = frameCount();
     if (f < 0) f = 0;
     if (n > 0 && uint64_t(f) >= n) f = int64_t(n - 1);
-    if (m_playing) {
-        m_playing = false;
-        updatePlayIcon();
-    }
+    endPlaybackForSeek();
     emit seek(uint64_t(f), false, false);
     sendToPartner(kavri::link::Command::Seek, uint32_t(f));
+}
+
+void frame::endPlaybackForSeek()
+{
+    // A seek or a rebuilt record ends the loader's play loop and playback does not resume by itself, so
+    // the window shows the play icon and the next Space starts playing again.
+    if (!m_playing) return;
+    m_playing = false;
+    updatePlayIcon();
 }
 
 void frame::oon_prev() { seekTo(int64_t(m_currentFrame.load()) - 1); }
@@ -518,8 +524,7 @@ void frame::oon_fbw()
 void frame::oon_slider_dragged(int value)
 {
     if (!m_loader) return;
-    m_playing = false;
-    updatePlayIcon();
+    endPlaybackForSeek();
     emit seek(uint64_t(value), false, true);
     sendToPartner(kavri::link::Command::Seek, uint32_t(value));
 }
@@ -529,6 +534,7 @@ void frame::oon_goto()
     if (!m_loader) return;
     KavriGotoDlg dlg(m_currentFrame.load(), this);
     if (dlg.exec() == QDialog::Accepted) {
+        endPlaybackForSeek();
         emit seek(uint64_t(dlg.value()), false, false);
         sendToPartner(kavri::link::Command::Seek, uint32_t(dlg.value()));
     }
@@ -1064,7 +1070,9 @@ void frame::oon_format()
 void frame::oon_format_changed()
 {
     if (!m_loader) return;
-    // validate() remembers a playable record and has the loader rebuild its buffers for it.
+    // validate() remembers a playable record and has the loader rebuild its buffers for it, which ends
+    // playback.
+    if (m_loader->isRunning()) endPlaybackForSeek();
     const uint32_t mask = m_loader->validate();
     setWindowTitle(ui::windowTitle(m_openFile, m_diffFile));
     updateStatus();

@@ -161,6 +161,7 @@ private:
     void updatePlayIcon();
     void updateStatus();
     void updateViewStatus();
+    void endPlaybackForSeek();
     uint64_t frameCount() const;
     void seekTo(int64_t frame);
     void applyEscapeShortcut();

@@ -283,6 +283,7 @@ TEST(FrameWindow, MagnifierHintAndCloseFile)
     frame w(&c);
     QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
     EXPECT_EQ(w.action("action100")->shortcut(), QKeySequence(QStringLiteral("Ctrl+0")));
+    QTRY_VERIFY_WITH_TIMEOUT(!w.drawPanel()->showingStartup(), 20000); // the first frame is on screen
 
     w.action("actionMagnifier")->trigger();
     ASSERT_TRUE(w.action("actionMagnifier")->isChecked());
@@ -322,6 +323,41 @@ TEST(FrameWindow, PlayWithoutRateSaysHowToSetOne)
     w.action("actionPlay")->trigger();
     QTRY_VERIFY_WITH_TIMEOUT(w.loader()->isPlaying(), 20000);
     w.action("actionPlay")->trigger();
+    kavri::forgetRemembered(c.file);
+}
+} // namespace
+
+namespace {
+// Go to frame and Format -> OK end playback; the window says so and one Space plays again.
+TEST(FrameWindow, DialogsDuringPlaybackLeaveThePlayStateTrue)
+{
+    kavri::test::TempDir dir;
+    KavriStartupConfig c;
+    c.file = dir.writeSized("p.yuv", 4608 * 400);
+    c.width = 64;
+    c.height = 48;
+    c.rate = 50.0;
+    c.format = YUV_p420;
+    frame w(&c);
+    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    QTimer accept;
+    QObject::connect(&accept, &QTimer::timeout, [] {
+        if (auto *d = qobject_cast<QDialog *>(QApplication::activeModalWidget())) d->accept();
+    });
+    accept.start(10);
+    for (const char *dialog : {"actionGo_to_frame", "actionFormat"}) {
+        SCOPED_TRACE(dialog);
+        w.action("actionPlay")->trigger();
+        QTRY_VERIFY_WITH_TIMEOUT(w.loader()->isPlaying(), 20000);
+        w.action(dialog)->trigger();
+        EXPECT_FALSE(w.isPlaying());
+        QTRY_VERIFY_WITH_TIMEOUT(!w.loader()->isPlaying(), 20000);
+        w.action("actionPlay")->trigger(); // one Space resumes
+        EXPECT_TRUE(w.isPlaying());
+        QTRY_VERIFY_WITH_TIMEOUT(w.loader()->isPlaying(), 20000);
+        w.action("actionPlay")->trigger();
+        QTRY_VERIFY_WITH_TIMEOUT(!w.loader()->isPlaying(), 20000);
+    }
     kavri::forgetRemembered(c.file);
 }
 } // namespace
