@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Checks that every C++ source of the tree is formatted as .clang-format says (exit 1 and the offending
+# files otherwise). Usage: scripts/check-format.sh [--fix]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+tool=${CLANG_FORMAT:-clang-format}
+command -v "$tool" >/dev/null || { echo "check-format: $tool not found" >&2; exit 1; }
+mapfile -t files < <(git ls-files '*.cpp' '*.h' '*.inc' 2>/dev/null || find src tests bench -name '*.cpp' -o -name '*.h' -o -name '*.inc')
+if [[ "${1:-}" == "--fix" ]]; then
+    "$tool" -i --style=file "${files[@]}"
+    exit 0
+fi
+bad=0
+for f in "${files[@]}"; do
+    if ! "$tool" --style=file --dry-run --Werror "$f" >/dev/null 2>&1; then
+        echo "not formatted: $f"
+        bad=1
+    fi
+done
+exit $bad
