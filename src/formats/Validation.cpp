@@ -2,7 +2,16 @@
 
 #include "formats/FrameSize.h"
 
+#include <cmath>
+
 namespace kavri {
+
+void normaliseContainer(VideoProps &p)
+{
+    if (p.bitDepth < 1 || p.bitDepth > kMaxBitDepth) return;
+    if ((p.containerBits != 8 && p.containerBits != 16) || p.containerBits < p.bitDepth)
+        p.containerBits = containerBitsFor(p.bitDepth);
+}
 
 uint32_t validateProps(VideoProps &p)
 {
@@ -11,15 +20,17 @@ uint32_t validateProps(VideoProps &p)
     if (p.width > 1) mask |= kWidthKnown;
     if (p.height > 1) mask |= kHeightKnown;
     if (p.frameRate > 0) mask |= kRateGiven;
-    if (p.frameRate < 0) p.frameRate = 25.0;
+    // Rates come from side files, headers, stored records and typing: keep them finite and in a range
+    // whose period and rounding for display cannot overflow.
+    if (p.frameRate < 0 || std::isnan(p.frameRate)) p.frameRate = 25.0;
+    if (p.frameRate > kMaxFrameRate) p.frameRate = kMaxFrameRate;
     if (p.bitDepth < 1) p.bitDepth = 8;
     if (p.format == YUV_v210) {
         p.bitDepth = 10;
         p.signedValues = false;
     }
-    if (p.bitDepth <= 16) mask |= kDepthSettled;
-    // Round the depth up to whole bytes: 10 bits are stored in 16, 8 bits in 8.
-    if (p.containerBits < p.bitDepth) p.containerBits = (p.bitDepth + 7) & ~7;
+    if (p.bitDepth <= kMaxBitDepth) mask |= kDepthSettled;
+    normaliseContainer(p);
 
     if (isPlayable(mask)) {
         p.frameBytes = frameBytes(p.format, p.containerBits, p.width, p.height);

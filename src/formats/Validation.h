@@ -17,11 +17,24 @@ enum ValidityBits : uint32_t {
 
 constexpr bool isPlayable(uint32_t mask) { return (mask & kPlayable) == kPlayable; }
 
-// Validates `props` in place: defaults the rate (negative -> 25) and bit depth (< 1 -> 8), forces v210 to
-// unsigned 10 bits, raises the container to hold the depth, computes frameBytes and, for a file (not "-"),
+// Deepest sample any reader handles, and the frame rates a record may carry (frames per second).
+constexpr int32_t kMaxBitDepth = 16;
+constexpr double kMaxFrameRate = 100000.0;
+
+// The container that stores samples of `bitDepth` bits (1..16): one byte up to 8 bits, else a 16-bit word.
+constexpr int32_t containerBitsFor(int32_t bitDepth) { return bitDepth <= 8 ? 8 : 16; }
+
+// Brings the container of a record with a depth of 1..16 to 8 or 16 bits holding the depth. A container
+// that already is 8 or 16 and holds the depth stays (8-bit values in 16-bit words are a real layout);
+// anything else — 12, 24, 0, or 8 for a 10-bit depth — becomes containerBitsFor(depth), so every buffer
+// and every walk over it agrees on the sample size. Records with other depths are left alone.
+void normaliseContainer(VideoProps &props);
+
+// Validates `props` in place: defaults the rate (negative or not a number -> 25; above kMaxFrameRate ->
+// kMaxFrameRate) and bit depth (< 1 -> 8), forces v210 to unsigned 10 bits, normalises the container, computes frameBytes and, for a file (not "-"),
 // the frame count and file size from props.fileName (and props.diffFileName, keeping the smaller count).
 // A file shorter than one frame clears kFormatKnown, as does a frame size too large to count in 32 bits.
-// A depth above 16 bits, which no kernel reads, leaves kDepthSettled clear.
+// A depth above 16 bits, which no kernel reads, leaves kDepthSettled clear and the container untouched.
 uint32_t validateProps(VideoProps &props);
 
 } // namespace kavri

@@ -1,6 +1,7 @@
 #include "pixel/ColorConversion.h"
 
 #include "formats/FrameSize.h"
+#include "formats/Validation.h"
 #include "pixel/NativeReadout.h"
 #include "pixel/PlaneGeometry.h"
 #include "pixel/RowKernels.h"
@@ -89,7 +90,7 @@ X2RGBColorConv::~X2RGBColorConv() = default;
 void X2RGBColorConv::setDescription(const VideoProps &props)
 {
     m_props = props;
-    if (m_props.containerBits < m_props.bitDepth) m_props.containerBits = ((m_props.bitDepth + 7) / 8) * 8;
+    kavri::normaliseContainer(m_props);
 }
 
 void X2RGBColorConv::setToneCurve(int32_t brightness, int32_t contrast, int32_t gamma)

@@ -1,6 +1,7 @@
 #include "pixel/FramePipeline.h"
 
 #include "formats/FrameSize.h"
+#include "formats/Validation.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -49,9 +50,11 @@ size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32
 void FramePipeline::setup(const VideoProps &props, bool withSecond)
 {
     m_props = props;
+    // Buffers, the conversion and the difference walk take the sample size from the same container.
+    kavri::normaliseContainer(m_props);
     m_hasSecond = withSecond;
-    m_frameBytes = kavri::frameBytes(props.format, props.containerBits, props.width, props.height);
-    m_allocSize = kavri::allocationSize(props.format, props.containerBits, props.width, props.height);
+    m_frameBytes = kavri::frameBytes(m_props.format, m_props.containerBits, m_props.width, m_props.height);
+    m_allocSize = kavri::allocationSize(m_props.format, m_props.containerBits, m_props.width, m_props.height);
     // The old buffers go first, so a large record never needs both sets at once.
     release();
     m_buffers[int(Buffer::First)] = allocateAligned(m_allocSize);
@@ -60,7 +63,7 @@ void FramePipeline::setup(const VideoProps &props, bool withSecond)
         m_buffers[int(Buffer::Difference)] = allocateAligned(m_allocSize);
     }
     m_shown = Buffer::First;
-    m_converter.setDescription(props);
+    m_converter.setDescription(m_props);
     m_converter.setUnsigned(!props.signedValues);
     // The difference picture walks the stored rows of the first plane, which are `width` samples long;
     // its setup builds the table with the default gain.

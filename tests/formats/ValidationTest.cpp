@@ -2,6 +2,8 @@
 #include "support/TempFiles.h"
 
 #include <gtest/gtest.h>
+#include <climits>
+#include <limits>
 
 using namespace kavri;
 
@@ -48,6 +50,56 @@ const MaskCase kMaskCases[] = {
 };
 INSTANTIATE_TEST_SUITE_P(All, ValidationMask, ::testing::ValuesIn(kMaskCases),
                          [](const auto &info) { return std::string(info.param.name); });
+
+TEST(Validation, ContainersHoldTheDepthInEightOrSixteenBits)
+{
+    const struct {
+        int32_t bits, container, want;
+    } rows[] = {
+        {8, 8, 8},   {8, 16, 16}, {10, 8, 16}, {10, 16, 16}, {16, 16, 16}, {1, 0, 8},  {4, 0, 8},
+        {9, 0, 16},  {10, 12, 16}, {8, 12, 8},  {12, 24, 16}, {8, 24, 8},   {16, 32, 16}, {3, -5, 8},
+    };
+    for (const auto &r : rows) {
+        VideoProps p = record(352, 288, YUV_p420, r.bits);
+        p.containerBits = r.container;
+        EXPECT_TRUE(isPlayable(validateProps(p))) << r.bits << "/" << r.container;
+        EXPECT_EQ(p.containerBits, r.want) << r.bits << "/" << r.container;
+        EXPECT_EQ(p.frameBytes, 152064u * uint32_t(r.want / 8)) << r.bits << "/" << r.container;
+    }
+}
+
+TEST(Validation, AbsurdDepthsAndRatesNeverOverflow)
+{
+    // Depths from a side file, a header or a stored record can be anything a 32-bit field holds.
+    for (const int32_t bits : {17, 24, 1 << 30, INT32_MAX}) {
+        VideoProps p = record(352, 288, YUV_p420, bits);
+        p.containerBits = 0;
+        EXPECT_FALSE(isPlayable(validateProps(p))) << bits;
+        EXPECT_EQ(p.bitDepth, bits);
+        EXPECT_EQ(p.containerBits, 0) << "no container is made up for a depth nobody reads";
+    }
+    VideoProps low = record(352, 288, YUV_p420, INT32_MIN);
+    EXPECT_TRUE(isPlayable(validateProps(low)));
+    EXPECT_EQ(low.bitDepth, 8) << "a negative depth is a depth not given";
+
+    const struct {
+        double in, out;
+        bool given;
+    } rates[] = {
+        {1e11, kMaxFrameRate, true},
+        {std::numeric_limits<double>::infinity(), kMaxFrameRate, true},
+        {-std::numeric_limits<double>::infinity(), 25.0, false},
+        {std::numeric_limits<double>::quiet_NaN(), 25.0, false},
+        {kMaxFrameRate, kMaxFrameRate, true},
+        {29.97, 29.97, true},
+    };
+    for (const auto &r : rates) {
+        VideoProps p = record(352, 288, YUV_p420, 8, r.in);
+        const uint32_t mask = validateProps(p);
+        EXPECT_EQ(p.frameRate, r.out) << r.in;
+        EXPECT_EQ(bool(mask & kRateGiven), r.given) << r.in;
+    }
+}
 
 TEST(Validation, NormalisesRateDepthAndContainer)
 {

@@ -1,4 +1,5 @@
 #include "LoaderTestSupport.h"
+#include "formats/Validation.h"
 
 #include <QPointer>
 #include <QThread>
@@ -561,4 +562,42 @@ TEST_F(Loader, QuitWhileStandardInputStallsMidFrame)
 }
 #endif
 
+} // namespace
+
+namespace {
+// A record whose container is not 8 or 16 (a hand-edited or older stored record, a side file) used to
+// size the buffers for one byte a sample while the difference walked two: every source's record is now
+// brought to a container that holds its depth before a buffer is made.
+TEST_F(Loader, OddContainersAreNormalisedBeforeBuffersAreMade)
+{
+    const struct {
+        int32_t bits, container, want;
+    } rows[] = {{10, 12, 16}, {12, 24, 16}, {8, 12, 8}, {9, 0, 16}, {8, 16, 16}, {10, 8, 16}};
+    for (const auto &r : rows) {
+        SCOPED_TRACE(testing::Message() << r.bits << " bits in " << r.container);
+        const QString a = dir.write(QStringLiteral("a%1_%2.bw").arg(r.bits).arg(r.container), markedFrames(0, 8));
+        const QString b = dir.write(QStringLiteral("b%1_%2.bw").arg(r.bits).arg(r.container), markedFrames(3, 8));
+        KavriLoader *l = KavriLoader::create(a, b, options());
+        ASSERT_NE(l, nullptr);
+        VideoProps &p = l->pendingProps();
+        p.width = 8;
+        p.height = 8; // 64 samples: 64 or 128 bytes a frame, inside the 256-byte frames of the files
+        p.format = BW;
+        p.bitDepth = r.bits;
+        p.containerBits = r.container;
+        p.frameRate = 1000.0;
+        ASSERT_TRUE(kavri::isPlayable(l->validate()));
+        EXPECT_EQ(l->pendingProps().containerBits, r.want);
+        TestOwner local;
+        local.loader = l;
+        l->attach(&local, &local);
+        ASSERT_TRUE(local.waitUntil([&] { return local.initializedCount() >= 1; }, kWaitMs));
+        EXPECT_GE(l->frameBufferSize(), uint32_t(64 * r.want / 8));
+        emit local.seek(1, false, false);
+        ASSERT_TRUE(local.waitForFrames(1, kWaitMs));
+        const frame_t f = local.lastFrame();
+        EXPECT_TRUE(std::isfinite(f.mse[0]) && f.mse[0] > 0);
+        EXPECT_TRUE(returnsWithin([l] { l->detach(); }));
+    }
+}
 } // namespace
