@@ -84,7 +84,7 @@ bool openSequence(const ParsedArgs &args, const QString &file, const QString &di
     applyFormatOptions(args, scratch);
     if (!probe(file, error)) return false;
     if (!diff.isEmpty() && !probe(diff, error)) return false;
-    ResolvedFormat r = resolveFormat(file, !args.has("--no-remembered"));
+    ResolvedFormat r = resolvePair(file, diff, !args.has("--no-remembered"));
     out.props = r.props;
     out.source = r.source;
     applyFormatOptions(args, out.props);

@@ -2,6 +2,7 @@
 
 #include "formats/FormatDetector.h"
 #include "formats/RememberedFormats.h"
+#include "formats/Validation.h"
 
 namespace kavri {
 
@@ -27,6 +28,24 @@ ResolvedFormat resolveFormat(const QString &path, bool useRemembered)
     r.props = detector.detect(path);
     r.source = detector.sourceName();
     return r;
+}
+
+ResolvedFormat resolvePair(const QString &path, const QString &diffPath, bool useRemembered)
+{
+    ResolvedFormat found = resolveFormat(path, useRemembered);
+    if (diffPath.isEmpty() || path == QLatin1String("-")) return found;
+    // Validation measures the files, so it is tried on copies that name both paths.
+    VideoProps trial = found.props;
+    trial.fileName = path;
+    trial.diffFileName = diffPath;
+    if (isPlayable(validateProps(trial))) return found;
+    ResolvedFormat other = resolveFormat(diffPath, false);
+    trial = other.props;
+    trial.fileName = path;
+    trial.diffFileName = diffPath;
+    if (!isPlayable(validateProps(trial))) return found;
+    other.props.fileName = path;
+    return other;
 }
 
 } // namespace kavri

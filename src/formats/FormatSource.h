@@ -15,4 +15,9 @@ struct ResolvedFormat {
 // detect and starts from the defaults.
 ResolvedFormat resolveFormat(const QString &path, bool useRemembered);
 
+// The record a sequence opens with: `path`'s own, or, when that is not playable and a difference file is
+// given, the difference file's (it may carry the header or the telling name the main file lacks). The
+// player, the loader and every kavri-cli command start from this one record before applying overrides.
+ResolvedFormat resolvePair(const QString &path, const QString &diffPath, bool useRemembered);
+
 } // namespace kavri

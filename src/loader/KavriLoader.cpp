@@ -76,25 +76,10 @@ KavriLoader::KavriLoader(const QString &path, const QString &diffPath, const Opt
     m_main = FrameStream::openFile(m_path);
     if (m_hasDiff) m_diffStream = FrameStream::openFile(m_diffPath);
 
-    kavri::ResolvedFormat found = kavri::resolveFormat(m_path, options.useRemembered);
+    kavri::ResolvedFormat found = kavri::resolvePair(m_path, m_hasDiff ? m_diffPath : QString(), options.useRemembered);
     m_pending = found.props;
     m_formatSource = found.source;
     validate();
-    if (m_hasDiff && !kavri::isPlayable(m_mask)) {
-        // The difference file may carry the description the main file lacks (a header or a telling name).
-        const VideoProps kept = m_pending;
-        const uint32_t keptMask = m_mask;
-        const QString keptSource = m_formatSource;
-        kavri::ResolvedFormat other = kavri::resolveFormat(m_diffPath, false);
-        m_pending = other.props;
-        m_formatSource = other.source;
-        validate();
-        if (!kavri::isPlayable(m_mask)) {
-            m_pending = kept;
-            m_mask = keptMask;
-            m_formatSource = keptSource;
-        }
-    }
 }
 
 KavriLoader::~KavriLoader() = default;

@@ -83,6 +83,24 @@ TEST(CliInfo, DiffKeepsTheSmallerCount)
     EXPECT_EQ(r.json()["frame_count"].toInt(), 3);
 }
 
+TEST(CliInfo, DiffFileDescribesAPlainMainFile)
+{
+    // The main file says nothing of its format; the difference file's name does, so the pair opens with
+    // that description, as the player and bench open it.
+    test::TempDir dir;
+    const QString b = dir.writeSized("b_64x48.yuv", 4608 * 3);
+    const QString plain = dir.writeSized("plain.raw", 4608 * 5);
+    const auto r = runCli({"info", "--diff", b, plain});
+    ASSERT_EQ(r.rc, 0) << r.err.toStdString();
+    const QJsonObject j = r.json();
+    EXPECT_TRUE(j["playable"].toBool()) << r.err.toStdString();
+    EXPECT_FALSE(r.err.contains("not playable")) << r.err.toStdString();
+    EXPECT_EQ(j["file"].toString(), plain);
+    EXPECT_EQ(j["width"].toInt(), 64);
+    EXPECT_EQ(j["height"].toInt(), 48);
+    EXPECT_EQ(j["frame_count"].toInt(), 3);
+}
+
 TEST(CliInfo, StandardInputHasNoFrameCount)
 {
     const auto r = runCli({"info", "-w", "352", "-h", "288", "-"});
