@@ -4,6 +4,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
+#include <cerrno>
+#include <cstring>
 #include <memory>
 
 #ifdef Q_OS_UNIX
@@ -54,6 +56,32 @@ bool isSameFile(const QString &a, const QString &b)
 #endif
 }
 
+namespace {
+
+// True when something exists at `path` that is not a regular file once symlinks are followed: a FIFO,
+// a device node, a socket. Writing "over" one would replace it with a plain file (or write into a device).
+bool isSpecialFile(const QString &path)
+{
+#if defined(Q_OS_UNIX)
+    struct stat st {};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0) return false;
+    return !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode);
+#else
+    const QFileInfo fi(path);
+    return fi.exists() && !fi.isFile() && !fi.isDir();
+#endif
+}
+
+// The system's own words for a failed write (say "No space left on device"): QSaveFile reports a write
+// that fails while its buffer is flushed only as "Unknown error".
+QString writeFailure(const QFileDevice &f, int savedErrno)
+{
+    if (savedErrno != 0) return QString::fromLocal8Bit(std::strerror(savedErrno));
+    return f.errorString();
+}
+
+} // namespace
+
 QString checkOutput(const QString &input, const QString &output, bool overwrite)
 {
     if (output.isEmpty()) return QStringLiteral("no output file given");
@@ -61,6 +89,8 @@ QString checkOutput(const QString &input, const QString &output, bool overwrite)
         return QStringLiteral("'%1' is the input file itself; choose another output").arg(shown(output));
     const QFileInfo out(output);
     if (out.isDir()) return QStringLiteral("'%1' is a folder").arg(shown(output));
+    if (isSpecialFile(output))
+        return QStringLiteral("'%1' is not a regular file (a pipe or a device); it is never replaced").arg(shown(output));
     if (anythingAt(output) && !overwrite)
         return QStringLiteral("'%1' exists already; it is not overwritten").arg(shown(output));
     if (!QFileInfo(out.absolutePath()).isDir())
@@ -137,8 +167,9 @@ CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress)
                               .arg(shown(job.input))
                               .arg(k));
         }
+        errno = 0;
         if (out.write(buffer.get(), job.frameBytes) != qint64(job.frameBytes)) {
-            const QString why = out.errorString();
+            const QString why = writeFailure(out, errno);
             out.cancelWriting();
             return failed(QStringLiteral("writing '%1' failed: %2").arg(shown(job.output), why));
         }
@@ -152,7 +183,16 @@ CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress)
         out.cancelWriting();
         return failed(QStringLiteral("'%1' exists already; it is not overwritten").arg(shown(job.output)));
     }
-    if (!out.commit()) return failed(QStringLiteral("writing '%1' failed: %2").arg(shown(job.output), out.errorString()));
+    if (isSpecialFile(job.output)) {
+        out.cancelWriting();
+        return failed(QStringLiteral("'%1' is not a regular file (a pipe or a device); it is never replaced")
+                          .arg(shown(job.output)));
+    }
+    errno = 0;
+    if (!out.commit()) {
+        const int err = errno;
+        return failed(QStringLiteral("writing '%1' failed: %2").arg(shown(job.output), writeFailure(out, err)));
+    }
     r.ok = true;
     return r;
 }

@@ -11,10 +11,13 @@
 #include <QSignalSpy>
 #include <QThreadPool>
 #include <gtest/gtest.h>
+#include <cerrno>
+#include <cstring>
 
 #ifdef Q_OS_UNIX
 #include <csignal>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -234,9 +237,38 @@ TEST(NothingLost, WriteFailingPartWayLeavesNoOutput)
     ::setrlimit(RLIMIT_FSIZE, &old);
     std::signal(SIGXFSZ, previous);
     EXPECT_FALSE(r.ok);
-    EXPECT_FALSE(r.error.isEmpty());
+    // The system's words for the failing write, not the toolkit's "Unknown error" (a full disk reads
+    // "No space left on device" the same way).
+    EXPECT_TRUE(r.error.contains(QString::fromLocal8Bit(std::strerror(EFBIG)))) << r.error.toStdString();
+    EXPECT_FALSE(r.error.contains("Unknown error")) << r.error.toStdString();
     EXPECT_EQ(readAll(out), QByteArray("old")) << "the file under the output name is untouched";
     EXPECT_EQ(entries(dir.dir()), (QStringList{"in.yuv", "out.yuv"})) << "no temporary left";
+}
+#endif
+
+#ifdef Q_OS_UNIX
+TEST(NothingLost, PipesAndDevicesAreNeverReplaced)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(0, 2, 16));
+    const QString fifo = dir.path("pipe.yuv");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    const QString link = dir.path("link-to-null.yuv");
+    ASSERT_TRUE(QFile::link(QStringLiteral("/dev/null"), link));
+    for (const QString &target : {fifo, QStringLiteral("/dev/null"), link}) {
+        for (bool force : {false, true}) {
+            SCOPED_TRACE(target.toStdString() + (force ? " with force" : ""));
+            EXPECT_TRUE(checkOutput(in, target, force).contains("not a regular file"));
+            CopyJob j = job(in, target, 16, 0, 0, 1);
+            j.overwrite = force;
+            const CopyResult r = copyFrames(j); // refused before anything is opened, so the FIFO never blocks
+            EXPECT_FALSE(r.ok);
+            EXPECT_TRUE(r.error.contains("not a regular file")) << r.error.toStdString();
+        }
+    }
+    QFileInfo fi(fifo);
+    EXPECT_FALSE(fi.isFile()) << "the FIFO is still a FIFO";
+    EXPECT_EQ(entries(dir.dir()), (QStringList{"in.yuv", "link-to-null.yuv", "pipe.yuv"})) << "no temporary left";
 }
 #endif
 
