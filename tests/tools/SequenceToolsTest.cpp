@@ -249,13 +249,32 @@ TEST(NothingLost, WriteFailingPartWayLeavesNoOutput)
 #ifdef Q_OS_UNIX
 TEST(NothingLost, PipesAndDevicesAreNeverReplaced)
 {
+    // Only what this machine really has is tried: a build chroot may lack FIFO support in its temporary
+    // folder, or hold /dev/null as a plain file (a redirect there before /dev was mounted makes one).
+    auto special = [](const QString &path) {
+        struct stat st {};
+        return ::stat(QFile::encodeName(path).constData(), &st) == 0 && !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode);
+    };
     TempDir dir;
     const QString in = dir.write("in.yuv", sequenceBytes(0, 2, 16));
+    QStringList targets;
+    QStringList expected{"in.yuv"};
     const QString fifo = dir.path("pipe.yuv");
-    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
-    const QString link = dir.path("link-to-null.yuv");
-    ASSERT_TRUE(QFile::link(QStringLiteral("/dev/null"), link));
-    for (const QString &target : {fifo, QStringLiteral("/dev/null"), link}) {
+    if (::mkfifo(QFile::encodeName(fifo).constData(), 0600) == 0) {
+        targets << fifo;
+        expected << "pipe.yuv";
+    }
+    if (special(QStringLiteral("/dev/null"))) {
+        targets << QStringLiteral("/dev/null");
+        const QString link = dir.path("link-to-null.yuv");
+        if (QFile::link(QStringLiteral("/dev/null"), link)) {
+            targets << link;
+            expected << "link-to-null.yuv";
+        }
+    }
+    if (targets.isEmpty()) GTEST_SKIP() << "this machine offers neither a FIFO nor a device node to try";
+    expected.sort();
+    for (const QString &target : std::as_const(targets)) {
         for (bool force : {false, true}) {
             SCOPED_TRACE(target.toStdString() + (force ? " with force" : ""));
             EXPECT_TRUE(checkOutput(in, target, force).contains("not a regular file"));
@@ -266,9 +285,8 @@ TEST(NothingLost, PipesAndDevicesAreNeverReplaced)
             EXPECT_TRUE(r.error.contains("not a regular file")) << r.error.toStdString();
         }
     }
-    QFileInfo fi(fifo);
-    EXPECT_FALSE(fi.isFile()) << "the FIFO is still a FIFO";
-    EXPECT_EQ(entries(dir.dir()), (QStringList{"in.yuv", "link-to-null.yuv", "pipe.yuv"})) << "no temporary left";
+    if (targets.contains(fifo)) EXPECT_FALSE(QFileInfo(fifo).isFile()) << "the FIFO is still a FIFO";
+    EXPECT_EQ(entries(dir.dir()), expected) << "no temporary left";
 }
 #endif
 
