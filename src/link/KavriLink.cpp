@@ -44,10 +44,18 @@ KavriReceive *KavriReceive::start(const QString &name, LinkTiming timing)
 
 void KavriReceive::run()
 {
-    std::unique_ptr<LinkQueue> queue = LinkQueue::open(m_name);
+    QString error;
+    std::unique_ptr<LinkQueue> queue = LinkQueue::open(m_name, &error);
+    if (!queue) {
+        // Not ours to remove: the queue may belong to another user or another program.
+        emit link_failed(error);
+        emit receiver_quit(m_name);
+        emit finished();
+        return;
+    }
     QElapsedTimer silence;
     silence.start();
-    bool partnerGone = !queue;
+    bool partnerGone = false;
     while (!m_stop && !partnerGone) {
         Message m{};
         const LinkQueue::Result r = queue->receive(m, m_timing.receiveSliceMs);

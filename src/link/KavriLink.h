@@ -57,6 +57,8 @@ signals:
     void remote_stop();
     void remote_reload();
     void receiver_quit(QString name);
+    // The queue could not be opened (another owner's, another geometry, a name the system refuses).
+    void link_failed(QString reason);
 
 public slots:
     void run();

@@ -469,6 +469,14 @@ void frame::oon_play_pause()
     else
         emit pause();
     sendToPartner(m_playing ? kavri::link::Command::Play : kavri::link::Command::Pause);
+    if (!m_playing && isLinked() && !m_loader->isStdin()) {
+        // The partner may have shown one frame more or less when the pause reaches it. Once our loader
+        // has taken the pause (a synchronous post: no frame is delivered after it) the frame on screen is
+        // final, and a seek to it puts both players on the same frame. An older partner that ignores the
+        // seek simply stays where it paused.
+        m_loader->postCommand(KavriLoader::kCmdPause, 0);
+        sendToPartner(kavri::link::Command::Seek, uint32_t(m_currentFrame.load()));
+    }
     updatePlayIcon();
 }
 
@@ -940,7 +948,10 @@ void frame::startLink(const QString &name, bool initiator)
     const QString out = initiator ? name : kavri::link::backChannel(name);
     const QString in = initiator ? kavri::link::backChannel(name) : name;
     auto sender = std::make_unique<KavriLinkSender>(out);
-    if (!sender->isOpen()) return;
+    if (!sender->isOpen()) {
+        oon_link_failed(sender->error());
+        return;
+    }
     m_sender = std::move(sender);
     listenTo(in);
 }
@@ -955,6 +966,7 @@ void frame::listenTo(const QString &queue)
     connect(r, &KavriReceive::remote_reload, this, &frame::remote_reload);
     connect(r, &KavriReceive::remote_seek, this, &frame::remote_seek);
     connect(r, &KavriReceive::receiver_quit, this, &frame::receiver_quit);
+    connect(r, &KavriReceive::link_failed, this, &frame::oon_link_failed);
     m_link->setLinked(true);
 }
 
@@ -975,7 +987,11 @@ QByteArray frame::linkDragPayload()
 {
     m_pendingLink = kavri::link::newLinkName();
     m_sender = std::make_unique<KavriLinkSender>(m_pendingLink);
-    if (!m_sender->isOpen()) m_sender.reset();
+    if (!m_sender->isOpen()) {
+        const QString why = m_sender->error();
+        m_sender.reset();
+        oon_link_failed(why);
+    }
     return m_pendingLink.toLatin1();
 }
 
@@ -989,6 +1005,12 @@ void frame::linkDragFailed()
 {
     m_sender.reset();
     m_link->setLinked(false);
+}
+
+void frame::oon_link_failed(const QString &reason)
+{
+    endLink();
+    warn(this, QStringLiteral("The players could not be linked."), reason);
 }
 
 void frame::oon_link()

@@ -108,6 +108,7 @@ public slots:
     void remote_pause();
     void remote_stop();
     void remote_reload();
+    void oon_link_failed(const QString &reason);
     void receiver_quit(QString name);
 
     void oon_open();

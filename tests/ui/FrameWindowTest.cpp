@@ -11,6 +11,7 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTimer>
+#include <QMessageBox>
 #include <QStatusBar>
 #include <QApplication>
 #include <gtest/gtest.h>
@@ -358,6 +359,36 @@ TEST(FrameWindow, DialogsDuringPlaybackLeaveThePlayStateTrue)
         w.action("actionPlay")->trigger();
         QTRY_VERIFY_WITH_TIMEOUT(!w.loader()->isPlaying(), 20000);
     }
+    kavri::forgetRemembered(c.file);
+}
+} // namespace
+
+namespace {
+// A link that cannot be made says why instead of leaving the player silently unlinked.
+TEST(FrameWindow, LinkThatCannotBeMadeSaysWhy)
+{
+    kavri::test::TempDir dir;
+    KavriStartupConfig c;
+    c.file = dir.writeSized("l.yuv", 4608 * 2);
+    c.width = 64;
+    c.height = 48;
+    c.format = YUV_p420;
+    c.link = QStringLiteral("no/such/queue"); // a name the system refuses for a queue
+    QString text, detail;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        if (!box) return;
+        text = box->text();
+        detail = box->informativeText();
+        box->accept();
+    });
+    poll.start(10);
+    frame w(&c);
+    QTRY_VERIFY_WITH_TIMEOUT(!text.isEmpty(), 20000);
+    EXPECT_EQ(text, QStringLiteral("The players could not be linked."));
+    EXPECT_TRUE(detail.contains(QStringLiteral("no/such/queue"))) << detail.toStdString();
+    EXPECT_FALSE(w.isLinked());
     kavri::forgetRemembered(c.file);
 }
 } // namespace

@@ -1,4 +1,5 @@
 #include "link/LinkProtocol.h"
+#include "loader/KavriLoader.h"
 #include "support/TempFiles.h"
 #include "ui/frame.h"
 
@@ -53,6 +54,40 @@ TEST(LinkedWindows, SeekPlayAndQuitCrossWithoutEcho)
     wa.action("actionPlay")->trigger();
     QTRY_VERIFY_WITH_TIMEOUT(!wb.isPlaying(), kWaitMs);
 
+    wa.endLink();
+    QTRY_VERIFY_WITH_TIMEOUT(!wb.isLinked(), kWaitMs);
+}
+
+// After a pause both players stand on the same frame, whichever frame each had reached when "paus"
+// arrived: the pausing side follows it with a seek to the frame it shows.
+TEST(LinkedWindows, PausedPlayersStandOnTheSameFrame)
+{
+    kavri::test::TempDir dir;
+    const QString a = dir.writeSized("pa.yuv", 4608 * 2000);
+    const QString b = dir.writeSized("pb.yuv", 4608 * 2000);
+    KavriStartupConfig ca = cif(a), cb = cif(b);
+    for (KavriStartupConfig *c : {&ca, &cb}) {
+        c->width = 64;
+        c->height = 48;
+        c->rate = 200; // fast, so the players are often a frame apart when the pause arrives
+    }
+    frame wa(&ca), wb(&cb);
+    QTRY_VERIFY_WITH_TIMEOUT(wa.loader() && wb.loader() && wa.loader()->isInitialized() &&
+                                 wb.loader()->isInitialized(),
+                             kWaitMs);
+    const QString name = kavri::link::newLinkName();
+    wa.startLink(name, true);
+    wb.startLink(name, false);
+    ASSERT_TRUE(wa.isLinked() && wb.isLinked());
+    for (int round = 0; round < 5; ++round) {
+        SCOPED_TRACE(round);
+        wa.action("actionPlay")->trigger();
+        QTRY_VERIFY_WITH_TIMEOUT(wb.loader()->isPlaying(), kWaitMs);
+        QTest::qWait(37 + 11 * round); // let both run a while, pausing at varied moments
+        wa.action("actionPlay")->trigger();
+        QTRY_VERIFY_WITH_TIMEOUT(!wb.loader()->isPlaying() && !wa.loader()->isPlaying(), kWaitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(wb.currentFrame(), wa.currentFrame(), kWaitMs);
+    }
     wa.endLink();
     QTRY_VERIFY_WITH_TIMEOUT(!wb.isLinked(), kWaitMs);
 }
