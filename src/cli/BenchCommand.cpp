@@ -38,7 +38,7 @@ int runBench(Context &ctx)
     emit sink.play();
     const bool ok = session.waitWhileProgressing(
         [&] { return (target != 0 && sink.framesDelivered() >= target) || sink.stoppedCount() > 0; }, kIdleLimitMs);
-    if (!ok) return ctx.fail(QStringLiteral("no frame arrived for %1 s").arg(kIdleLimitMs / 1000));
+    if (!ok) return ctx.fail(session.stallReason(kIdleLimitMs));
 
     uint64_t frames = sink.framesDelivered();
     auto end = sink.lastArrival();

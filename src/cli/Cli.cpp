@@ -3,6 +3,8 @@
 #include "cli/Commands.h"
 #include "kavri_config.h"
 
+#include <new>
+
 namespace kavri::cli {
 
 int Context::fail(const QString &message)
@@ -88,6 +90,12 @@ int runCli(const QStringList &args, QTextStream &out, QTextStream &err)
         const int rc = cmd->run(ctx);
         out.flush();
         return rc;
+    } catch (const std::bad_alloc &) {
+        // Frame-sized allocations say which frame was too large where they happen; this is the last
+        // resort for any other, so that the answer is still a message and exit status 1, never an abort.
+        out.flush();
+        err << "kavri-cli: " << name << ": not enough memory" << Qt::endl;
+        return kExitFailure;
     } catch (const UsageError &e) {
         err << "kavri-cli " << name << ": " << QString::fromStdString(e.what()) << " (see kavri-cli " << name
             << " --help)" << Qt::endl;

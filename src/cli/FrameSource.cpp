@@ -1,6 +1,9 @@
 #include "cli/FrameSource.h"
 
+#include "formats/FrameSize.h"
+
 #include <QFile>
+#include <new>
 
 namespace kavri::cli {
 
@@ -47,7 +50,15 @@ bool openFrameSource(const ParsedArgs &args, const QString &file, const QString 
         error = QStringLiteral("cannot read '%1'").arg(src.first ? diff : file);
         return false;
     }
-    src.pipeline.setup(src.seq.props, !diff.isEmpty());
+    try {
+        src.pipeline.setup(src.seq.props, !diff.isEmpty());
+    } catch (const std::bad_alloc &) {
+        const VideoProps &p = src.seq.props;
+        error = QStringLiteral("'%1' cannot be read: %2")
+                    .arg(file, notEnoughMemoryText(p.width, p.height,
+                                                   allocationSize(p.format, p.containerBits, p.width, p.height)));
+        return false;
+    }
     return true;
 }
 

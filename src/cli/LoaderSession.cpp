@@ -50,13 +50,21 @@ bool LoaderSession::waitWhileProgressing(const std::function<bool()> &done, int 
     uint64_t seen = m_sink.framesDelivered();
     int idle = 0;
     constexpr int kSliceMs = 250;
-    while (!m_sink.waitUntil(done, kSliceMs)) {
+    const auto doneOrFailed = [&] { return !m_sink.failure().isEmpty() || done(); };
+    while (!m_sink.waitUntil(doneOrFailed, kSliceMs)) {
         const uint64_t now = m_sink.framesDelivered();
         idle = now == seen ? idle + kSliceMs : 0;
         seen = now;
         if (idle >= idleMs) return false;
     }
-    return true;
+    return m_sink.failure().isEmpty();
+}
+
+QString LoaderSession::stallReason(int idleMs) const
+{
+    const QString failure = m_sink.failure();
+    if (!failure.isEmpty()) return failure;
+    return QStringLiteral("no frame arrived for %1 s").arg(idleMs / 1000);
 }
 
 } // namespace kavri::cli

@@ -19,8 +19,11 @@ public:
     // rate when `rate` > 0, validates and attaches the sink. False with a one-line message otherwise.
     bool open(const ParsedArgs &args, const QString &file, const QString &diff, double rate, QString &error);
 
-    // Waits until `done` holds; false when no frame has arrived for `idleMs` (a stalled source).
+    // Waits until `done` holds; false when no frame has arrived for `idleMs` (a stalled source) or the
+    // loader could not show a frame.
     bool waitWhileProgressing(const std::function<bool()> &done, int idleMs);
+    // Why waitWhileProgressing gave up, as a message.
+    QString stallReason(int idleMs) const;
 
     KavriLoader *loader() const { return m_loader; }
     HeadlessFrameSink &sink() { return m_sink; }

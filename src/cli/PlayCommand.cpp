@@ -35,7 +35,7 @@ int runPlay(Context &ctx)
     emit sink.play();
     const bool ok = session.waitWhileProgressing(
         [&] { return sink.framesDelivered() >= limit || sink.stoppedCount() > 0; }, kIdleLimitMs);
-    if (!ok) return ctx.fail(QStringLiteral("no frame arrived for %1 s").arg(kIdleLimitMs / 1000));
+    if (!ok) return ctx.fail(session.stallReason(kIdleLimitMs));
 
     std::vector<HeadlessFrameSink::Delivery> d = sink.deliveries();
     if (d.size() > limit) d.resize(size_t(limit));

@@ -5,7 +5,7 @@
 
 #include <QImage>
 #include <QSaveFile>
-#include <vector>
+#include <algorithm>
 
 namespace kavri::cli {
 
@@ -28,11 +28,21 @@ int runRender(Context &ctx)
     if (!readFrame(src, index, error)) return ctx.fail(error);
 
     const VideoProps &p = src.pipeline.props();
+    // The picture comes from the same allocator as the frame buffers, so a picture too large for memory
+    // is refused with a message rather than promised and then killed for.
+    const uint64_t pictureBytes = uint64_t(p.width) * uint64_t(p.height) * 4;
+    AlignedBuffer rgb;
+    try {
+        rgb = allocateAligned(size_t(pictureBytes));
+    } catch (const std::bad_alloc &) {
+        return ctx.fail(QStringLiteral("frame %1 cannot be shown: %2")
+                            .arg(index)
+                            .arg(notEnoughMemoryText(p.width, p.height, pictureBytes)));
+    }
     // The converter leaves the fourth byte alone; starting from opaque black keeps the image well formed.
-    std::vector<uint32_t> rgb(size_t(p.width) * size_t(p.height), 0xff000000u);
-    src.pipeline.show(view, reinterpret_cast<uint8_t *>(rgb.data()));
-    const QImage image(reinterpret_cast<const uchar *>(rgb.data()), p.width, p.height, qsizetype(p.width) * 4,
-                       QImage::Format_RGB32);
+    std::fill_n(reinterpret_cast<uint32_t *>(rgb.get()), size_t(p.width) * size_t(p.height), 0xff000000u);
+    src.pipeline.show(view, rgb.get());
+    const QImage image(rgb.get(), p.width, p.height, qsizetype(p.width) * 4, QImage::Format_RGB32);
     QSaveFile f(out);
     if (!f.open(QIODevice::WriteOnly) || !image.save(&f, "PNG") || !f.commit())
         return ctx.fail(QStringLiteral("cannot write '%1': %2").arg(out, f.errorString()));

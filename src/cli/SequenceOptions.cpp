@@ -1,6 +1,7 @@
 #include "cli/SequenceOptions.h"
 
 #include "formats/FormatNames.h"
+#include "formats/FrameSize.h"
 #include "formats/FormatSource.h"
 #include "formats/Validation.h"
 
@@ -106,6 +107,7 @@ QString unplayableReason(const VideoProps &p, uint32_t mask)
             .arg(p.height)
             .arg(shortName(p.format))
             .arg(p.containerBits);
+    if (!displayPictureFits(p.width, p.height)) return pictureTooWideText(p.width, p.height);
     return QStringLiteral("the file holds no whole frame of %1 bytes after a %2-byte header")
         .arg(p.frameBytes)
         .arg(p.headerBytes);

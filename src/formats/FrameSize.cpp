@@ -1,6 +1,7 @@
 #include "formats/FrameSize.h"
 
 #include <QFile>
+#include <cstddef>
 #include <limits>
 
 namespace kavri {
@@ -122,6 +123,21 @@ uint64_t frameCountOfPair(const QString &path, const QString &diffPath, uint32_t
     }
     if (fileSize) *fileSize = size;
     return count;
+}
+
+bool displayPictureFits(int32_t width, int32_t height)
+{
+    if (width <= 0 || height <= 0 || width > kMaxPictureWidth) return false;
+    const uint64_t bytes = uint64_t(width) * uint64_t(height) * 4;
+    return bytes <= uint64_t(std::numeric_limits<std::ptrdiff_t>::max());
+}
+
+QString pictureTooWideText(int32_t width, int32_t height)
+{
+    return QStringLiteral("a %1x%2 picture cannot be displayed (at most %3 pixels a row)")
+        .arg(width)
+        .arg(height)
+        .arg(kMaxPictureWidth);
 }
 
 } // namespace kavri

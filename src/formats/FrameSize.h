@@ -18,6 +18,16 @@ uint32_t frameBytes(int32_t format, int32_t containerBits, int32_t width, int32_
 // 0 in the same cases as frameBytes.
 uint32_t allocationSize(int32_t format, int32_t containerBits, int32_t width, int32_t height);
 
+// The widest picture whose display row (four bytes a pixel) an image can address with an int, as the
+// drawing code does: far beyond any real sequence, but a side file can claim anything.
+constexpr int32_t kMaxPictureWidth = (INT32_MAX - 31) / 32;
+
+// Whether the display picture of a width x height frame can be addressed: a row within
+// kMaxPictureWidth, and the whole picture within what a pointer difference can span.
+bool displayPictureFits(int32_t width, int32_t height);
+// Why a picture that displayPictureFits refuses cannot be shown, in words for a message.
+QString pictureTooWideText(int32_t width, int32_t height);
+
 // Number of whole frames after the header, with the file's size through *fileSize. A file that cannot
 // be opened has size 0; a header at or beyond the end of the file, or frameBytes 0, gives 0 frames.
 uint64_t frameCountOf(const QString &path, uint32_t frameBytes, uint32_t headerBytes, uint64_t *fileSize);

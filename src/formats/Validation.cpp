@@ -35,7 +35,7 @@ uint32_t validateProps(VideoProps &p)
     if (isPlayable(mask)) {
         p.frameBytes = frameBytes(p.format, p.containerBits, p.width, p.height);
         const bool isFile = p.fileName != QLatin1String("-");
-        if (p.frameBytes == 0) {
+        if (p.frameBytes == 0 || !displayPictureFits(p.width, p.height)) {
             mask &= ~uint32_t(kFormatKnown);
         } else if (isFile) {
             uint64_t size = 0;

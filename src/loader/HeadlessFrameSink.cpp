@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <new>
 
 HeadlessFrameSink::HeadlessFrameSink(QObject *parent) : QObject(parent) {}
 HeadlessFrameSink::~HeadlessFrameSink() = default;
@@ -54,7 +55,12 @@ void HeadlessFrameSink::get_buffer(uint8_t **pp_frame, QSize size, void *)
     if (size != m_size) {
         // Only a new frame size allocates; every frame of one size reuses the same image.
         m_size = size;
-        m_image = kavri::allocateAligned(size_t(qMax(0, size.width())) * size_t(qMax(0, size.height())) * 4);
+        m_image.reset();
+        try {
+            m_image = kavri::allocateAligned(size_t(qMax(0, size.width())) * size_t(qMax(0, size.height())) * 4);
+        } catch (const std::bad_alloc &) {
+            m_size = QSize(); // tried again with the next frame; the loader reports the null buffer
+        }
     }
     *pp_frame = m_image.get();
 }
@@ -85,6 +91,19 @@ void HeadlessFrameSink::oon_load_init()
     m_initialized.fetch_add(1);
     QMutexLocker lock(&m_mutex);
     m_changed.wakeAll();
+}
+
+void HeadlessFrameSink::oon_cannot_show(const QString &reason)
+{
+    QMutexLocker lock(&m_mutex);
+    m_failure = reason;
+    m_changed.wakeAll();
+}
+
+QString HeadlessFrameSink::failure() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_failure;
 }
 
 void HeadlessFrameSink::oon_stopped()

@@ -45,6 +45,8 @@ public:
     // Arrival of the most recent frame.
     Clock::time_point lastArrival() const;
     QSize bufferSize() const;
+    // Why the loader could not show a frame (empty while it could).
+    QString failure() const;
 
     // Waits until `done` holds, handling this thread's events meanwhile (initialized() and stopped()
     // arrive queued). False after `timeoutMs` without it.
@@ -67,12 +69,14 @@ public slots:
     // Called on the sink's own thread.
     void oon_load_init();
     void oon_stopped();
+    void oon_cannot_show(const QString &reason);
 
 private:
     mutable QMutex m_mutex;
     QWaitCondition m_changed;
     kavri::AlignedBuffer m_image; // allocated as the panel allocates its images
     QSize m_size;
+    QString m_failure;
     bool m_recording = false;
     uint64_t m_limit = 0;
     std::vector<Delivery> m_deliveries;

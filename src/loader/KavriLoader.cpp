@@ -10,6 +10,7 @@
 #include <QFile>
 #include <QMetaMethod>
 #include <QThread>
+#include <new>
 #include <QtDebug>
 #include <cmath>
 
@@ -131,6 +132,7 @@ void KavriLoader::attach(QObject *window, QObject *panel)
     link(window, SIGNAL(seek(uint64_t, bool, bool)), this, SLOT(seek(uint64_t, bool, bool)), Qt::DirectConnection);
     link(this, SIGNAL(initialized()), window, SLOT(oon_load_init()), Qt::QueuedConnection);
     link(this, SIGNAL(stopped()), window, SLOT(oon_stopped()), Qt::QueuedConnection);
+    link(this, SIGNAL(cannot_show(QString)), window, SLOT(oon_cannot_show(QString)), Qt::QueuedConnection);
     m_connections.append(connect(this, &KavriLoader::finished, this, &QObject::deleteLater));
     postCommand(kCmdInit, kCmdAsync);
 }
@@ -291,11 +293,22 @@ void KavriLoader::doInit()
         m_active = props;
         m_active.diffFileName = props.diffFileName; // assignment keeps the target's difference name
         for (kavri::AlignedBuffer &b : m_spare) b.reset();
-        m_pipeline.setup(m_active, m_hasDiff);
+        try {
+            m_pipeline.setup(m_active, m_hasDiff);
+        } catch (const std::bad_alloc &) {
+            // The pipeline is left empty: nothing is read or shown until a smaller record comes.
+            m_allocSize = m_frameBytes = 0;
+            m_pictureRefused = false;
+            emit cannot_show(kavri::notEnoughMemoryText(
+                props.width, props.height,
+                kavri::allocationSize(props.format, props.containerBits, props.width, props.height)));
+            return;
+        }
         m_pipeline.setDeinterlace(m_deinterlace.load());
         m_allocSize = m_pipeline.allocationSize();
         m_frameBytes = m_pipeline.frameBytes();
     }
+    m_pictureRefused = false;
     if (!m_isStdin) positionStreams(m_frame.frameIndex);
     m_initialized.store(true);
     m_firstBuffer = true;
@@ -333,6 +346,17 @@ bool KavriLoader::deliverFrame(bool readAhead)
 
     uint8_t *dst = nullptr;
     emit get_buffer(&dst, QSize(m_active.width, m_active.height), m_firstBuffer ? &m_active : nullptr);
+    if (!dst && m_panel) {
+        // The panel could not make a picture of this size: say so once, and stop rather than play on
+        // to a screen that shows nothing.
+        if (!m_pictureRefused) {
+            m_pictureRefused = true;
+            emit cannot_show(kavri::notEnoughMemoryText(m_active.width, m_active.height,
+                                                        uint64_t(m_active.width) * uint64_t(m_active.height) * 4));
+        }
+        if (m_playing.load()) postCommand(kCmdStop, kCmdAsync);
+        return false;
+    }
 
     {
         QMutexLocker view(&m_viewMutex);
@@ -371,8 +395,14 @@ void KavriLoader::startReadAhead()
     // record changes the frame size, and the writer bounds that rate anyway.
     if (!m_options.readAhead || m_isStdin || !m_main || m_frameBytes == 0 || streamsAtEnd()) return;
     if (!m_spare[0]) {
-        m_spare[0] = kavri::allocateAligned(m_allocSize);
-        if (m_hasDiff) m_spare[1] = kavri::allocateAligned(m_allocSize);
+        try {
+            m_spare[0] = kavri::allocateAligned(m_allocSize);
+            if (m_hasDiff) m_spare[1] = kavri::allocateAligned(m_allocSize);
+        } catch (const std::bad_alloc &) {
+            // Reading ahead only saves time: without the memory for it, frames are read when asked for.
+            for (kavri::AlignedBuffer &b : m_spare) b.reset();
+            return;
+        }
     }
     m_readAhead.start(m_main, m_spare[0].get(), m_hasDiff ? m_diffStream : nullptr, m_spare[1].get(), m_frameBytes);
 }

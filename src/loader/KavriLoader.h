@@ -134,6 +134,9 @@ signals:
     void initialized();
     void finished();
     void stopped();
+    // A frame of the active record cannot be shown (its buffers or its picture cannot be had); the
+    // reason is a sentence for the user.
+    void cannot_show(QString reason);
 
 private:
     struct Command {
@@ -176,6 +179,8 @@ private:
     bool m_opened = false;
     bool m_hasDiff = false;
     bool m_firstBuffer = false;
+    // The panel refused a picture of the active size; reported once per record.
+    bool m_pictureRefused = false;
     std::atomic<bool> m_initialized{false};
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_loopDone{false};

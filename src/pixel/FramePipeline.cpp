@@ -3,13 +3,18 @@
 #include "formats/FrameSize.h"
 #include "formats/Validation.h"
 
+#include <atomic>
 #include <cstdlib>
+#include <limits>
 #include <cstring>
 #include <new>
 #include <utility>
 
 #if defined(__linux__)
 #include <sys/mman.h>
+#endif
+#if defined(Q_OS_UNIX) || defined(__unix__) || defined(__APPLE__)
+#include <unistd.h>
 #endif
 
 namespace kavri {
@@ -24,9 +29,42 @@ constexpr size_t kHugePage = size_t(2) << 20;
 
 void FreeAligned::operator()(uint8_t *p) const { std::free(p); }
 
+namespace {
+std::atomic<size_t> g_largestAllocation{0};
+
+size_t halfThePhysicalMemory()
+{
+#if defined(_SC_PHYS_PAGES) && defined(_SC_PAGESIZE)
+    const long pages = ::sysconf(_SC_PHYS_PAGES);
+    const long pageSize = ::sysconf(_SC_PAGESIZE);
+    if (pages > 0 && pageSize > 0) return size_t(pages) / 2 * size_t(pageSize);
+#endif
+    return std::numeric_limits<size_t>::max() / 2;
+}
+} // namespace
+
+size_t largestAllocation()
+{
+    const size_t set = g_largestAllocation.load();
+    if (set != 0) return set;
+    static const size_t half = halfThePhysicalMemory();
+    return half;
+}
+
+void setLargestAllocation(size_t bytes) { g_largestAllocation.store(bytes); }
+
+QString notEnoughMemoryText(int32_t width, int32_t height, uint64_t bufferBytes)
+{
+    return QStringLiteral("a %1x%2 frame needs %3 bytes a buffer, more memory than this computer can give it")
+        .arg(width)
+        .arg(height)
+        .arg(bufferBytes);
+}
+
 AlignedBuffer allocateAligned(size_t size)
 {
     if (size == 0) return {};
+    if (size > largestAllocation()) throw std::bad_alloc();
     const size_t align = size >= kHugePage ? kHugePage : kBufferAlignment;
     const size_t rounded = (size + align - 1) / align * align;
     void *p = std::aligned_alloc(align, rounded);
@@ -57,10 +95,16 @@ void FramePipeline::setup(const VideoProps &props, bool withSecond)
     m_allocSize = kavri::allocationSize(m_props.format, m_props.containerBits, m_props.width, m_props.height);
     // The old buffers go first, so a large record never needs both sets at once.
     release();
-    m_buffers[int(Buffer::First)] = allocateAligned(m_allocSize);
-    if (withSecond) {
-        m_buffers[int(Buffer::Second)] = allocateAligned(m_allocSize);
-        m_buffers[int(Buffer::Difference)] = allocateAligned(m_allocSize);
+    try {
+        m_buffers[int(Buffer::First)] = allocateAligned(m_allocSize);
+        if (withSecond) {
+            m_buffers[int(Buffer::Second)] = allocateAligned(m_allocSize);
+            m_buffers[int(Buffer::Difference)] = allocateAligned(m_allocSize);
+        }
+    } catch (const std::bad_alloc &) {
+        release();
+        m_frameBytes = m_allocSize = 0;
+        throw;
     }
     m_shown = Buffer::First;
     m_converter.setDescription(m_props);

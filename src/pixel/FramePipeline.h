@@ -7,6 +7,8 @@
 #include "pixel/ColorConversion.h"
 #include "pixel/DifferencePicture.h"
 
+#include <QString>
+
 #include <cstddef>
 #include <cstdint>
 #include <istream>
@@ -21,8 +23,21 @@ struct FreeAligned {
 };
 using AlignedBuffer = std::unique_ptr<uint8_t[], FreeAligned>;
 // A zeroed buffer of at least `size` bytes (null for 0), so a short first read shows black rather than
-// whatever the heap held.
+// whatever the heap held. Throws std::bad_alloc when the memory is not there or `size` is above
+// largestAllocation().
 AlignedBuffer allocateAligned(size_t size);
+
+// The largest frame-sized buffer allocateAligned hands out: half the physical memory. A frame beyond that
+// cannot be played anyway (a player holds several frame-sized buffers), and where the system promises
+// memory it does not have, asking for it would not fail here but get the process killed later, while
+// the buffer is filled. setLargestAllocation replaces the ceiling (0 restores it), so a test can reach
+// it without the memory.
+size_t largestAllocation();
+void setLargestAllocation(size_t bytes);
+
+// The words for a frame whose buffers could not be had: "a 65535x65535 frame needs 4294836225 bytes a
+// buffer, more memory than this computer can give it".
+QString notEnoughMemoryText(int32_t width, int32_t height, uint64_t bufferBytes);
 
 // Reads frame `index` (frameBytes bytes after headerBytes + index * frameBytes) into `buffer`.
 // Returns the bytes actually read; a short read leaves the rest of the buffer as it was.
@@ -45,7 +60,8 @@ public:
 
     // Sizes the buffers for a validated record (once per record, never per frame) and sets up the
     // converter and, when `withSecond`, the difference picture. The record's interlaced field switches
-    // the deinterlace filter on.
+    // the deinterlace filter on. When the buffers cannot be had it throws std::bad_alloc and leaves the
+    // pipeline empty (no buffers, frame size 0), never half set up.
     void setup(const VideoProps &props, bool withSecond);
     // Frees the buffers; setup builds them again.
     void release();

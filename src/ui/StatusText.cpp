@@ -1,5 +1,7 @@
 #include "ui/StatusText.h"
 
+#include "formats/FrameSize.h"
+
 #include <QFileInfo>
 #include <cmath>
 
@@ -57,6 +59,8 @@ QString viewStatus(const VideoProps &p, int32_t channel, bool hasDifference, int
 
 QString formatProblem(const VideoProps &p)
 {
+    if (p.frameBytes != 0 && p.width > 0 && p.height > 0 && !displayPictureFits(p.width, p.height))
+        return pictureTooWideText(p.width, p.height);
     if (p.fileName == QLatin1String("-") || p.frameBytes == 0 || p.frameCount > 0) return QString();
     const uint64_t after = p.fileSize > p.headerBytes ? p.fileSize - p.headerBytes : 0;
     if (after >= p.frameBytes) return QString();

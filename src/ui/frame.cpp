@@ -448,6 +448,13 @@ void frame::oon_load_init()
         if (view::zoomFactor(st.second) == factor && !action(st.first)->isChecked()) action(st.first)->trigger();
 }
 
+void frame::oon_cannot_show(const QString &reason)
+{
+    m_playing = false;
+    updatePlayIcon();
+    warn(this, QStringLiteral("The frame cannot be shown."), reason);
+}
+
 void frame::oon_stopped()
 {
     m_playing = false;

@@ -82,6 +82,8 @@ public slots:
     void oon_new_frame(frame_t *frame);
     void oon_load_init();
     void oon_stopped();
+    // The loader could not show a frame of the current record (its memory could not be had).
+    void oon_cannot_show(const QString &reason);
 
     void oon_play_pause();
     void oon_stop();

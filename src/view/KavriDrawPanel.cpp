@@ -10,6 +10,7 @@
 #include <QSettings>
 #include <QWheelEvent>
 #include <algorithm>
+#include <new>
 #include <numeric>
 
 using namespace kavri;
@@ -68,12 +69,19 @@ KavriDrawPanel::KavriDrawPanel(QWidget *parent) : QWidget(parent)
 
 KavriDrawPanel::~KavriDrawPanel() = default;
 
+namespace {
+std::unique_ptr<QImage> startupImage()
+{
+    const QImage startup(QStringLiteral(":/frame/startup.png"));
+    return std::make_unique<QImage>(startup.convertToFormat(QImage::Format_RGB32));
+}
+} // namespace
+
 void KavriDrawPanel::resetToStartup()
 {
     {
         QMutexLocker lock(&m_lock);
-        const QImage startup(QStringLiteral(":/frame/startup.png"));
-        m_back = std::make_unique<QImage>(startup.convertToFormat(QImage::Format_RGB32));
+        m_back = startupImage();
         m_front = std::make_unique<QImage>(*m_back);
         m_overlay.reset();
         m_overlayUsed = false;
@@ -127,8 +135,21 @@ void KavriDrawPanel::get_buffer(uint8_t **pp_frame, QSize size, void *p_update_d
         *pp_frame = m_back->bits();
         return;
     }
-    m_back = frameImage(size);
-    m_front = frameImage(size);
+    try {
+        // Both go first: a picture too large for memory must not keep half of a new pair.
+        m_back.reset();
+        m_front.reset();
+        m_back = frameImage(size);
+        m_front = frameImage(size);
+    } catch (const std::bad_alloc &) {
+        // Back to the startup picture; the loader hears of it from the null buffer and says why.
+        m_back = startupImage();
+        m_front = std::make_unique<QImage>(*m_back);
+        m_overlay.reset();
+        m_showingStartup = true;
+        *pp_frame = nullptr;
+        return;
+    }
     m_back->fill(Qt::black);
     m_front->fill(Qt::black);
     m_overlay = std::make_unique<QImage>(size, QImage::Format_ARGB32_Premultiplied);

@@ -3,10 +3,12 @@
 #include "support/TempFiles.h"
 
 #include <QDir>
+#include <QFile>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,14 +22,22 @@ struct Outcome {
 
 constexpr int kLimitMs = 30000;
 
-Outcome run(const QString &program, const QStringList &args, const QString &configDir, bool closeStdin)
+// `addressSpace` > 0 limits the child's memory as `ulimit -v` does.
+Outcome run(const QString &program, const QStringList &args, const QString &configDir, bool closeStdin,
+            rlim_t addressSpace = 0)
 {
     QProcess p;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("KAVRI_CONFIG_DIR"), configDir);
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     p.setProcessEnvironment(env);
-    if (closeStdin) p.setChildProcessModifier([] { ::close(0); });
+    p.setChildProcessModifier([closeStdin, addressSpace] {
+        if (closeStdin) ::close(0);
+        if (addressSpace > 0) {
+            const rlimit limit{addressSpace, addressSpace};
+            ::setrlimit(RLIMIT_AS, &limit);
+        }
+    });
     p.start(program, args);
     Outcome o;
     if (!p.waitForStarted(kLimitMs)) return o;
@@ -73,6 +83,44 @@ TEST(ProcessStart, ClosedStandardInputStillOpensFiles)
     ASSERT_TRUE(o.finished);
     EXPECT_EQ(o.exitCode, 0) << o.err.toStdString();
     EXPECT_TRUE(o.out.contains(QStringLiteral("\"frame_count\": 2"))) << o.out.toStdString();
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+#define KAVRI_UNDER_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KAVRI_UNDER_ASAN 1
+#endif
+#endif
+
+// A 65535x65535 luma frame (4 GiB) on a machine that cannot give it: a message and exit status 1 from every
+// command that reads frames, never an abort. The limit stands in for a smaller machine.
+TEST(ProcessStart, FrameLargerThanMemoryIsRefusedNotAborted)
+{
+#ifdef KAVRI_UNDER_ASAN
+    GTEST_SKIP() << "the sanitizer reserves more address space than the limit allows";
+#else
+    kavri::test::TempDir dir;
+    const QString file = dir.path("big_65535x65535.yuv");
+    QFile f(file);
+    if (!f.open(QIODevice::WriteOnly) || !f.resize(qint64(5) << 30))
+        GTEST_SKIP() << "no room for a sparse 5 GiB file here";
+    f.close();
+    const QStringList format{"-f", "luma", "--no-remembered", file};
+    const QStringList commands[] = {
+        QStringList{"render", "-o", dir.path("x.png")} + format,
+        QStringList{"pixel", "--at", "1,1"} + format,
+        QStringList{"bench", "--frames", "1"} + format,
+    };
+    for (const QStringList &args : commands) {
+        SCOPED_TRACE(args.first().toStdString());
+        const Outcome o = run(kCli, args, dir.dir(), false, rlim_t(2) << 30);
+        ASSERT_TRUE(o.finished);
+        EXPECT_EQ(o.exitCode, 1) << o.err.toStdString();
+        EXPECT_TRUE(o.err.contains(QStringLiteral("more memory than this computer can give it"))) << o.err.toStdString();
+    }
+    EXPECT_FALSE(QFile::exists(dir.path("x.png")));
+#endif
 }
 
 TEST(ProcessStart, SettingsFileThatIsNotAFileIsNeverOpened)

@@ -1,3 +1,4 @@
+#include "formats/FrameSize.h"
 #include "formats/Validation.h"
 #include "support/TempFiles.h"
 
@@ -98,6 +99,30 @@ TEST(Validation, AbsurdDepthsAndRatesNeverOverflow)
         const uint32_t mask = validateProps(p);
         EXPECT_EQ(p.frameRate, r.out) << r.in;
         EXPECT_EQ(bool(mask & kRateGiven), r.given) << r.in;
+    }
+}
+
+// A side file can claim a picture whose display row no image can address; such a record is refused before
+// a buffer is made for it, with words that say why. The widest row that fits plays.
+TEST(Validation, PicturesTooWideToDisplayAreRefused)
+{
+    const struct {
+        int32_t w, h;
+        bool fits;
+    } cases[] = {
+        {kMaxPictureWidth, 2, true},    {kMaxPictureWidth + 1, 2, false}, {INT32_MAX, 2, false},
+        {65535, 65535, true},           {7680, 4320, true},               {0, 2, false},
+        {2, -1, false},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(displayPictureFits(c.w, c.h), c.fits) << c.w << "x" << c.h;
+        if (c.w < 2 || c.h < 2) continue;
+        VideoProps p = record(c.w, c.h, BW);
+        const uint32_t mask = validateProps(p);
+        EXPECT_EQ(isPlayable(mask), c.fits) << c.w << "x" << c.h;
+        if (!c.fits) {
+            EXPECT_TRUE(pictureTooWideText(c.w, c.h).contains("cannot be displayed"));
+        }
     }
 }
 

@@ -1,5 +1,8 @@
 #include "LoaderTestSupport.h"
 #include "cli/CliTestSupport.h"
+#include "pixel/FramePipeline.h"
+
+#include <QFile>
 
 #include <gtest/gtest.h>
 
@@ -61,6 +64,52 @@ TEST(CliPlay, ReportsThePacing)
     EXPECT_EQ(j["frames"].toInteger(), 10); // wraps around the three-frame file
     EXPECT_EQ(j["nominal_fps"].toDouble(), 500.0);
     EXPECT_GE(j["worst_interval_ms"].toDouble(), j["mean_interval_ms"].toDouble());
+}
+
+// Every frame-sized allocation of the commands answers a frame too large for memory with a message and
+// exit status 1. A lowered ceiling stands in for a frame larger than the machine: 16x16 luma needs 256
+// bytes a frame buffer and 1024 for its picture.
+TEST(MemoryCeiling, FramesTooLargeForMemoryFailWithAMessage)
+{
+    struct Ceiling {
+        explicit Ceiling(size_t bytes) { setLargestAllocation(bytes); }
+        ~Ceiling() { setLargestAllocation(0); }
+    };
+    TempDir dir;
+    const QString f = dir.write("a.bw", markedFrames(0, 4));
+    const QString png = dir.path("a.png");
+    const QStringList render = QStringList{"render"} + formatArgs() + QStringList{f, "-o", png};
+    const QStringList bench = QStringList{"bench"} + formatArgs() + QStringList{f};
+    const QStringList pixel = QStringList{"pixel"} + formatArgs() + QStringList{f, "--at", "1,1"};
+    const QStringList diff = QStringList{"diff"} + formatArgs() + QStringList{f, f};
+    const struct {
+        const char *name;
+        size_t ceiling;
+        QStringList args;
+        int rc;
+        const char *says;
+    } cases[] = {
+        {"render, no frame buffer", 255, render, 1, "cannot be read: a 16x16 frame needs 256 bytes"},
+        {"render, no picture", 1023, render, 1, "frame 0 cannot be shown: a 16x16 frame needs 1024 bytes"},
+        {"render, enough", 1024, render, 0, ""},
+        {"bench, no frame buffer", 255, bench, 1, "a 16x16 frame needs 256 bytes"},
+        {"bench, no picture", 1023, bench, 1, "a 16x16 frame needs 1024 bytes"},
+        {"bench, enough", 1024, bench, 0, ""},
+        {"pixel, no frame buffer", 255, pixel, 1, "more memory than"},
+        {"diff, no frame buffer", 255, diff, 1, "more memory than"},
+        {"diff, enough", 256, diff, 0, ""},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        QFile::remove(png);
+        Ceiling ceiling(c.ceiling);
+        const auto r = runCli(c.args);
+        EXPECT_EQ(r.rc, c.rc) << r.err.toStdString();
+        EXPECT_TRUE(r.err.contains(QLatin1String(c.says))) << r.err.toStdString();
+        if (c.rc != 0 && c.args.first() == "render") {
+            EXPECT_FALSE(QFile::exists(png));
+        }
+    }
 }
 
 } // namespace

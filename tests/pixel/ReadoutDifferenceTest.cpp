@@ -4,6 +4,7 @@
 #include "formats/FrameSize.h"
 #include "pixel/ColorConversion.h"
 #include "pixel/DifferencePicture.h"
+#include "pixel/FramePipeline.h"
 
 #include <gtest/gtest.h>
 
@@ -51,6 +52,38 @@ Read readAt(const X2RGBColorConv &conv, const std::vector<uint8_t> &frame, int32
     Read r{false, -7, -7, -7, -7};
     r.ok = conv.readNative(frame.data(), x, y, r.c1, r.c2, r.c3, &r.alpha);
     return r;
+}
+
+// A record whose buffers cannot be had leaves the pipeline empty — nothing half set up that a later read
+// or readout could walk — and a smaller record afterwards sets up as usual.
+TEST(FramePipeline, BuffersThatCannotBeHadLeaveItEmpty)
+{
+    struct Ceiling {
+        explicit Ceiling(size_t bytes) { setLargestAllocation(bytes); }
+        ~Ceiling() { setLargestAllocation(0); }
+    } ceiling(1000);
+    VideoProps big;
+    big.width = 64;
+    big.height = 48;
+    big.format = YUV_p420;
+    big.bitDepth = 8;
+    for (bool second : {false, true}) {
+        SCOPED_TRACE(second);
+        FramePipeline p;
+        EXPECT_THROW(p.setup(big, second), std::bad_alloc);
+        EXPECT_EQ(p.frameBytes(), 0u);
+        EXPECT_EQ(p.buffer(FramePipeline::Buffer::First), nullptr);
+        EXPECT_EQ(p.buffer(FramePipeline::Buffer::Second), nullptr);
+        int32_t c1, c2, c3;
+        EXPECT_FALSE(p.readout(0, 0, c1, c2, c3, nullptr));
+        VideoProps small = big;
+        small.width = small.height = 16; // 384 bytes a frame
+        p.setup(small, second);
+        EXPECT_EQ(p.frameBytes(), 384u);
+        EXPECT_NE(p.buffer(FramePipeline::Buffer::First), nullptr);
+    }
+    EXPECT_THROW(allocateAligned(1001), std::bad_alloc);
+    EXPECT_NE(allocateAligned(1000), nullptr);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "formats/Settings.h"
+#include "pixel/FramePipeline.h"
 #include "ui/KavriFormatDialog.h"
 #include "ui/SaveFrame.h"
 #include "ui/frame.h"
@@ -390,5 +391,43 @@ TEST(FrameWindow, LinkThatCannotBeMadeSaysWhy)
     EXPECT_TRUE(detail.contains(QStringLiteral("no/such/queue"))) << detail.toStdString();
     EXPECT_FALSE(w.isLinked());
     kavri::forgetRemembered(c.file);
+}
+// A frame whose buffers or picture cannot be had is announced, not shown as nothing: 64x48 4:2:0 needs
+// 4608 bytes a frame buffer and 12288 for its picture.
+TEST(FrameWindow, FrameTooLargeForMemorySaysSo)
+{
+    const struct {
+        size_t ceiling;
+        const char *detail;
+    } cases[] = {{4607, "needs 4608 bytes"}, {12287, "needs 12288 bytes"}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.detail);
+        kavri::setLargestAllocation(c.ceiling);
+        kavri::test::TempDir dir;
+        KavriStartupConfig cfg;
+        cfg.file = dir.writeSized("m.yuv", 4608 * 3);
+        cfg.width = 64;
+        cfg.height = 48;
+        cfg.format = YUV_p420;
+        QString text, detail;
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, [&] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            if (!box) return;
+            text = box->text();
+            detail = box->informativeText();
+            box->accept();
+        });
+        poll.start(10);
+        {
+            frame w(&cfg);
+            QTRY_VERIFY_WITH_TIMEOUT(!text.isEmpty(), 20000);
+            EXPECT_EQ(text, QStringLiteral("The frame cannot be shown."));
+            EXPECT_TRUE(detail.contains(QLatin1String(c.detail))) << detail.toStdString();
+            EXPECT_FALSE(w.isPlaying());
+        }
+        kavri::setLargestAllocation(0);
+        kavri::forgetRemembered(cfg.file);
+    }
 }
 } // namespace

@@ -1,3 +1,4 @@
+#include "formats/FrameSize.h"
 #include "formats/Validation.h"
 #include "support/TempFiles.h"
 #include "ui/MRUFList.h"
@@ -70,6 +71,15 @@ TEST(FormatProblem, SaysWhenTheFileIsShorterThanOneFrame)
     in.fileName = "-";
     in.frameBytes = 38016;
     EXPECT_TRUE(formatProblem(in).isEmpty()) << "standard input has no size to be short of";
+
+    VideoProps wide;
+    wide.fileName = "-";
+    wide.width = kavri::kMaxPictureWidth + 1;
+    wide.height = 2;
+    wide.format = BW;
+    EXPECT_FALSE(kavri::isPlayable(kavri::validateProps(wide)));
+    EXPECT_TRUE(formatProblem(wide).startsWith(QStringLiteral("a 67108864x2 picture cannot be displayed")))
+        << formatProblem(wide).toStdString();
 }
 
 TEST(ViewStatus, DepthChannelAndDifferenceView)
