@@ -30,8 +30,10 @@ int runBench(Context &ctx)
 
     // Without a limit a file plays to its end; standard input plays until it ends.
     uint64_t target = limit;
-    if (target == 0 && file != QLatin1String("-")) target = p.frameCount;
-    if (limit != 0 && file != QLatin1String("-") && limit > p.frameCount) target = p.frameCount;
+    // A stream (standard input, a pipe) has no count: it plays until it ends.
+    const bool stream = session.loader()->isStdin();
+    if (target == 0 && !stream) target = p.frameCount;
+    if (limit != 0 && !stream && limit > p.frameCount) target = p.frameCount;
     sink.setFrameLimit(target);
 
     const auto start = HeadlessFrameSink::Clock::now();

@@ -1,6 +1,7 @@
 #include "cli/FrameSource.h"
 
 #include "formats/FrameSize.h"
+#include "formats/StreamPath.h"
 
 #include <QFile>
 #include <new>
@@ -37,6 +38,12 @@ bool openFrameSource(const ParsedArgs &args, const QString &file, const QString 
     if (file == QLatin1String("-") || diff == QLatin1String("-")) {
         error = QStringLiteral("frames cannot be picked from standard input; give a file");
         return false;
+    }
+    for (const QString &path : {file, diff}) {
+        if (!path.isEmpty() && isStreamPath(path)) {
+            error = QStringLiteral("frames cannot be picked from a pipe or a device ('%1'); give a file").arg(path);
+            return false;
+        }
     }
     if (!openSequence(args, file, diff, src.seq, error)) return false;
     const QString reason = unplayableReason(src.seq.props, src.seq.mask);

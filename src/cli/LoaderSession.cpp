@@ -1,6 +1,7 @@
 #include "cli/LoaderSession.h"
 
 #include "cli/SequenceOptions.h"
+#include "formats/StreamPath.h"
 #include "formats/Validation.h"
 
 #include <QFile>
@@ -26,7 +27,7 @@ bool LoaderSession::open(const ParsedArgs &args, const QString &file, const QStr
     if (!m_loader) {
         // Name the file that failed the probe, with the system's reason.
         QFile main(file);
-        const bool mainOk = file == QLatin1String("-") || main.open(QIODevice::ReadOnly);
+        const bool mainOk = isStreamPath(file) || main.open(QIODevice::ReadOnly);
         QFile other(mainOk ? diff : file);
         other.open(QIODevice::ReadOnly);
         error = QStringLiteral("cannot open '%1': %2").arg(other.fileName(), other.errorString());

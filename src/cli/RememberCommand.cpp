@@ -5,6 +5,7 @@
 #include "cli/SequenceOptions.h"
 #include "formats/FormatNames.h"
 #include "formats/RememberedFormats.h"
+#include "formats/StreamPath.h"
 #include "formats/Validation.h"
 
 namespace kavri::cli {
@@ -15,6 +16,8 @@ int runRemember(Context &ctx)
 {
     const QString file = singleFileArgument(ctx.args);
     if (file == QLatin1String("-")) return ctx.fail(QStringLiteral("standard input has no path to remember a format for"));
+    if (isStreamPath(file))
+        return ctx.fail(QStringLiteral("'%1' is a pipe or a device; formats are remembered for files").arg(file));
     OpenedSequence seq;
     QString error;
     if (!openSequence(ctx.args, file, QString(), seq, error)) return ctx.fail(error);

@@ -1,8 +1,9 @@
 #include "cli/SequenceOptions.h"
 
 #include "formats/FormatNames.h"
-#include "formats/FrameSize.h"
 #include "formats/FormatSource.h"
+#include "formats/FrameSize.h"
+#include "formats/StreamPath.h"
 #include "formats/Validation.h"
 
 #include <QFile>
@@ -68,7 +69,8 @@ void applyFormatOptions(const ParsedArgs &a, VideoProps &p)
 namespace {
 bool probe(const QString &path, QString &error)
 {
-    if (path == QLatin1String("-")) return true;
+    // A stream is opened later, without waiting for its writer; opening it here would wait.
+    if (isStreamPath(path)) return true;
     QFile f(path);
     if (!f.open(QIODevice::ReadOnly)) {
         error = QStringLiteral("cannot open '%1': %2").arg(path, f.errorString());

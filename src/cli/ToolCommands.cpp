@@ -2,6 +2,7 @@
 #include "cli/Commands.h"
 #include "cli/Json.h"
 #include "cli/SequenceOptions.h"
+#include "formats/StreamPath.h"
 #include "tools/SequenceCopy.h"
 #include "tools/SequenceNames.h"
 
@@ -18,6 +19,10 @@ bool openForTool(Context &ctx, OpenedSequence &seq, QString &file, int &rc)
     file = singleFileArgument(ctx.args);
     if (file == QLatin1String("-")) {
         rc = ctx.fail(QStringLiteral("the tools work on files, not on standard input"));
+        return false;
+    }
+    if (isStreamPath(file)) {
+        rc = ctx.fail(QStringLiteral("the tools work on files, not on a pipe or a device ('%1')").arg(file));
         return false;
     }
     QString error;

@@ -1,5 +1,7 @@
 #include "formats/FrameSize.h"
 
+#include "formats/StreamPath.h"
+
 #include <QFile>
 #include <cstddef>
 #include <limits>
@@ -99,7 +101,8 @@ uint64_t frameCountOf(const QString &path, uint32_t frameBytes, uint32_t headerB
 {
     uint64_t size = 0;
     QFile f(path);
-    if (f.open(QIODevice::ReadOnly)) {
+    // A pipe has no size, and opening one would wait for its writer.
+    if (!isStreamPath(path) && f.open(QIODevice::ReadOnly)) {
         const qint64 s = f.size();
         size = s > 0 ? uint64_t(s) : 0;
     }

@@ -1,6 +1,7 @@
 #include "formats/Validation.h"
 
 #include "formats/FrameSize.h"
+#include "formats/StreamPath.h"
 
 #include <cmath>
 
@@ -34,7 +35,8 @@ uint32_t validateProps(VideoProps &p)
 
     if (isPlayable(mask)) {
         p.frameBytes = frameBytes(p.format, p.containerBits, p.width, p.height);
-        const bool isFile = p.fileName != QLatin1String("-");
+        // A stream (standard input, a named pipe) has no size to count frames in.
+        const bool isFile = !isStreamPath(p.fileName) && (p.diffFileName.isEmpty() || !isStreamPath(p.diffFileName));
         if (p.frameBytes == 0 || !displayPictureFits(p.width, p.height)) {
             mask &= ~uint32_t(kFormatKnown);
         } else if (isFile) {

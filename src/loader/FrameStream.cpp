@@ -1,5 +1,7 @@
 #include "loader/FrameStream.h"
 
+#include "formats/StreamPath.h"
+
 #ifdef Q_OS_UNIX
 #include <cerrno>
 #include <poll.h>
@@ -9,6 +11,15 @@
 std::shared_ptr<FrameStream> FrameStream::openFile(const QString &path)
 {
     std::shared_ptr<FrameStream> s(new FrameStream);
+#ifdef Q_OS_UNIX
+    if (path != QLatin1String("-") && kavri::isStreamPath(path)) {
+        // A pipe opened the usual way waits for its writer; this one does not, and read() polls it.
+        s->m_fd = kavri::openStreamNonBlocking(path);
+        s->m_ownsFd = s->m_fd >= 0;
+        s->m_failed = s->m_fd < 0;
+        return s;
+    }
+#endif
     s->m_file.setFileName(path);
     // Unbuffered: a frame goes from the page cache straight into the caller's buffer, with no second copy.
     s->m_failed = !s->m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
@@ -25,7 +36,12 @@ std::shared_ptr<FrameStream> FrameStream::wrapDescriptor(int fd)
     return s;
 }
 
-FrameStream::~FrameStream() = default;
+FrameStream::~FrameStream()
+{
+#ifdef Q_OS_UNIX
+    if (m_ownsFd) ::close(m_fd);
+#endif
+}
 
 int64_t FrameStream::read(uint8_t *dst, int64_t n, const std::atomic<bool> *abort)
 {

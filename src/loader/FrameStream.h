@@ -12,6 +12,7 @@
 class FrameStream {
 public:
     // Opens `path` for reading; a file that cannot be opened gives a failed stream whose reads return 0.
+    // A named pipe or a device is opened without waiting for a writer and read as a descriptor.
     static std::shared_ptr<FrameStream> openFile(const QString &path);
     // Reads from an already open descriptor; it is left open when the stream goes.
     static std::shared_ptr<FrameStream> wrapDescriptor(int fd);
@@ -48,6 +49,7 @@ private:
 
     QFile m_file;
     int m_fd = -1; // >= 0 for a wrapped descriptor
+    bool m_ownsFd = false; // a pipe opened here is closed here; a wrapped descriptor is not
     bool m_atEnd = false;
     bool m_failed = false;
 #ifndef Q_OS_UNIX

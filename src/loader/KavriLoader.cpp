@@ -3,6 +3,7 @@
 #include "formats/FormatSource.h"
 #include "formats/FrameSize.h"
 #include "formats/RememberedFormats.h"
+#include "formats/StreamPath.h"
 #include "formats/Validation.h"
 
 #include <QDeadlineTimer>
@@ -63,19 +64,18 @@ KavriLoader::KavriLoader(const QString &path, const QString &diffPath, const Opt
 
     m_path = QDir::toNativeSeparators(path);
     m_diffPath = diffPath.isEmpty() ? QString() : QDir::toNativeSeparators(diffPath);
-    {
-        QFile probe(m_path);
-        m_opened = probe.open(QIODevice::ReadOnly);
-    }
-    if (!m_diffPath.isEmpty()) {
-        QFile probe(m_diffPath);
-        m_opened = probe.open(QIODevice::ReadOnly) && m_opened;
-        m_hasDiff = true;
-    }
-    if (!m_opened) return;
-
+    m_hasDiff = !m_diffPath.isEmpty();
+    // A named pipe (or a device) as either file makes the pair a stream, played front to back as standard
+    // input is: opened without waiting for a writer, with no frame count and no seeking.
+    m_isStdin = kavri::isStreamPath(m_path) || (m_hasDiff && kavri::isStreamPath(m_diffPath));
     m_main = FrameStream::openFile(m_path);
     if (m_hasDiff) m_diffStream = FrameStream::openFile(m_diffPath);
+    m_opened = m_main->isOpen() && (!m_hasDiff || m_diffStream->isOpen());
+    if (!m_opened) {
+        m_main.reset();
+        m_diffStream.reset();
+        return;
+    }
 
     kavri::ResolvedFormat found = kavri::resolvePair(m_path, m_hasDiff ? m_diffPath : QString(), options.useRemembered);
     m_pending = found.props;

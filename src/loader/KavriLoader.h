@@ -88,6 +88,8 @@ public:
     uint32_t validate();
 
     bool isInitialized() const { return m_initialized.load(); }
+    // Whether any frame has been delivered since the loader was made.
+    bool hasShownAFrame() const { return m_haveShown.load(); }
     bool isRunning() const { return m_running.load(); }
     bool isPlaying() const { return m_playing.load(); }
     bool loop() const { return m_loop.load(); }

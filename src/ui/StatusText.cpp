@@ -1,6 +1,7 @@
 #include "ui/StatusText.h"
 
 #include "formats/FrameSize.h"
+#include "formats/StreamPath.h"
 
 #include <QFileInfo>
 #include <cmath>
@@ -12,6 +13,8 @@ QString statusLine(const VideoProps &p)
     const int hz = int(p.frameRate + 0.5);
     if (p.fileName == QLatin1String("-"))
         return QString::asprintf("%ix%i@%iHz  stdin", p.width, p.height, hz);
+    // A named pipe or a device has no size or count to show.
+    if (isStreamPath(p.fileName)) return QString::asprintf("%ix%i@%iHz  pipe", p.width, p.height, hz);
     const uint64_t frames = p.frameCount;
     int minutes = 0, seconds = 0, hundredths = 0;
     // A rate of 0 has no duration; show zero rather than dividing by it.
@@ -25,6 +28,12 @@ QString statusLine(const VideoProps &p)
     return QString::asprintf("%ix%i@%iHz  %lld frame%s   %i'%i\"%02i   %1.3fMB", p.width, p.height, hz,
                              static_cast<long long>(frames), frames == 1 ? "" : "s", minutes, seconds, hundredths,
                              double(p.fileSize) / 1024.0 / 1024.0);
+}
+
+QString waitingText(const QString &path)
+{
+    if (path == QLatin1String("-")) return QStringLiteral("Waiting for data on standard input...");
+    return QStringLiteral("Waiting for data from '%1'...").arg(QFileInfo(path).fileName());
 }
 
 QString windowTitle(const QString &file, const QString &diff)

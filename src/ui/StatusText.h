@@ -7,6 +7,8 @@ namespace kavri::ui {
 
 // "352x288@25Hz  100 frames   0'4"00   14.502MB"; for standard input "352x288@25Hz  stdin".
 QString statusLine(const VideoProps &props);
+// The status bar's note while a stream (standard input, a named pipe) has not yet given a frame.
+QString waitingText(const QString &path);
 // The file's name without directory ("stdin" for "-"), or both names joined by " vs. " while a
 // difference is shown.
 QString windowTitle(const QString &file, const QString &diff);

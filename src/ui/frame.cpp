@@ -131,6 +131,7 @@ frame::frame(const KavriStartupConfig *config, QWidget *parent) : QMainWindow(pa
     menuBar()->setObjectName(QStringLiteral("menuBar"));
     statusBar()->setObjectName(QStringLiteral("statusBar"));
     m_statusLabel = new QLabel(this);
+    m_statusLabel->setObjectName(QStringLiteral("lbl_status"));
     statusBar()->addWidget(m_statusLabel, 1);
     m_viewLabel = new QLabel(this);
     m_viewLabel->setObjectName(QStringLiteral("lbl_view"));
@@ -434,12 +435,18 @@ void frame::oon_new_frame(frame_t *f)
     }
     m_panel->setCornerTexts(view::timeText(t), diffText);
     m_panel->presentFrame();
+    if (m_waitingForData.exchange(false))
+        QMetaObject::invokeMethod(statusBar(), &QStatusBar::clearMessage, Qt::QueuedConnection);
     if (!(f->flags & kFrameDragged)) emit update_slider(int(std::min<uint64_t>(f->frameIndex, uint64_t(INT_MAX))));
 }
 
 void frame::oon_load_init()
 {
     updateStatus();
+    if (m_loader && m_loader->isStdin() && !m_loader->hasShownAFrame()) {
+        m_waitingForData = true;
+        statusBar()->showMessage(ui::waitingText(m_openFile));
+    }
     // A file remembered at another zoom step opens at it.
     if (!m_loader || m_fullscreen) return;
     const int32_t factor = m_loader->pendingProps().scaleX;
@@ -1125,7 +1132,8 @@ void frame::oon_settings()
 
 QString frame::toolInput() const
 {
-    if (!m_loader || m_openFile.isEmpty() || m_openFile == QLatin1String("-")) return {};
+    // Streams (standard input, a named pipe) cannot be cut, reversed or renamed as files.
+    if (!m_loader || m_openFile.isEmpty() || m_loader->isStdin()) return {};
     if (!isPlayable(m_loader->validityMask())) return {};
     return m_openFile;
 }

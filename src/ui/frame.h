@@ -207,4 +207,6 @@ private:
     // Read on the loader thread while it builds the corner texts of a new frame.
     std::atomic<bool> m_deinterlaceOn{false};
     std::atomic<bool> m_diffOpen{false};
+    // A stream was opened and has not delivered its first frame: the status bar says so until it does.
+    std::atomic<bool> m_waitingForData{false};
 };

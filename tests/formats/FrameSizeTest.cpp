@@ -1,7 +1,14 @@
 #include "formats/FrameSize.h"
+#include "formats/StreamPath.h"
 #include "support/TempFiles.h"
 
+#include <QFile>
 #include <gtest/gtest.h>
+#include <vector>
+
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
 
 using namespace kavri;
 
@@ -117,6 +124,34 @@ TEST(FrameCount, EdgeCasesGiveZero)
     EXPECT_EQ(frameCountOf(dir.path("missing.yuv"), 10, 0, &size), 0u);
     EXPECT_EQ(size, 0u);
     EXPECT_EQ(frameCountOf(small, 1, 0, nullptr), 1000u);
+}
+
+// What is read as a stream is decided by the kind of entry alone, without opening it: a pipe that
+// nobody writes to must not stall the question.
+TEST(StreamPath, PipesAndDevicesAreStreamsFilesAndFoldersAreNot)
+{
+    kavri::test::TempDir dir;
+    const QString file = dir.writeSized("f.yuv", 10);
+    const QString link = dir.path("link.yuv");
+    ASSERT_TRUE(QFile::link(file, link));
+    struct Row {
+        QString path;
+        bool stream;
+    };
+    std::vector<Row> rows = {{"-", true}, {file, false}, {link, false}, {dir.dir(), false},
+                             {dir.path("missing.yuv"), false}, {"", false}};
+#ifdef Q_OS_UNIX
+    const QString fifo = dir.path("p.yuv");
+    if (::mkfifo(QFile::encodeName(fifo).constData(), 0600) == 0) {
+        rows.push_back({fifo, true});
+        const QString fifoLink = dir.path("plink.yuv");
+        if (QFile::link(fifo, fifoLink)) rows.push_back({fifoLink, true});
+        uint64_t size = 1;
+        EXPECT_EQ(frameCountOf(fifo, 16, 0, &size), 0u) << "a pipe is never opened to be measured";
+        EXPECT_EQ(size, 0u);
+    }
+#endif
+    for (const Row &r : rows) EXPECT_EQ(isStreamPath(r.path), r.stream) << r.path.toStdString();
 }
 
 } // namespace

@@ -3,6 +3,12 @@
 #include "pixel/FramePipeline.h"
 
 #include <QFile>
+#include <future>
+#include <thread>
+
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
 
 #include <gtest/gtest.h>
 
@@ -111,5 +117,50 @@ TEST(MemoryCeiling, FramesTooLargeForMemoryFailWithAMessage)
         }
     }
 }
+
+#ifdef Q_OS_UNIX
+// Commands given a named pipe nobody writes to answer at once: info describes it as a stream, the
+// commands that pick frames or rewrite files refuse it, bench plays what the writer sends.
+TEST(CliNamedPipe, NoCommandWaitsForAWriter)
+{
+    TempDir dir;
+    const QString pipe = dir.path("dec_16x16.bw");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    const QString file = dir.write("a.bw", markedFrames(0, 2));
+    const struct {
+        const char *name;
+        QStringList args;
+        int rc;
+        const char *says;
+    } cases[] = {
+        {"info", {"info", pipe}, 0, ""},
+        {"render", {"render", pipe, "-o", dir.path("x.png")}, 1, "a pipe or a device"},
+        {"pixel", {"pixel", pipe, "--at", "0,0"}, 1, "a pipe or a device"},
+        {"diff against a pipe", {"render", file, "-w", "16", "-h", "16", "--diff", pipe, "-o", dir.path("x.png")}, 1,
+         "a pipe or a device"},
+        {"extract", {"extract", pipe, "--from", "0", "--to", "0", "-o", dir.path("y.bw")}, 1, "not on a pipe"},
+        {"remember", {"remember", pipe}, 1, "formats are remembered for files"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        test::CliRun r;
+        ASSERT_TRUE(returnsWithin([&] { r = runCli(c.args); }, 10000)) << "waited for a writer";
+        EXPECT_EQ(r.rc, c.rc) << r.err.toStdString();
+        EXPECT_TRUE(r.err.contains(QLatin1String(c.says))) << r.err.toStdString();
+    }
+    const auto info = runCli({"info", pipe});
+    EXPECT_EQ(info.json()["frame_count"].toInteger(), 0);
+    EXPECT_TRUE(info.json()["playable"].toBool());
+
+    std::thread writer([&] {
+        QFile w(pipe);
+        if (w.open(QIODevice::WriteOnly)) w.write(markedFrames(0, 5));
+    });
+    const auto bench = runCli({"bench", pipe});
+    writer.join();
+    ASSERT_EQ(bench.rc, 0) << bench.err.toStdString();
+    EXPECT_EQ(bench.json()["frames"].toInteger(), 5);
+}
+#endif
 
 } // namespace

@@ -4,24 +4,17 @@
 #include <QPointer>
 #include <QThread>
 #include <future>
+#include <thread>
 #include <gtest/gtest.h>
 
 #ifdef Q_OS_UNIX
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
 using namespace kavri::test;
 
 namespace {
-
-// Calls `fn` on another thread and reports whether it came back within the (generous) limit, so a
-// deadlock fails the test instead of hanging the run.
-template <typename Fn>
-bool returnsWithin(Fn fn, int ms = kWaitMs)
-{
-    auto f = std::async(std::launch::async, fn);
-    return f.wait_for(std::chrono::milliseconds(ms)) == std::future_status::ready;
-}
 
 class Loader : public ::testing::Test {
 protected:
@@ -45,6 +38,13 @@ protected:
               int32_t h = kH)
     {
         loader = KavriLoader::create(path, diff, options(stdinFd));
+        describeAndAttach(rate, w, h);
+    }
+
+    // Gives the loader just created a 16x16 (or w x h) luma record at `rate`, attaches the test owner and
+    // waits for the first init.
+    void describeAndAttach(double rate = 1000.0, int32_t w = kW, int32_t h = kH)
+    {
         ASSERT_NE(loader, nullptr);
         VideoProps &p = loader->pendingProps();
         p.width = w;
@@ -546,6 +546,68 @@ TEST_F(Loader, StandardInputThroughAPipeEndsWithStopped)
     }
     close();
     ::close(fds[0]);
+}
+
+// A named pipe a decoder writes into plays as standard input does: opening it never waits for the
+// writer (create returns at once, on the thread that must stay responsive), it has no frame count, and
+// it plays front to back until the writer closes it. Either file of a pair may be the pipe.
+struct PipeCase {
+    const char *name;
+    bool mainIsPipe, diffIsPipe;
+};
+
+class NamedPipe : public Loader, public ::testing::WithParamInterface<PipeCase> {};
+
+TEST_P(NamedPipe, PlaysAsAStreamWithoutBlockingTheOpener)
+{
+    const PipeCase c = GetParam();
+    const QString pipeA = dir.path("a.fifo"), pipeB = dir.path("b.fifo");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(pipeA).constData(), 0600), 0);
+    ASSERT_EQ(::mkfifo(QFile::encodeName(pipeB).constData(), 0600), 0);
+    const QByteArray data = markedFrames(0, 3);
+    const QString main = c.mainIsPipe ? pipeA : dir.write("a.bw", data);
+    const QString diff = c.diffIsPipe ? pipeB : dir.write("b.bw", data);
+    ASSERT_TRUE(returnsWithin([&] { loader = KavriLoader::create(main, diff, options()); }, 5000))
+        << "opening waited for a writer";
+    describeAndAttach();
+    EXPECT_TRUE(loader->isStdin());
+    EXPECT_EQ(loader->frameCount(), 0u);
+    EXPECT_TRUE(kavri::isPlayable(loader->validityMask()));
+    emit owner.play();
+    std::vector<std::thread> writers;
+    if (c.mainIsPipe) writers.emplace_back([pipeA, data] {
+        QFile w(pipeA);
+        if (w.open(QIODevice::WriteOnly)) w.write(data);
+    });
+    if (c.diffIsPipe) writers.emplace_back([pipeB, data] {
+        QFile w(pipeB);
+        if (w.open(QIODevice::WriteOnly)) w.write(data);
+    });
+    for (std::thread &t : writers) t.join();
+    ASSERT_TRUE(waitStopped());
+    const auto seen = owner.seen();
+    ASSERT_EQ(seen.size(), 3u);
+    for (uint64_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(seen[i].index, i);
+        // The difference picture is shown: frames read in step from both sources do not differ.
+        EXPECT_EQ(seen[i].frame.mse[0], 0.0) << i;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Loader, NamedPipe,
+                         ::testing::Values(PipeCase{"Main", true, false}, PipeCase{"Difference", false, true},
+                                           PipeCase{"Both", true, true}),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+// Nobody ever writes: the window can still close the loader.
+TEST_F(Loader, QuitWhileANamedPipeHasNoWriter)
+{
+    const QString pipe = dir.path("silent.fifo");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    ASSERT_TRUE(returnsWithin([&] { loader = KavriLoader::create(pipe, {}, options()); }, 5000));
+    describeAndAttach();
+    emit owner.play();
+    close();
 }
 
 TEST_F(Loader, QuitWhileStandardInputStallsMidFrame)

@@ -10,6 +10,7 @@
 #include <QMutex>
 #include <QWaitCondition>
 #include <cstring>
+#include <future>
 #include <vector>
 
 namespace kavri::test {
@@ -18,6 +19,15 @@ namespace kavri::test {
 constexpr int32_t kW = 16, kH = 16;
 constexpr uint32_t kFrameBytes = kW * kH;
 constexpr int kWaitMs = 20000; // generous: a failure, not a slow machine, should hit it
+
+// Calls `fn` on another thread and reports whether it came back within the (generous) limit, so a
+// deadlock fails the test instead of hanging the run.
+template <typename Fn>
+bool returnsWithin(Fn fn, int ms = kWaitMs)
+{
+    auto f = std::async(std::launch::async, fn);
+    return f.wait_for(std::chrono::milliseconds(ms)) == std::future_status::ready;
+}
 
 // A frame whose first eight bytes hold its index and whose other bytes repeat the index's low byte.
 inline QByteArray markedFrame(uint64_t index, uint32_t bytes = kFrameBytes)

@@ -165,7 +165,13 @@ TEST(FrameWindow, EscapeClosesTheBrightnessPanelFirst)
 #include "loader/KavriLoader.h"
 #include "support/TempFiles.h"
 
+#include <QElapsedTimer>
 #include <QTest>
+#include <thread>
+
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
 
 namespace {
 TEST(FrameWindow, ZoomStepIsRememberedPerFile)
@@ -430,4 +436,35 @@ TEST(FrameWindow, FrameTooLargeForMemorySaysSo)
         kavri::forgetRemembered(cfg.file);
     }
 }
+#ifdef Q_OS_UNIX
+// A named pipe opens at once, however long its writer takes; until the first frame comes the status bar
+// says what the window is waiting for, and the tools that need a file stay away from it.
+TEST(FrameWindow, NamedPipeOpensAtOnceAndSaysItIsWaiting)
+{
+    kavri::test::TempDir dir;
+    const QString pipe = dir.path("decoder_64x48.yuv");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    KavriStartupConfig cfg;
+    cfg.file = pipe;
+    QElapsedTimer opening;
+    opening.start();
+    frame w(&cfg);
+    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    EXPECT_LT(opening.elapsed(), 15000) << "the window waited for the writer";
+    EXPECT_TRUE(w.loader()->isStdin());
+    QTRY_COMPARE_WITH_TIMEOUT(w.statusBar()->currentMessage(),
+                              QStringLiteral("Waiting for data from 'decoder_64x48.yuv'..."), 20000);
+    EXPECT_TRUE(w.findChild<QLabel *>(QStringLiteral("lbl_status"))->text().endsWith(QLatin1String("pipe")))
+        << w.findChild<QLabel *>(QStringLiteral("lbl_status"))->text().toStdString();
+
+    std::thread writer([&] {
+        QFile out(pipe);
+        if (out.open(QIODevice::WriteOnly)) out.write(QByteArray(4608 * 3, 'x'));
+    });
+    if (!w.isPlaying()) w.action("actionPlay")->trigger();
+    writer.join();
+    QTRY_VERIFY_WITH_TIMEOUT(w.statusBar()->currentMessage().isEmpty(), 20000);
+    QTRY_VERIFY_WITH_TIMEOUT(w.currentFrame() >= 2, 20000);
+}
+#endif
 } // namespace
