@@ -34,11 +34,13 @@
 #include <QHBoxLayout>
 #include <QImageWriter>
 #include <QLabel>
+#include <QLayout>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
 #include <QSettings>
+#include <QScreen>
 #include <QStatusBar>
 #include <QUrl>
 #include <QShortcut>
@@ -443,16 +445,45 @@ void frame::oon_new_frame(frame_t *f)
 void frame::oon_load_init()
 {
     updateStatus();
+    fitToRecordZoom();
     if (m_loader && m_loader->isStdin() && !m_loader->hasShownAFrame()) {
         m_waitingForData = true;
         statusBar()->showMessage(ui::waitingText(m_openFile));
     }
-    // A file remembered at another zoom step opens at it.
-    if (!m_loader || m_fullscreen) return;
-    const int32_t factor = m_loader->pendingProps().scaleX;
-    if (factor == kScaleOne) return;
-    for (const auto &st : kZoomActions)
-        if (view::zoomFactor(st.second) == factor && !action(st.first)->isChecked()) action(st.first)->trigger();
+}
+
+void frame::fitToRecordZoom()
+{
+    // A file opens at the step remembered for it (100 % when none), or the largest one that fits on the
+    // screen; the record keeps what the user chose.
+    if (!m_loader || m_fullscreen || isMaximized()) return;
+    const VideoProps &p = m_loader->pendingProps();
+    const QSize video = view::zoomVideoSize({p.width, p.height}, m_panel->anamorphic(), m_panel->anamorphicScale());
+    if (video.isEmpty()) return;
+    const view::ZoomStep wanted = view::stepOfFactor(p.scaleX).value_or(view::ZoomStep::Z100);
+    showAtZoomStep(view::largestStepThatFits(wanted, video, roomForPanel()));
+}
+
+QSize frame::roomForPanel() const
+{
+    const QScreen *s = screen();
+    if (!s) return {QWIDGETSIZE_MAX, QWIDGETSIZE_MAX};
+    // What the window needs besides the panel: menus, controls, status bar, and the frame the window
+    // manager draws around it.
+    const QSize chrome = frameGeometry().size() - m_panel->size();
+    return s->availableGeometry().size() - chrome;
+}
+
+void frame::showAtZoomStep(view::ZoomStep step)
+{
+    if (!m_loader) return;
+    const VideoProps &p = m_loader->pendingProps();
+    const QSize video = view::zoomVideoSize({p.width, p.height}, m_panel->anamorphic(), m_panel->anamorphicScale());
+    if (video.isEmpty()) return;
+    for (const auto &st : kZoomActions) action(st.first)->setChecked(st.second == step);
+    // Narrower than the window's controls, the picture stands in the middle rather than at the left.
+    m_verticalLayout->setAlignment(m_panel, Qt::AlignHCenter);
+    emit draw_panel_force_size(view::zoomTarget(step, video));
 }
 
 void frame::oon_cannot_show(const QString &reason)
@@ -712,9 +743,15 @@ void frame::oon_fullscreen(bool)
         setMouseTracking(false);
         m_central->setMouseTracking(false);
         qApp->removeEventFilter(this);
+        // Back at the zoom step that was chosen before.
+        if (const std::optional<view::ZoomStep> step = checkedZoomStep()) showAtZoomStep(*step);
         return;
     }
     m_fullscreen = true;
+    // The panel fills the screen (the picture keeps its aspect ratio inside it) rather than staying at
+    // the size of the zoom step.
+    m_verticalLayout->setAlignment(m_panel, Qt::Alignment());
+    emit draw_panel_force_size(QSize(-1, -1));
     menuBar()->hide();
     statusBar()->hide();
     m_lowerPanel->hide();
@@ -770,12 +807,10 @@ void frame::oon_menu_size()
     const VideoProps &p = m_loader->pendingProps();
     const QSize video = view::zoomVideoSize({p.width, p.height}, m_panel->anamorphic(), m_panel->anamorphicScale());
     if (video.isEmpty()) return;
-    for (const auto &st : kZoomActions) action(st.first)->setChecked(false);
     QObject *src = sender();
     for (const auto &st : kZoomActions) {
         if (src != action(st.first)) continue;
-        action(st.first)->setChecked(true);
-        emit draw_panel_force_size(view::zoomTarget(st.second, video));
+        showAtZoomStep(st.second);
         // The file reopens at its last zoom: the factor travels in its remembered record.
         const int32_t factor = view::zoomFactor(st.second);
         VideoProps &rec = m_loader->pendingProps();
@@ -800,12 +835,29 @@ void frame::oon_menu_size()
         if (st.second == *step) action(st.first)->trigger();
 }
 
+std::optional<view::ZoomStep> frame::checkedZoomStep()
+{
+    for (const auto &st : kZoomActions)
+        if (action(st.first)->isChecked()) return st.second;
+    return std::nullopt;
+}
+
 void frame::oon_movie_size_changed()
 {
-    // Fit the window around the panel's wanted (or forced) size.
+    // Fit the window around the panel's wanted (or forced) size. The layout is brought up to date first:
+    // left to the next turn of the event loop it would still hold the previous size, and a shrinking
+    // window would lag one step behind, grey around the picture.
     if (m_fullscreen || isMaximized()) return;
+    // Both layouts, inner first: each caches the hint of what it holds until its own turn would come.
     m_panel->updateGeometry();
-    adjustSize();
+    m_verticalLayout->invalidate();
+    m_verticalLayout->activate();
+    m_central->updateGeometry();
+    if (QLayout *l = layout()) {
+        l->invalidate();
+        l->activate();
+    }
+    resize(sizeHint().expandedTo(minimumSizeHint()));
 }
 
 void frame::oon_magnify() { m_panel->setMagnifier(action("actionMagnifier")->isChecked(), true); }

@@ -7,6 +7,7 @@
 #include "ui/LinkWidget.h"
 #include "ui/MRUFList.h"
 #include "view/KavriDrawPanel.h"
+#include "view/PanelGeometry.h"
 
 #include <QMainWindow>
 #include <QPointer>
@@ -14,6 +15,7 @@
 #include <memory>
 #include <atomic>
 #include <map>
+#include <optional>
 
 class QAction;
 class QActionGroup;
@@ -168,6 +170,13 @@ private:
     uint64_t frameCount() const;
     void seekTo(int64_t frame);
     void applyEscapeShortcut();
+    // Checks the step's item, fixes the panel to the step's size and so fits the window around it.
+    void showAtZoomStep(kavri::view::ZoomStep step);
+    std::optional<kavri::view::ZoomStep> checkedZoomStep();
+    // The step of the open record (100 % unless one is remembered), or the largest that fits the screen.
+    void fitToRecordZoom();
+    // The largest panel the available screen leaves room for, with this window's menus, bars and frame.
+    QSize roomForPanel() const;
     // Shows the format dialog for the pending record until it is playable or the user gives up.
     void askForFormat();
     // The open file when the tools can work on it (a playable file, not standard input), else empty.

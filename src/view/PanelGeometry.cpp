@@ -92,6 +92,23 @@ std::optional<ZoomStep> largerStep(QSize panel, QSize v)
     return std::nullopt;
 }
 
+std::optional<ZoomStep> stepOfFactor(int32_t factor)
+{
+    for (ZoomStep s : kZoomSteps)
+        if (zoomFactor(s) == factor) return s;
+    return std::nullopt;
+}
+
+ZoomStep largestStepThatFits(ZoomStep wanted, QSize video, QSize room)
+{
+    for (auto it = kZoomSteps.rbegin(); it != kZoomSteps.rend(); ++it) {
+        if (*it > wanted) continue;
+        const QSize target = zoomTarget(*it, video);
+        if (target.width() <= room.width() && target.height() <= room.height()) return *it;
+    }
+    return ZoomStep::Z25;
+}
+
 QSize zoomVideoSize(QSize video, bool anamorphic, double scale)
 {
     return {anamorphic ? int(video.width() * scale) : video.width(), video.height()};

@@ -40,6 +40,11 @@ QSize zoomTarget(ZoomStep step, QSize video);
 // An 8-pixel slack keeps a panel a few pixels off a step from counting as beyond it.
 std::optional<ZoomStep> smallerStep(QSize panel, QSize video);
 std::optional<ZoomStep> largerStep(QSize panel, QSize video);
+// The step of a stored zoom factor (1/4096 units); none for a factor that is not one of the five.
+std::optional<ZoomStep> stepOfFactor(int32_t factor);
+// `wanted`, or the largest smaller step whose panel fits in `room` (the screen less the window's own
+// menus, bars and frame); 25 % when none fits.
+ZoomStep largestStepThatFits(ZoomStep wanted, QSize video, QSize room);
 // The video size the zoom menu works with: width truncated after the anamorphic widening.
 QSize zoomVideoSize(QSize video, bool anamorphic, double scale);
 

@@ -9,6 +9,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
+#include <QScreen>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTimer>
@@ -174,6 +175,56 @@ TEST(FrameWindow, EscapeClosesTheBrightnessPanelFirst)
 #endif
 
 namespace {
+// The window fits the picture: a file opens at 100 % (or the largest step the screen has room for), and
+// every zoom step, growing or shrinking, leaves the panel at the step's size with the window around it —
+// no grey band from a previous, larger step. Full screen releases the step; leaving it restores it.
+TEST(FrameWindow, WindowFitsThePictureAtEveryZoomStep)
+{
+    const struct {
+        int32_t w, h;
+    } sizes[] = {{176, 144}, {1920, 1080}, {64, 64}};
+    for (const auto &sz : sizes) {
+        SCOPED_TRACE(std::to_string(sz.w) + "x" + std::to_string(sz.h));
+        kavri::test::TempDir dir;
+        KavriStartupConfig c;
+        c.file = dir.writeSized("fit.yuv", qint64(sz.w) * sz.h * 3 / 2);
+        c.width = sz.w;
+        c.height = sz.h;
+        c.format = YUV_p420;
+        frame w(&c);
+        w.show();
+        QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+        const QSize video(sz.w, sz.h);
+        const QSize room = w.screen()->availableGeometry().size();
+        const kavri::view::ZoomStep opened =
+            kavri::view::largestStepThatFits(kavri::view::ZoomStep::Z100, video,
+                                             room - (w.frameGeometry().size() - w.drawPanel()->size()));
+        KavriDrawPanel *panel = w.drawPanel();
+        QTRY_COMPARE_WITH_TIMEOUT(panel->size(), kavri::view::zoomTarget(opened, video), 20000);
+        const char *steps[] = {"action200", "action25", "action100", "action33", "action50", "action25", "action200"};
+        for (const char *name : steps) {
+            SCOPED_TRACE(name);
+            w.action(name)->trigger();
+            EXPECT_TRUE(w.action(name)->isChecked());
+            const QSize want = panel->sizeHint();
+            QTRY_COMPARE_WITH_TIMEOUT(panel->size(), want, 5000);
+            // The window is its own fitted size: as tall as the panel and its controls, as wide as the
+            // panel once the panel is wider than the menus need.
+            EXPECT_EQ(w.size(), w.sizeHint());
+            EXPECT_EQ(w.centralWidget()->height(), want.height() + w.findChild<QWidget *>("lowerPanel")->height());
+            if (want.width() >= 400) {
+                EXPECT_EQ(w.width(), want.width());
+            }
+            EXPECT_LE(panel->x(), (w.width() - want.width()) / 2 + 1) << "the picture stands in the middle";
+        }
+        w.action("actionFullscreen")->trigger();
+        QTRY_VERIFY_WITH_TIMEOUT(panel->maximumWidth() == QWIDGETSIZE_MAX, 5000);
+        w.action("actionFullscreen")->trigger();
+        QTRY_COMPARE_WITH_TIMEOUT(panel->size(), kavri::view::zoomTarget(kavri::view::ZoomStep::Z200, video), 5000);
+        kavri::forgetRemembered(c.file);
+    }
+}
+
 TEST(FrameWindow, ZoomStepIsRememberedPerFile)
 {
     kavri::test::TempDir dir;
