@@ -3,7 +3,8 @@
 # files otherwise). Usage: scripts/check-format.sh [--fix]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-tool=${CLANG_FORMAT:-clang-format}
+# The version pinned by the setup script first: another version formats a few constructs differently.
+tool=${CLANG_FORMAT:-$(command -v clang-format-14 || command -v clang-format || echo clang-format)}
 command -v "$tool" >/dev/null || { echo "check-format: $tool not found" >&2; exit 1; }
 mapfile -t files < <(git ls-files '*.cpp' '*.h' '*.inc' 2>/dev/null || find src tests bench -name '*.cpp' -o -name '*.h' -o -name '*.inc')
 if [[ "${1:-}" == "--fix" ]]; then

@@ -9,6 +9,8 @@ packages=(
     libboost-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     fonts-dejavu-core
+    # The fuzz targets (libFuzzer ships with clang's runtime) and the format check of the sources.
+    clang-14 libclang-rt-14-dev clang-format-14
 )
 # Optional extras: benchmark baselines and the tools used to look at the player under Xvfb.
 if [[ "${KAVRI_EXTRAS:-0}" == 1 ]]; then
