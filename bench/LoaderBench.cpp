@@ -48,8 +48,7 @@ QString sequenceFile(const Sequence &s)
     // Through the page cache once, as a file opened a second time would be.
     QFile warm(path);
     if (warm.open(QIODevice::ReadOnly))
-        while (!warm.read(qint64(1) << 24).isEmpty()) {
-        }
+        while (!warm.read(qint64(1) << 24).isEmpty()) {}
     made[key] = path;
     return path;
 }

@@ -73,13 +73,20 @@ int main(int argc, char **argv)
     for (int i = 3; i < args.size(); ++i) {
         const QString &a = args[i];
         const QString v = i + 1 < args.size() ? args[i + 1] : QString();
-        if (a == "--bits") bits = v.toInt(), ++i;
-        else if (a == "--rate") config.rate = v.toDouble(), ++i;
-        else if (a == "--seconds") seconds = v.toInt(), ++i;
-        else if (a == "--zoom") zoom = v.toInt(), ++i;
-        else if (a == "--window") window = QSize(v.section('x', 0, 0).toInt(), v.section('x', 1, 1).toInt()), ++i;
-        else if (a == "--fullscreen") fullscreen = true;
-        else return usage();
+        if (a == "--bits")
+            bits = v.toInt(), ++i;
+        else if (a == "--rate")
+            config.rate = v.toDouble(), ++i;
+        else if (a == "--seconds")
+            seconds = v.toInt(), ++i;
+        else if (a == "--zoom")
+            zoom = v.toInt(), ++i;
+        else if (a == "--window")
+            window = QSize(v.section('x', 0, 0).toInt(), v.section('x', 1, 1).toInt()), ++i;
+        else if (a == "--fullscreen")
+            fullscreen = true;
+        else
+            return usage();
     }
 
     frame w(&config);
@@ -106,8 +113,8 @@ int main(int argc, char **argv)
     PaintCounter counter;
     w.drawPanel()->installEventFilter(&counter);
     std::atomic<uint64_t> delivered{0};
-    QObject::connect(loader, &KavriLoader::new_frame, &counter, [&](frame_t *) { ++delivered; },
-                     Qt::DirectConnection);
+    QObject::connect(
+        loader, &KavriLoader::new_frame, &counter, [&](frame_t *) { ++delivered; }, Qt::DirectConnection);
     // The counting starts with playback under way, so start-up does not count against the rate.
     w.oon_play_pause();
     spinUntil([] { return false; }, 500);

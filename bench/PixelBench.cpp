@@ -118,9 +118,9 @@ void sizes(benchmark::internal::Benchmark *b, bool withTone = true)
 }
 
 const Family kFamilies[] = {
-    {"p420_8", YUV_p420, 8, false},    {"p420_10le", YUV_p420, 10, false}, {"p420_10be", YUV_p420, 10, true},
-    {"uyvy_8", YUV_uyvy, 8, false},    {"nv12_8", YUV_nv12, 8, false},     {"v210", YUV_v210, 10, false},
-    {"p422_8", YUV_p422, 8, false},    {"p444_8", YUV_p444, 8, false},     {"rgb_i444_8", RGB_i444, 8, false},
+    {"p420_8", YUV_p420, 8, false},         {"p420_10le", YUV_p420, 10, false}, {"p420_10be", YUV_p420, 10, true},
+    {"uyvy_8", YUV_uyvy, 8, false},         {"nv12_8", YUV_nv12, 8, false},     {"v210", YUV_v210, 10, false},
+    {"p422_8", YUV_p422, 8, false},         {"p444_8", YUV_p444, 8, false},     {"rgb_i444_8", RGB_i444, 8, false},
     {"rgb_planar_8", RGB_planar, 8, false},
 };
 
@@ -138,7 +138,12 @@ void memcpyBench(benchmark::State &state)
     }
     setPixels(state, int64_t(w) * h);
 }
-BENCHMARK(memcpyBench)->Name("memcpy_dst_bytes")->Args({1920, 1080})->Args({3840, 2160})->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(memcpyBench)
+    ->Name("memcpy_dst_bytes")
+    ->Args({1920, 1080})
+    ->Args({3840, 2160})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 // The same copy in bands on the conversion's worker pool: the memory limit with every core.
 void memcpyPoolBench(benchmark::State &state)
@@ -161,7 +166,12 @@ void memcpyPoolBench(benchmark::State &state)
     }
     setPixels(state, int64_t(w) * h);
 }
-BENCHMARK(memcpyPoolBench)->Name("memcpy_dst_bytes_pool")->Args({1920, 1080})->Args({3840, 2160})->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(memcpyPoolBench)
+    ->Name("memcpy_dst_bytes_pool")
+    ->Args({1920, 1080})
+    ->Args({3840, 2160})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 void differenceBench(benchmark::State &state)
 {
@@ -197,20 +207,13 @@ void libyuvBench(benchmark::State &state, Family fam)
                 libyuv::I010ToARGB(s16, w, s16 + n, w / 2, s16 + n + n / 4, w / 2, dst.data(), w * 4, w, h);
             }
             break;
-        case YUV_uyvy:
-            libyuv::UYVYToARGB(s, w * 2, dst.data(), w * 4, w, h);
-            break;
-        case YUV_nv12:
-            libyuv::NV12ToARGB(s, w, s + n, w, dst.data(), w * 4, w, h);
-            break;
-        case RGB_i444:
-            libyuv::RAWToARGB(s, w * 3, dst.data(), w * 4, w, h);
-            break;
+        case YUV_uyvy: libyuv::UYVYToARGB(s, w * 2, dst.data(), w * 4, w, h); break;
+        case YUV_nv12: libyuv::NV12ToARGB(s, w, s + n, w, dst.data(), w * 4, w, h); break;
+        case RGB_i444: libyuv::RAWToARGB(s, w * 3, dst.data(), w * 4, w, h); break;
         case RGB_planar:
             libyuv::MergeARGBPlane(s, w, s + n, w, s + 2 * n, w, nullptr, 0, dst.data(), w * 4, w, h);
             break;
-        default:
-            break;
+        default: break;
         }
         benchmark::ClobberMemory();
     }
@@ -242,27 +245,16 @@ void swscaleBench(benchmark::State &state, Family fam, AVPixelFormat in)
             planes[1] = s + n * bps, planes[2] = s + (n + n / 4) * bps;
             strides[1] = strides[2] = w / 2 * bps;
             break;
-        case YUV_nv12:
-            planes[1] = s + n, strides[1] = w;
-            break;
-        case YUV_uyvy:
-            strides[0] = w * 2;
-            break;
-        case RGB_i444:
-            strides[0] = w * 3;
-            break;
+        case YUV_nv12: planes[1] = s + n, strides[1] = w; break;
+        case YUV_uyvy: strides[0] = w * 2; break;
+        case RGB_i444: strides[0] = w * 3; break;
         case RGB_planar: // GBRP wants G, B, R planes
             planes[0] = s + n, planes[1] = s + 2 * n, planes[2] = s;
             strides[1] = strides[2] = w;
             break;
-        case YUV_p422:
-            planes[1] = s + n, planes[2] = s + n + n / 2, strides[1] = strides[2] = w / 2;
-            break;
-        case YUV_p444:
-            planes[1] = s + n, planes[2] = s + 2 * n, strides[1] = strides[2] = w;
-            break;
-        default:
-            break;
+        case YUV_p422: planes[1] = s + n, planes[2] = s + n + n / 2, strides[1] = strides[2] = w / 2; break;
+        case YUV_p444: planes[1] = s + n, planes[2] = s + 2 * n, strides[1] = strides[2] = w; break;
+        default: break;
         }
         sws_scale(ctx, planes, strides, 0, h, dstPlanes, dstStrides);
         benchmark::ClobberMemory();

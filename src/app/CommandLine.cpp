@@ -114,7 +114,8 @@ void startFurtherPlayers(const QString &program, const QStringList &files)
 
 QStringList openRequestArguments(const QString &file, const QString &diff, const QStringList &extra)
 {
-    if (!file.isEmpty() && !diff.isEmpty()) return QStringList{QStringLiteral("--diff"), diff} + extra + QStringList{file};
+    if (!file.isEmpty() && !diff.isEmpty())
+        return QStringList{QStringLiteral("--diff"), diff} + extra + QStringList{file};
     if (!file.isEmpty()) return extra + QStringList{file};
     return {};
 }

@@ -16,8 +16,8 @@ int main(int argc, char **argv)
     for (int i = 0; i < argc; ++i) args << QString::fromLocal8Bit(argv[i]);
     const auto request = kavri::infoRequest(args, [](const QString &p) { return QFileInfo::exists(p); });
     if (request != kavri::InfoRequest::None) {
-        const QString text = request == kavri::InfoRequest::Help ? kavri::playerUsage()
-                                                                 : kavri::playerVersionLine() + QLatin1Char('\n');
+        const QString text =
+            request == kavri::InfoRequest::Help ? kavri::playerUsage() : kavri::playerVersionLine() + QLatin1Char('\n');
         std::fputs(text.toLocal8Bit().constData(), stdout);
         return 0;
     }

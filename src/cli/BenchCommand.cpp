@@ -19,8 +19,7 @@ int runBench(Context &ctx)
 {
     const QString file = singleFileArgument(ctx.args);
     const QString diff = ctx.args.value("--diff");
-    const uint64_t limit =
-        uint64_t(ctx.args.int64Value("--frames", 0, 1, std::numeric_limits<int64_t>::max()));
+    const uint64_t limit = uint64_t(ctx.args.int64Value("--frames", 0, 1, std::numeric_limits<int64_t>::max()));
 
     LoaderSession session;
     QString error;

@@ -95,7 +95,8 @@ QString optionHelp(const std::vector<OptionSpec> &optionList)
         QString left = s.shortName ? QLatin1String(s.shortName) + QLatin1String(", ") : QLatin1String("    ");
         left += QLatin1String(s.longName);
         if (s.valueName) left += QLatin1Char(' ') + QLatin1String(s.valueName);
-        r += QLatin1String("  ") + left.leftJustified(28) + QLatin1Char(' ') + QLatin1String(s.help) + QLatin1Char('\n');
+        r +=
+            QLatin1String("  ") + left.leftJustified(28) + QLatin1Char(' ') + QLatin1String(s.help) + QLatin1Char('\n');
     }
     return r;
 }

@@ -30,7 +30,8 @@ int runDiff(Context &ctx)
     FrameSource src;
     QString error;
     if (!openFrameSource(ctx.args, pos[0], pos[1], src, error)) return ctx.fail(error);
-    const uint64_t count = limit < 0 ? src.seq.props.frameCount : std::min<uint64_t>(uint64_t(limit), src.seq.props.frameCount);
+    const uint64_t count =
+        limit < 0 ? src.seq.props.frameCount : std::min<uint64_t>(uint64_t(limit), src.seq.props.frameCount);
 
     double sum[3] = {0, 0, 0};
     bool unsupported = false;
@@ -51,7 +52,10 @@ int runDiff(Context &ctx)
             first << JsonValue::array({d.firstDiffX[k], d.firstDiffY[k]});
         }
         JsonObject o;
-        o.add("frame", i).add("mse", triple(d.mse)).add("psnr", triple(d.psnr)).add("first_diff", JsonValue::array(first));
+        o.add("frame", i)
+            .add("mse", triple(d.mse))
+            .add("psnr", triple(d.psnr))
+            .add("first_diff", JsonValue::array(first));
         ctx.out << o.toString() << '\n';
     }
     double mean[3] = {0, 0, 0}, psnr[3] = {0, 0, 0};

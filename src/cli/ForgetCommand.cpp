@@ -24,9 +24,6 @@ int runForget(Context &ctx)
 
 } // namespace
 
-Command forgetCommand()
-{
-    return {"forget", "FILE", "remove FILE from the remembered formats", {}, runForget};
-}
+Command forgetCommand() { return {"forget", "FILE", "remove FILE from the remembered formats", {}, runForget}; }
 
 } // namespace kavri::cli

@@ -32,8 +32,7 @@ ViewSettings viewSettingsFrom(const ParsedArgs &a)
     return v;
 }
 
-bool openFrameSource(const ParsedArgs &args, const QString &file, const QString &diff, FrameSource &src,
-                     QString &error)
+bool openFrameSource(const ParsedArgs &args, const QString &file, const QString &diff, FrameSource &src, QString &error)
 {
     if (file == QLatin1String("-") || diff == QLatin1String("-")) {
         error = QStringLiteral("frames cannot be picked from standard input; give a file");

@@ -63,6 +63,9 @@ JsonObject &JsonObject::add(const char *key, const JsonValue &value)
     return *this;
 }
 
-QString JsonObject::toString() const { return QLatin1Char('{') + m_members.join(QLatin1String(", ")) + QLatin1Char('}'); }
+QString JsonObject::toString() const
+{
+    return QLatin1Char('{') + m_members.join(QLatin1String(", ")) + QLatin1Char('}');
+}
 
 } // namespace kavri::cli

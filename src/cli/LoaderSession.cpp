@@ -13,8 +13,7 @@ LoaderSession::~LoaderSession()
     if (m_loader) m_loader->detach();
 }
 
-bool LoaderSession::open(const ParsedArgs &args, const QString &file, const QString &diff, double rate,
-                         QString &error)
+bool LoaderSession::open(const ParsedArgs &args, const QString &file, const QString &diff, double rate, QString &error)
 {
     // Check the options before touching any file, so that a usage error is reported as one.
     VideoProps scratch;

@@ -19,7 +19,8 @@ int runPixel(Context &ctx)
     if (!ctx.args.has("--at")) throw UsageError("missing '--at X,Y'");
     static const QRegularExpression kAt(QStringLiteral("^(-?\\d{1,9}),(-?\\d{1,9})$"));
     const auto m = kAt.match(ctx.args.value("--at"));
-    if (!m.hasMatch()) throw UsageError(("option '--at' needs X,Y, not '" + ctx.args.value("--at") + "'").toStdString());
+    if (!m.hasMatch())
+        throw UsageError(("option '--at' needs X,Y, not '" + ctx.args.value("--at") + "'").toStdString());
     const int32_t x = m.captured(1).toInt(), y = m.captured(2).toInt();
 
     FrameSource src;
@@ -34,8 +35,9 @@ int runPixel(Context &ctx)
     if (!src.pipeline.readout(x, y, c1, c2, c3, &alpha)) {
         ctx.out << JsonObject().add("ok", false).toString() << '\n';
         const bool outside = uint32_t(x) >= uint32_t(p.width) || uint32_t(y) >= uint32_t(p.height);
-        return ctx.fail(outside ? QStringLiteral("%1,%2 lies outside the %3x%4 picture").arg(x).arg(y).arg(p.width).arg(p.height)
-                                : QStringLiteral("the readout gives no value for this layout and depth"));
+        return ctx.fail(
+            outside ? QStringLiteral("%1,%2 lies outside the %3x%4 picture").arg(x).arg(y).arg(p.width).arg(p.height)
+                    : QStringLiteral("the readout gives no value for this layout and depth"));
     }
     JsonObject o;
     o.add("ok", true).add("space", int(p.format)).add("c1", c1).add("c2", c2).add("c3", c3).add("alpha", alpha);

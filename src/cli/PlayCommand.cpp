@@ -64,8 +64,7 @@ Command playCommand()
     std::vector<OptionSpec> opts = formatOptionSpecs();
     opts.push_back({nullptr, "--diff", "FILE2", "second file of a difference view"});
     opts.push_back({nullptr, "--frames", "N", "number of frames to play (required; the file wraps around)"});
-    return {"play", "FILE", "play FILE at its frame rate through the player's loader; print the pacing", opts,
-            runPlay};
+    return {"play", "FILE", "play FILE at its frame rate through the player's loader; print the pacing", opts, runPlay};
 }
 
 } // namespace kavri::cli

@@ -15,7 +15,8 @@ namespace {
 int runRemember(Context &ctx)
 {
     const QString file = singleFileArgument(ctx.args);
-    if (file == QLatin1String("-")) return ctx.fail(QStringLiteral("standard input has no path to remember a format for"));
+    if (file == QLatin1String("-"))
+        return ctx.fail(QStringLiteral("standard input has no path to remember a format for"));
     if (isStreamPath(file))
         return ctx.fail(QStringLiteral("'%1' is a pipe or a device; formats are remembered for files").arg(file));
     OpenedSequence seq;

@@ -60,9 +60,12 @@ Command renderCommand()
     std::vector<OptionSpec> opts = formatOptionSpecs();
     for (const OptionSpec &s : frameSelectionSpecs()) opts.push_back(s);
     opts.push_back({nullptr, "--channel", "0..3", "0 full colour, 1..3 one component as grey"});
-    opts.push_back({nullptr, "--brightness", "B", "tone curve brightness (default 0; ignored while a difference is shown)"});
-    opts.push_back({nullptr, "--contrast", "C", "tone curve contrast (default 0; the difference gain while a difference is shown)"});
-    opts.push_back({nullptr, "--gamma", "G", "tone curve gamma, 256 = 1.0 (default 256; ignored while a difference is shown)"});
+    opts.push_back(
+        {nullptr, "--brightness", "B", "tone curve brightness (default 0; ignored while a difference is shown)"});
+    opts.push_back({nullptr, "--contrast", "C",
+                    "tone curve contrast (default 0; the difference gain while a difference is shown)"});
+    opts.push_back(
+        {nullptr, "--gamma", "G", "tone curve gamma, 256 = 1.0 (default 256; ignored while a difference is shown)"});
     opts.push_back({nullptr, "--deinterlace", nullptr, "take 4:2:0 chroma per field and run the deinterlace filter"});
     opts.push_back({"-o", "--output", "OUT.png", "PNG to write"});
     return {"render", "FILE", "write one frame as shown by the player (before display scaling) to a PNG", opts,

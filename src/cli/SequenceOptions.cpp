@@ -17,9 +17,10 @@ std::vector<OptionSpec> formatOptionSpecs()
         {"-w", "--width", "N", "luma width in pixels"},
         {"-h", "--height", "N", "luma height in pixels"},
         {"-r", "--rate", "R", "frames per second"},
-        {"-f", "--format", "KEYWORD", "layout: yuv420 yuv422 yuv444 yuv410 yuv411 uyvy yuyv yuy2 nv12 v210 rgb "
-                                      "rgba bgr bgra rgbp rgbap rbgp rbgap bgrp bgrap brgp brgap grbp grbap gbrp "
-                                      "gbrap luma"},
+        {"-f", "--format", "KEYWORD",
+         "layout: yuv420 yuv422 yuv444 yuv410 yuv411 uyvy yuyv yuy2 nv12 v210 rgb "
+         "rgba bgr bgra rgbp rgbap rbgp rbgap bgrp bgrap brgp brgap grbp grbap gbrp "
+         "gbrap luma"},
         {nullptr, "--bits", "N", "significant bits per sample, 1..16"},
         {nullptr, "--container", "8|16", "storage bits per sample"},
         {nullptr, "--header", "N", "bytes to skip before the first frame"},
@@ -46,7 +47,8 @@ void applyFormatOptions(const ParsedArgs &a, VideoProps &p)
     if (a.has("--format")) {
         const videoFormat_t f = formatFromKeyword(a.value("--format"));
         if (f == FMT_UNKNOWN)
-            throw UsageError(("unknown format keyword '" + a.value("--format") + "' for option '--format'").toStdString());
+            throw UsageError(
+                ("unknown format keyword '" + a.value("--format") + "' for option '--format'").toStdString());
         p.format = f;
     }
     if (a.has("--bits")) p.bitDepth = a.intValue("--bits", 8, 1, 16);
@@ -58,7 +60,8 @@ void applyFormatOptions(const ParsedArgs &a, VideoProps &p)
         // Let validation pick the container that holds the given depth.
         p.containerBits = 0;
     }
-    if (a.has("--header")) p.headerBytes = uint32_t(a.int64Value("--header", 0, 0, std::numeric_limits<uint32_t>::max()));
+    if (a.has("--header"))
+        p.headerBytes = uint32_t(a.int64Value("--header", 0, 0, std::numeric_limits<uint32_t>::max()));
     if (a.has("--signed")) p.signedValues = true;
     if (a.has("--flip")) p.flipped = true;
     if (a.has("--swap-uv")) p.swapUV = true;
@@ -100,7 +103,8 @@ bool openSequence(const ParsedArgs &args, const QString &file, const QString &di
 QString unplayableReason(const VideoProps &p, uint32_t mask)
 {
     if (isPlayable(mask)) return {};
-    if (!(mask & kWidthKnown) || !(mask & kHeightKnown)) return QStringLiteral("the frame size is not known (give -w and -h)");
+    if (!(mask & kWidthKnown) || !(mask & kHeightKnown))
+        return QStringLiteral("the frame size is not known (give -w and -h)");
     if (!(mask & kDepthSettled)) return QStringLiteral("a bit depth of %1 is not supported (1..16)").arg(p.bitDepth);
     if (p.format == FMT_UNKNOWN) return QStringLiteral("the layout is not known (give -f)");
     if (p.frameBytes == 0)

@@ -72,11 +72,13 @@ int runSynth(Context &ctx)
     const uint64_t total = uint64_t(bytes) * uint64_t(frames);
     const QStorageInfo disk(QFileInfo(out).absolutePath());
     if (disk.isValid() && disk.bytesAvailable() >= 0 && uint64_t(disk.bytesAvailable()) < total)
-        return ctx.fail(QStringLiteral("'%1' needs %2 bytes but only %3 are free").arg(out).arg(total).arg(disk.bytesAvailable()));
+        return ctx.fail(
+            QStringLiteral("'%1' needs %2 bytes but only %3 are free").arg(out).arg(total).arg(disk.bytesAvailable()));
 
     // Written beside the target and renamed into place at the end, so a failure never leaves half a file.
     QSaveFile file(out);
-    if (!file.open(QIODevice::WriteOnly)) return ctx.fail(QStringLiteral("cannot write '%1': %2").arg(out, file.errorString()));
+    if (!file.open(QIODevice::WriteOnly))
+        return ctx.fail(QStringLiteral("cannot write '%1': %2").arg(out, file.errorString()));
     std::vector<uint8_t> frame(bytes);
     for (int i = 0; i < frames; ++i) {
         writePatternFrame(s, uint64_t(i), frame.data(), frame.size());

@@ -75,8 +75,8 @@ int runExtract(Context &ctx)
         return ctx.fail(QStringLiteral("'%1': %2").arg(file, error));
     if (clamped) ctx.warn(QStringLiteral("'%1' ends at frame %2; extracting up to it").arg(file).arg(last));
 
-    const QString out = ctx.args.has("--output") ? ctx.args.value("--output")
-                                                  : tools::proposedExtractName(p, uint64_t(from), last);
+    const QString out =
+        ctx.args.has("--output") ? ctx.args.value("--output") : tools::proposedExtractName(p, uint64_t(from), last);
     const tools::CopyJob job =
         tools::extractJob(file, out, p.frameBytes, p.headerBytes, uint64_t(from), last, ctx.args.has("--force"));
     return printCopy(ctx, file, job.output, job, tools::copyFrames(job), p);

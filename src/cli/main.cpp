@@ -12,7 +12,8 @@ int main(int argc, char **argv)
     if (kavri::guardStandardInput()) {
         for (int i = 1; i < argc; ++i) {
             if (std::strcmp(argv[i], "-") == 0) {
-                std::fprintf(stderr, "%s\n", qPrintable(kavri::closedStandardInputMessage(QStringLiteral("kavri-cli"))));
+                std::fprintf(stderr, "%s\n",
+                             qPrintable(kavri::closedStandardInputMessage(QStringLiteral("kavri-cli"))));
                 return 1;
             }
         }

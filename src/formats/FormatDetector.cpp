@@ -92,8 +92,7 @@ QRegularExpressionMatch search(const QString &pattern, const QString &text)
 KeywordTable buildKeywordTable()
 {
     KeywordTable t;
-    for (videoFormat_t f : kPlanarYuvLayouts)
-        t[f].assign(std::begin(kPlanarYuvRows), std::end(kPlanarYuvRows));
+    for (videoFormat_t f : kPlanarYuvLayouts) t[f].assign(std::begin(kPlanarYuvRows), std::end(kPlanarYuvRows));
     for (const LayoutRow &r : kLayoutRows) t[r.layout].push_back(r.row);
     return t;
 }

@@ -25,13 +25,11 @@ int64_t rawFrameBytes(int32_t format, int32_t containerBits, int64_t w, int64_t 
     const int64_t S = B * w * h;
     switch (format) {
     case YUV_p420:
-    case YUV_nv12:
-        return (S * 3) / 2;
+    case YUV_nv12: return (S * 3) / 2;
     case YUV_p422:
     case YUV_uyvy:
     case YUV_yuyv:
-    case YUV_yuy2:
-        return S * 2;
+    case YUV_yuy2: return S * 2;
     case YUV_p444:
     case RGB_i444:
     case BGR_i444:
@@ -40,8 +38,7 @@ int64_t rawFrameBytes(int32_t format, int32_t containerBits, int64_t w, int64_t 
     case BGR_planar:
     case BRG_planar:
     case GRB_planar:
-    case GBR_planar:
-        return S * 3;
+    case GBR_planar: return S * 3;
     case RGBA_i444:
     case BGRA_i444:
     case RGBA_planar:
@@ -49,24 +46,20 @@ int64_t rawFrameBytes(int32_t format, int32_t containerBits, int64_t w, int64_t 
     case BGRA_planar:
     case BRGA_planar:
     case GRBA_planar:
-    case GBRA_planar:
-        return S * 4;
-    case BW:
-        return S;
+    case GBRA_planar: return S * 4;
+    case BW: return S;
     case YUV_p410: {
         const int64_t q = w / 4;
         const int64_t c = (q * h) / 2;
         return B * (w * h + 2 * c);
     }
-    case YUV_p411:
-        return B * (w + 2 * (w / 4)) * h;
+    case YUV_p411: return B * (w + 2 * (w / 4)) * h;
     case YUV_v210: {
         // Six pixels take 16 bytes (8/3 bytes a pixel); each row is padded to a multiple of 128 bytes.
         const int64_t r = ((w * 8) / 3 + 127) & ~int64_t(127);
         return r * h;
     }
-    default:
-        return 0;
+    default: return 0;
     }
 }
 
@@ -88,12 +81,9 @@ uint32_t allocationSize(int32_t format, int32_t containerBits, int32_t width, in
     const int64_t w = width, h = height;
     switch (format) {
     case YUV_p420:
-    case YUV_nv12:
-        return narrow((B * w * h * 3) / 2 + (h & 1) * w * 2);
-    case YUV_p410:
-        return narrow(B * (w * h + 2 * ((w / 4) * h / 2)) + ((h & 1) * w * 2) / 4);
-    default:
-        return frameBytes(format, containerBits, width, height);
+    case YUV_nv12: return narrow((B * w * h * 3) / 2 + (h & 1) * w * 2);
+    case YUV_p410: return narrow(B * (w * h + 2 * ((w / 4) * h / 2)) + ((h & 1) * w * 2) / 4);
+    default: return frameBytes(format, containerBits, width, height);
     }
 }
 

@@ -22,8 +22,8 @@ namespace {
 // The files QSettings reads for this application in `dir`: its own and the organisation's fallback.
 QStringList storeFiles(const QString &dir)
 {
-    const QString ext = QSettings::defaultFormat() == QSettings::IniFormat ? QStringLiteral(".ini")
-                                                                           : QStringLiteral(".conf");
+    const QString ext =
+        QSettings::defaultFormat() == QSettings::IniFormat ? QStringLiteral(".ini") : QStringLiteral(".conf");
     const QString org = QLatin1String(kOrganizationName);
     return {dir + QLatin1Char('/') + org + QLatin1Char('/') + QLatin1String(kApplicationName) + ext,
             dir + QLatin1Char('/') + org + ext};

@@ -15,7 +15,8 @@ inline constexpr const char *kApplicationName = "kavri";
 // When set, the settings store lives in this directory instead of the user's own (tests, scripts).
 inline constexpr const char *kConfigDirEnv = "KAVRI_CONFIG_DIR";
 
-template <typename T> struct Key {
+template <typename T>
+struct Key {
     const char *name;
     T defaultValue;
 

@@ -36,10 +36,9 @@ struct FormatWord {
 // intended and must stay: any value holding a "y" but none of the first three words (yuv410, uyvy, ...)
 // is read as luma only, and existing side files are read that way.
 constexpr FormatWord kFormatWords[] = {
-    {"yuv420", YUV_p420}, {"yuv422", YUV_p422}, {"yuv444", YUV_p444}, {"y", BW},
-    {"yuv410", YUV_p410}, {"yuv411", YUV_p411}, {"uyvy", YUV_uyvy},   {"yuyv", YUV_yuyv},
-    {"yuy2", YUV_yuy2},   {"rgb24", RGB_i444},  {"rgb32", RGBA_i444}, {"bgr24", BGR_i444},
-    {"bgr32", BGRA_i444},
+    {"yuv420", YUV_p420}, {"yuv422", YUV_p422}, {"yuv444", YUV_p444}, {"y", BW},          {"yuv410", YUV_p410},
+    {"yuv411", YUV_p411}, {"uyvy", YUV_uyvy},   {"yuyv", YUV_yuyv},   {"yuy2", YUV_yuy2}, {"rgb24", RGB_i444},
+    {"rgb32", RGBA_i444}, {"bgr24", BGR_i444},  {"bgr32", BGRA_i444},
 };
 
 bool isBlank(QChar c) { return c == u' ' || c == u'\t' || c == u'\r' || c == u'\v' || c == u'\f'; }

@@ -31,11 +31,11 @@ constexpr int32_t containerBitsFor(int32_t bitDepth) { return bitDepth <= 8 ? 8 
 void normaliseContainer(VideoProps &props);
 
 // Validates `props` in place: defaults the rate (negative or not a number -> 25; above kMaxFrameRate ->
-// kMaxFrameRate) and bit depth (< 1 -> 8), forces v210 to unsigned 10 bits, normalises the container, computes frameBytes and, for a file (not a stream: see isStreamPath),
-// the frame count and file size from props.fileName (and props.diffFileName, keeping the smaller count).
-// A file shorter than one frame clears kFormatKnown, as do a frame size too large to count in 32 bits
-// and a picture too wide to display (displayPictureFits).
-// A depth above 16 bits, which no kernel reads, leaves kDepthSettled clear and the container untouched.
+// kMaxFrameRate) and bit depth (< 1 -> 8), forces v210 to unsigned 10 bits, normalises the container, computes
+// frameBytes and, for a file (not a stream: see isStreamPath), the frame count and file size from props.fileName (and
+// props.diffFileName, keeping the smaller count). A file shorter than one frame clears kFormatKnown, as do a frame size
+// too large to count in 32 bits and a picture too wide to display (displayPictureFits). A depth above 16 bits, which no
+// kernel reads, leaves kDepthSettled clear and the container untouched.
 uint32_t validateProps(VideoProps &props);
 
 } // namespace kavri

@@ -63,8 +63,8 @@ struct LayoutInfo {
     std::string_view displayName; // format dialog entry, irregular blanks included
     std::string_view keyword;     // command-line keyword (-f)
     LayoutKind kind;
-    uint8_t chromaShiftX; // log2 of horizontal chroma subsampling (planar YUV, packed, nv12, v210)
-    uint8_t chromaShiftY; // log2 of vertical chroma subsampling
+    uint8_t chromaShiftX;    // log2 of horizontal chroma subsampling (planar YUV, packed, nv12, v210)
+    uint8_t chromaShiftY;    // log2 of vertical chroma subsampling
     uint8_t samplesPerPixel; // interleaved RGB: 3 or 4; planar RGB: number of planes; otherwise 0
     bool hasAlpha;
     // Channel letters in storage order ("" for luma only).

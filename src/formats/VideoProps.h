@@ -12,7 +12,7 @@ constexpr int32_t kScaleOne = 4096;
 struct VideoProps {
     int32_t width = 0;
     int32_t height = 0;
-    double frameRate = 0.0; // frames per second; negative = not given
+    double frameRate = 0.0;  // frames per second; negative = not given
     uint64_t frameCount = 0; // whole frames in the file (computed)
     uint64_t fileSize = 0;   // bytes (computed with the frame count)
     videoFormat_t format = YUV_p420;

@@ -10,8 +10,8 @@
 #include <memory>
 
 struct LinkTiming {
-    int pingMs = 1000;       // an idle sender says it is alive this often
-    int silenceMs = 5000;    // a receiver that hears nothing this long takes the partner for gone
+    int pingMs = 1000;        // an idle sender says it is alive this often
+    int silenceMs = 5000;     // a receiver that hears nothing this long takes the partner for gone
     int receiveSliceMs = 200; // how long one wait for a message may take (bounds how fast a stop is seen)
 };
 

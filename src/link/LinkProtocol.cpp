@@ -11,8 +11,8 @@ struct Word {
     const char *text;
 };
 // "ping" keeps an idle link alive so that a partner that was killed can be told from a quiet one.
-constexpr Word kWords[] = {{Command::Play, "play"},   {Command::Pause, "paus"}, {Command::Stop, "stop"},
-                           {Command::Seek, "seek"},   {Command::Reload, "relo"}, {Command::Quit, "quit"},
+constexpr Word kWords[] = {{Command::Play, "play"}, {Command::Pause, "paus"},  {Command::Stop, "stop"},
+                           {Command::Seek, "seek"}, {Command::Reload, "relo"}, {Command::Quit, "quit"},
                            {Command::Ping, "ping"}};
 } // namespace
 

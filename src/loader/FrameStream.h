@@ -48,7 +48,7 @@ private:
     FrameStream() = default;
 
     QFile m_file;
-    int m_fd = -1; // >= 0 for a wrapped descriptor
+    int m_fd = -1;         // >= 0 for a wrapped descriptor
     bool m_ownsFd = false; // a pipe opened here is closed here; a wrapped descriptor is not
     bool m_atEnd = false;
     bool m_failed = false;

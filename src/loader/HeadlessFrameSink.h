@@ -59,8 +59,8 @@ signals:
     void stop();
     void reload();
     void seek(uint64_t frame, bool b_remote, bool b_dragged);
-    void getNativeAt(bool *pb_success, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1, int32_t &c2,
-                     int32_t &c3, int32_t *alpha);
+    void getNativeAt(bool *pb_success, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1, int32_t &c2, int32_t &c3,
+                     int32_t *alpha);
 
 public slots:
     // Called on the loader thread.

@@ -11,9 +11,9 @@
 #include <QFile>
 #include <QMetaMethod>
 #include <QThread>
-#include <new>
 #include <QtDebug>
 #include <cmath>
+#include <new>
 
 #ifdef Q_OS_WIN
 #include <fcntl.h>
@@ -428,10 +428,7 @@ void KavriLoader::computePause()
     m_pauseMs = pause;
 }
 
-bool KavriLoader::interruptPendingLocked() const
-{
-    return !m_queue.empty() && m_queue.front().kind != kCmdPlay;
-}
+bool KavriLoader::interruptPendingLocked() const { return !m_queue.empty() && m_queue.front().kind != kCmdPlay; }
 
 void KavriLoader::sleepForPause()
 {
@@ -673,8 +670,8 @@ void KavriLoader::oon_gamma(int32_t value)
 
 // ---- readout (GUI thread) ----
 
-void KavriLoader::getNativeAt(bool *pb_success, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1,
-                              int32_t &c2, int32_t &c3, int32_t *alpha)
+void KavriLoader::getNativeAt(bool *pb_success, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1, int32_t &c2,
+                              int32_t &c3, int32_t *alpha)
 {
     QMutexLocker view(&m_viewMutex);
     // The pipeline holds the active geometry (a pending record edited since the last init may differ)

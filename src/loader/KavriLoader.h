@@ -121,8 +121,8 @@ public slots:
     void reload();
     void seek(uint64_t frame, bool b_remote = false, bool b_dragged = false);
 
-    void getNativeAt(bool *pb_success, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1, int32_t &c2,
-                     int32_t &c3, int32_t *alpha);
+    void getNativeAt(bool *pb_success, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1, int32_t &c2, int32_t &c3,
+                     int32_t *alpha);
 
     void oon_next_channel();
     void oon_prev_channel();

@@ -68,10 +68,10 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_cond;
     bool m_stop = false;
-    uint64_t m_job = 0;      // bumped by start(); the reader's thread wakes on a change
-    bool m_open = false;     // a job has chunks the reader's thread may still claim
+    uint64_t m_job = 0;        // bumped by start(); the reader's thread wakes on a change
+    bool m_open = false;       // a job has chunks the reader's thread may still claim
     bool m_readerBusy = false; // the reader's thread is inside a job; take() waits it out
-    bool m_pending = false;  // loader thread only
+    bool m_pending = false;    // loader thread only
     Before m_before;
 
     // The job: fixed while it runs.

@@ -324,8 +324,7 @@ void X2RGBColorConv::convertNativeFrame(const uint8_t *src, uint8_t *dst)
     if (zeroOddHeight && (H & 1)) std::memset(pixelRow(dst, W, H - 1) + W / 2, 0, size_t(W / 2) * 4);
 }
 
-void X2RGBColorConv::convertRows(const Prepared &job, const uint8_t *src, uint8_t *dst, int32_t r0,
-                                 int32_t r1) const
+void X2RGBColorConv::convertRows(const Prepared &job, const uint8_t *src, uint8_t *dst, int32_t r0, int32_t r1) const
 {
     const int32_t W = job.width, H = job.height;
     const RowParams &p = job.p;
@@ -339,10 +338,12 @@ void X2RGBColorConv::convertRows(const Prepared &job, const uint8_t *src, uint8_
             int32_t cr = job.interlacedChroma ? 2 * (s / 4) + (s & 1) : s >> c.shiftY;
             if (cr >= c.rows) cr = c.rows - 1;
             const uint8_t *y = src + size_t(s) * size_t(W) * sb;
-            const uint8_t *u = c.uFit > 0 ? src + size_t(c.uStart + int64_t(cr < c.uFit ? cr : c.uFit - 1) * c.cols) * sb
-                                          : zeroSamples(size_t(c.cols + 1) * sb);
-            const uint8_t *v = c.vFit > 0 ? src + size_t(c.vStart + int64_t(cr < c.vFit ? cr : c.vFit - 1) * c.cols) * sb
-                                          : zeroSamples(size_t(c.cols + 1) * sb);
+            const uint8_t *u = c.uFit > 0
+                                   ? src + size_t(c.uStart + int64_t(cr < c.uFit ? cr : c.uFit - 1) * c.cols) * sb
+                                   : zeroSamples(size_t(c.cols + 1) * sb);
+            const uint8_t *v = c.vFit > 0
+                                   ? src + size_t(c.vStart + int64_t(cr < c.vFit ? cr : c.vFit - 1) * c.cols) * sb
+                                   : zeroSamples(size_t(c.cols + 1) * sb);
             job.planar(p, y, u, v, d, c.cols);
             const int32_t last = c.cols > 0 ? c.cols - 1 : 0;
             for (int32_t x = c.cols << c.shiftX; x < W; ++x)
@@ -382,9 +383,7 @@ void X2RGBColorConv::convertRows(const Prepared &job, const uint8_t *src, uint8_
             break;
         }
         case Prepared::Path::Rgb:
-        case Prepared::Path::Luma:
-            job.row(p, src + size_t(s) * size_t(job.rowSamples) * sb, d, W);
-            break;
+        case Prepared::Path::Luma: job.row(p, src + size_t(s) * size_t(job.rowSamples) * sb, d, W); break;
         }
         if (job.toneAfter) job.toneAfter(d, W, p.toneBytes);
     }

@@ -30,14 +30,16 @@ struct Metrics {
     int32_t *firstX, *firstY;
 };
 
-template <typename T> inline int32_t loadSample(const uint8_t *base, int64_t index)
+template <typename T>
+inline int32_t loadSample(const uint8_t *base, int64_t index)
 {
     T v;
     std::memcpy(&v, base + index * int64_t(sizeof(T)), sizeof(T));
     return int32_t(v);
 }
 
-template <typename T> inline void storeSample(uint8_t *base, int64_t index, int32_t value)
+template <typename T>
+inline void storeSample(uint8_t *base, int64_t index, int32_t value)
 {
     const T v = T(value);
     std::memcpy(base + index * int64_t(sizeof(T)), &v, sizeof(T));
@@ -59,7 +61,8 @@ void diffGrid(const Grid &g, int k, const uint8_t *a, const uint8_t *b, uint8_t 
                 m.firstX[k] = c;
                 m.firstY[k] = row;
             }
-            sum += bestKernels().diffRow8[std::is_signed_v<T> ? 1 : 0](a + base, b + base, dst + base, g.cols, table8, mid);
+            sum += bestKernels().diffRow8[std::is_signed_v<T> ? 1 : 0](a + base, b + base, dst + base, g.cols, table8,
+                                                                       mid);
             continue;
         }
         if (m.firstX[k] < 0) {
@@ -218,10 +221,14 @@ void DifferencePicture::compute(uint8_t *a, const uint8_t *b, uint8_t *dst)
         for (int k = 0; k < components; ++k) {
             const int32_t *t = m_table.data();
             const uint8_t *t8 = m_table8.data();
-            if (!wide && m_signed) diffGrid<int8_t>(grids[k], k, a, b, dst, t, t8, mid, peak, m);
-            else if (!wide) diffGrid<uint8_t>(grids[k], k, a, b, dst, t, t8, mid, peak, m);
-            else if (m_signed) diffGrid<int16_t>(grids[k], k, a, b, dst, t, t8, mid, peak, m);
-            else diffGrid<uint16_t>(grids[k], k, a, b, dst, t, t8, mid, peak, m);
+            if (!wide && m_signed)
+                diffGrid<int8_t>(grids[k], k, a, b, dst, t, t8, mid, peak, m);
+            else if (!wide)
+                diffGrid<uint8_t>(grids[k], k, a, b, dst, t, t8, mid, peak, m);
+            else if (m_signed)
+                diffGrid<int16_t>(grids[k], k, a, b, dst, t, t8, mid, peak, m);
+            else
+                diffGrid<uint16_t>(grids[k], k, a, b, dst, t, t8, mid, peak, m);
         }
     } else {
         components = 3;

@@ -5,8 +5,8 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <limits>
 #include <cstring>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -25,7 +25,7 @@ constexpr size_t kBufferAlignment = 64;
 // copy out of the page cache and the conversion then walk a handful of pages instead of thousands,
 // which is worth about a tenth of the frame time at 4K.
 constexpr size_t kHugePage = size_t(2) << 20;
-}
+} // namespace
 
 void FreeAligned::operator()(uint8_t *p) const { std::free(p); }
 

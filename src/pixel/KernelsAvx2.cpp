@@ -57,7 +57,9 @@ inline void pairs8(const Vec &v, __m256i uv, __m256i yw, uint8_t *d)
     const __m256i cr = _mm256_add_epi32(_mm256_madd_epi16(uv, v.uvR), v.aR);
     const __m256i cg = _mm256_add_epi32(_mm256_madd_epi16(uv, v.uvG), v.aG);
     const __m256i cb = _mm256_add_epi32(_mm256_madd_epi16(uv, v.uvB), v.aB);
-    auto sum = [&](__m256i k, __m256i c) { return _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(yw, k), c), 8); };
+    auto sum = [&](__m256i k, __m256i c) {
+        return _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(yw, k), c), 8);
+    };
     const __m256i r16 = _mm256_packs_epi32(sum(v.m00, cr), sum(v.m00o, cr));
     const __m256i g16 = _mm256_packs_epi32(sum(v.m10, cg), sum(v.m10o, cg));
     const __m256i b16 = _mm256_packs_epi32(sum(v.m20, cb), sum(v.m20o, cb));
@@ -68,7 +70,8 @@ inline void pairs8(const Vec &v, __m256i uv, __m256i yw, uint8_t *d)
     put(v, d + 32, _mm256_permute2x128_si256(lo, hi, 0x31));
 }
 
-template <int K> void planar420Fast(const RowParams &p, const void *c0, const void *c1, const void *c2, void *dst, int32_t n)
+template <int K>
+void planar420Fast(const RowParams &p, const void *c0, const void *c1, const void *c2, void *dst, int32_t n)
 {
     if (!usable(p)) return planarRow<K, 1, false>(p, c0, c1, c2, dst, n);
     constexpr bool S = K == kS8;
@@ -87,7 +90,8 @@ template <int K> void planar420Fast(const RowParams &p, const void *c0, const vo
     if (i < n) planarRow<K, 1, false>(p, y + 2 * i, u + i, w + i, d + size_t(i) * 8, n - i);
 }
 
-template <int K> void nv12Fast(const RowParams &p, const void *yRow, const void *uvRow, void *dst, int32_t n)
+template <int K>
+void nv12Fast(const RowParams &p, const void *yRow, const void *uvRow, void *dst, int32_t n)
 {
     if (!usable(p)) return nv12Row<K, false>(p, yRow, uvRow, dst, n);
     constexpr bool S = K == kS8;
@@ -98,8 +102,8 @@ template <int K> void nv12Fast(const RowParams &p, const void *yRow, const void 
     for (; i + 8 <= n; i += 8) {
         const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i *>(uv + 2 * i));
         const __m128i l = _mm_loadu_si128(reinterpret_cast<const __m128i *>(y + 2 * i));
-        pairs8(v, S ? _mm256_cvtepi8_epi16(c) : _mm256_cvtepu8_epi16(c), S ? _mm256_cvtepi8_epi16(l) : _mm256_cvtepu8_epi16(l),
-               d + size_t(i) * 8);
+        pairs8(v, S ? _mm256_cvtepi8_epi16(c) : _mm256_cvtepu8_epi16(c),
+               S ? _mm256_cvtepi8_epi16(l) : _mm256_cvtepu8_epi16(l), d + size_t(i) * 8);
     }
     if (i < n) nv12Row<K, false>(p, y + 2 * i, uv + 2 * i, d + size_t(i) * 8, n - i);
 }

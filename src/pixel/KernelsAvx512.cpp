@@ -28,9 +28,9 @@ namespace {
 constexpr __mmask64 kColourBytes = 0x7777777777777777ull; // bytes 0..2 of every pixel
 
 struct Vec {
-    __m512i m00, m10, m20;       // (m0, 0) pairs: luma of even pixels
-    __m512i m00o, m10o, m20o;    // (0, m0) pairs: luma of odd pixels
-    __m512i uvR, uvG, uvB;       // (m1, m2) pairs
+    __m512i m00, m10, m20;    // (m0, 0) pairs: luma of even pixels
+    __m512i m00o, m10o, m20o; // (0, m0) pairs: luma of odd pixels
+    __m512i uvR, uvG, uvB;    // (m1, m2) pairs
     __m512i aR, aG, aB;
     __m128i shift;
     __m512i t0, t1, t2, t3; // tone table
@@ -68,10 +68,13 @@ Vec vecOf(const RowParams &p)
 }
 
 // Sh >= 0: the shift as an immediate (one uop instead of two); -1: the shift from the parameters.
-template <int Sh> inline __m512i sra(const Vec &v, __m512i sum)
+template <int Sh>
+inline __m512i sra(const Vec &v, __m512i sum)
 {
-    if constexpr (Sh >= 0) return _mm512_srai_epi32(sum, Sh);
-    else return _mm512_sra_epi32(sum, v.shift);
+    if constexpr (Sh >= 0)
+        return _mm512_srai_epi32(sum, Sh);
+    else
+        return _mm512_sra_epi32(sum, v.shift);
 }
 
 inline __m512i toneBytes(const Vec &v, __m512i px)
@@ -81,7 +84,8 @@ inline __m512i toneBytes(const Vec &v, __m512i px)
     return _mm512_mask_blend_epi8(_mm512_movepi8_mask(px), lo, hi);
 }
 
-template <bool Tone> inline void store(const Vec &v, uint8_t *d, __m512i px)
+template <bool Tone>
+inline void store(const Vec &v, uint8_t *d, __m512i px)
 {
     if (Tone) px = toneBytes(v, px);
     _mm512_mask_storeu_epi8(d, kColourBytes, px);
@@ -109,12 +113,13 @@ struct PairOrder {
 constexpr PairOrder kPairOrder;
 
 // vpermt2w indices interleaving the 16 words of two vectors: u0 v0 u1 v1 ...
-alignas(64) constexpr uint16_t kInterleave16[32] = {0, 32, 1, 33, 2, 34, 3, 35, 4, 36, 5, 37, 6, 38, 7, 39,
+alignas(64) constexpr uint16_t kInterleave16[32] = {0, 32, 1, 33, 2,  34, 3,  35, 4,  36, 5,  37, 6,  38, 7,  39,
                                                     8, 40, 9, 41, 10, 42, 11, 43, 12, 44, 13, 45, 14, 46, 15, 47};
 
 // 16 chroma pairs (uv: dword = u | v << 16) and 32 luma words (yw: dword = y_even | y_odd << 16) to
 // 32 pixels at d. The saturating packs are the clamp to 0..255.
-template <bool Tone, int Sh> inline void pairs16(const Vec &v, __m512i uv, __m512i yw, uint8_t *d)
+template <bool Tone, int Sh>
+inline void pairs16(const Vec &v, __m512i uv, __m512i yw, uint8_t *d)
 {
     const __m512i cr = _mm512_add_epi32(_mm512_madd_epi16(uv, v.uvR), v.aR);
     const __m512i cg = _mm512_add_epi32(_mm512_madd_epi16(uv, v.uvG), v.aG);
@@ -131,7 +136,8 @@ template <bool Tone, int Sh> inline void pairs16(const Vec &v, __m512i uv, __m51
 }
 
 // 16 pixels from their 32-bit sums: packs clamp, then each lane's b0..3 g0..3 r0..3 become pixels.
-template <bool Tone, int Sh> inline void single16Sums(const Vec &v, __m512i r, __m512i g, __m512i b, uint8_t *d)
+template <bool Tone, int Sh>
+inline void single16Sums(const Vec &v, __m512i r, __m512i g, __m512i b, uint8_t *d)
 {
     const __m512i bg = _mm512_packs_epi32(sra<Sh>(v, b), sra<Sh>(v, g));
     const __m512i rr = _mm512_packs_epi32(sra<Sh>(v, r), sra<Sh>(v, r));
@@ -141,11 +147,15 @@ template <bool Tone, int Sh> inline void single16Sums(const Vec &v, __m512i r, _
 }
 
 // 16 pixels with their own chroma (4:4:4 and planar RGB): y as dwords.
-template <bool Tone, int Sh> inline void single16(const Vec &v, __m512i uv, __m512i y, uint8_t *d)
+template <bool Tone, int Sh>
+inline void single16(const Vec &v, __m512i uv, __m512i y, uint8_t *d)
 {
-    const __m512i r = _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(uv, v.uvR), v.aR), _mm512_madd_epi16(y, v.m00));
-    const __m512i g = _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(uv, v.uvG), v.aG), _mm512_madd_epi16(y, v.m10));
-    const __m512i b = _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(uv, v.uvB), v.aB), _mm512_madd_epi16(y, v.m20));
+    const __m512i r =
+        _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(uv, v.uvR), v.aR), _mm512_madd_epi16(y, v.m00));
+    const __m512i g =
+        _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(uv, v.uvG), v.aG), _mm512_madd_epi16(y, v.m10));
+    const __m512i b =
+        _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(uv, v.uvB), v.aB), _mm512_madd_epi16(y, v.m20));
     single16Sums<Tone, Sh>(v, r, g, b, d);
 }
 
@@ -231,7 +241,7 @@ void nv12Body(const RowParams &p, const void *yRow, const void *uvRow, void *dst
         const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(uv + 2 * i));
         const __m256i l = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(y + 2 * i));
         pairs16<Tone, Sh>(v, S ? _mm512_cvtepi8_epi16(c) : _mm512_cvtepu8_epi16(c),
-                      S ? _mm512_cvtepi8_epi16(l) : _mm512_cvtepu8_epi16(l), d + size_t(i) * 8);
+                          S ? _mm512_cvtepi8_epi16(l) : _mm512_cvtepu8_epi16(l), d + size_t(i) * 8);
     }
     if (i < n) nv12Row<K, Tone>(p, y + 2 * i, uv + 2 * i, d + size_t(i) * 8, n - i);
 }
@@ -248,7 +258,8 @@ void packedBody(const RowParams &p, const void *row, void *dst, int32_t n)
     int32_t i = 0;
     for (; i + 16 <= n; i += 16) {
         const __m512i x = _mm512_loadu_si512(s + 4 * i);
-        const __m512i lowBytes = S ? _mm512_srai_epi16(_mm512_slli_epi16(x, 8), 8) : _mm512_and_si512(x, _mm512_set1_epi16(0xff));
+        const __m512i lowBytes =
+            S ? _mm512_srai_epi16(_mm512_slli_epi16(x, 8), 8) : _mm512_and_si512(x, _mm512_set1_epi16(0xff));
         const __m512i highBytes = S ? _mm512_srai_epi16(x, 8) : _mm512_srli_epi16(x, 8);
         pairs16<Tone, Sh>(v, UFirst ? lowBytes : highBytes, UFirst ? highBytes : lowBytes, d + size_t(i) * 8);
     }
@@ -257,7 +268,8 @@ void packedBody(const RowParams &p, const void *row, void *dst, int32_t n)
 
 // Interleaved three-byte RGB: 16 pixels from 48 bytes (a masked load never touches the bytes beyond),
 // rearranged by vpermb into (s0, s1) word pairs and s2 words.
-template <int K, bool Tone, int Sh> void rgb3Body(const RowParams &p, const void *row, void *dst, int32_t n)
+template <int K, bool Tone, int Sh>
+void rgb3Body(const RowParams &p, const void *row, void *dst, int32_t n)
 {
     constexpr bool S = K == kS8;
     const Vec v = vecOf(p);
@@ -265,12 +277,14 @@ template <int K, bool Tone, int Sh> void rgb3Body(const RowParams &p, const void
     uint8_t *d = static_cast<uint8_t *>(dst);
     alignas(64) uint8_t idx01[64], idx2[64];
     for (int j = 0; j < 16; ++j) {
-        idx01[4 * j] = uint8_t(3 * j), idx01[4 * j + 1] = 63, idx01[4 * j + 2] = uint8_t(3 * j + 1), idx01[4 * j + 3] = 63;
+        idx01[4 * j] = uint8_t(3 * j), idx01[4 * j + 1] = 63, idx01[4 * j + 2] = uint8_t(3 * j + 1),
+                  idx01[4 * j + 3] = 63;
         idx2[4 * j] = uint8_t(3 * j + 2), idx2[4 * j + 1] = 63, idx2[4 * j + 2] = 63, idx2[4 * j + 3] = 63;
     }
     const __m512i i01 = _mm512_load_si512(idx01), i2 = _mm512_load_si512(idx2);
     // (s0, s1) against (m0, m1) and (s2, 0) against (m2, 0)
-    const __m512i kR01 = pairOf(p.m[0][0], p.m[0][1]), kG01 = pairOf(p.m[1][0], p.m[1][1]), kB01 = pairOf(p.m[2][0], p.m[2][1]);
+    const __m512i kR01 = pairOf(p.m[0][0], p.m[0][1]), kG01 = pairOf(p.m[1][0], p.m[1][1]),
+                  kB01 = pairOf(p.m[2][0], p.m[2][1]);
     const __m512i kR2 = pairOf(p.m[0][2], 0), kG2 = pairOf(p.m[1][2], 0), kB2 = pairOf(p.m[2][2], 0);
     int32_t i = 0;
     for (; i + 16 <= n; i += 16) {
@@ -281,9 +295,12 @@ template <int K, bool Tone, int Sh> void rgb3Body(const RowParams &p, const void
             a = _mm512_srai_epi16(_mm512_slli_epi16(a, 8), 8);
             b = _mm512_srai_epi16(_mm512_slli_epi16(b, 8), 8);
         }
-        const __m512i r = _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(a, kR01), _mm512_madd_epi16(b, kR2)), v.aR);
-        const __m512i g = _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(a, kG01), _mm512_madd_epi16(b, kG2)), v.aG);
-        const __m512i bl = _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(a, kB01), _mm512_madd_epi16(b, kB2)), v.aB);
+        const __m512i r =
+            _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(a, kR01), _mm512_madd_epi16(b, kR2)), v.aR);
+        const __m512i g =
+            _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(a, kG01), _mm512_madd_epi16(b, kG2)), v.aG);
+        const __m512i bl =
+            _mm512_add_epi32(_mm512_add_epi32(_mm512_madd_epi16(a, kB01), _mm512_madd_epi16(b, kB2)), v.aB);
         single16Sums<Tone, Sh>(v, r, g, bl, d + size_t(i) * 4);
     }
     if (i < n) rgbRow<K, 3, Tone>(p, s + 3 * i, d + size_t(i) * 4, n - i);
@@ -298,7 +315,7 @@ struct V210Order {
     {
         for (int g = 0; g < 4; ++g) {
             const int w = 4 * g;
-            const uint16_t ys[6] = {uint16_t(2 * w + 1), uint16_t(2 * (w + 1)), uint16_t(32 + 2 * (w + 1)),
+            const uint16_t ys[6] = {uint16_t(2 * w + 1),       uint16_t(2 * (w + 1)), uint16_t(32 + 2 * (w + 1)),
                                     uint16_t(2 * (w + 2) + 1), uint16_t(2 * (w + 3)), uint16_t(32 + 2 * (w + 3))};
             const uint16_t us[3] = {uint16_t(2 * w), uint16_t(2 * (w + 1) + 1), uint16_t(32 + 2 * (w + 2))};
             const uint16_t vs[3] = {uint16_t(32 + 2 * w), uint16_t(2 * (w + 2)), uint16_t(2 * (w + 3) + 1)};
@@ -345,14 +362,16 @@ void nv12Fast(const RowParams &p, const void *yRow, const void *uvRow, void *dst
     nv12Body<K, Tone, -1>(p, yRow, uvRow, dst, n);
 }
 
-template <int K, bool UFirst, bool Tone> void packedFast(const RowParams &p, const void *row, void *dst, int32_t n)
+template <int K, bool UFirst, bool Tone>
+void packedFast(const RowParams &p, const void *row, void *dst, int32_t n)
 {
     if (!usable(p)) return packedRow<K, UFirst, Tone>(p, row, dst, n);
     if (p.shift == 8) return packedBody<K, UFirst, Tone, 8>(p, row, dst, n);
     packedBody<K, UFirst, Tone, -1>(p, row, dst, n);
 }
 
-template <int K, bool Tone> void rgb3Fast(const RowParams &p, const void *row, void *dst, int32_t n)
+template <int K, bool Tone>
+void rgb3Fast(const RowParams &p, const void *row, void *dst, int32_t n)
 {
     if (!usable(p)) return rgbRow<K, 3, Tone>(p, row, dst, n);
     if (p.shift == 8) return rgb3Body<K, Tone, 8>(p, row, dst, n);

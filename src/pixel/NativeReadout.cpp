@@ -51,21 +51,11 @@ bool positions(videoFormat_t layout, int64_t W, int64_t H, int64_t x, int64_t y,
         pos[1] = (H + y / 2) * W + (x & ~int64_t(1));
         pos[2] = pos[1] + 1;
         return true;
-    case RGB_i444:
-        pos[0] = 3 * i, pos[1] = 3 * i + 1, pos[2] = 3 * i + 2;
-        return true;
-    case BGR_i444:
-        pos[0] = 3 * i + 2, pos[1] = 3 * i + 1, pos[2] = 3 * i;
-        return true;
-    case RGBA_i444:
-        pos[0] = 4 * i, pos[1] = 4 * i + 1, pos[2] = 4 * i + 2, pos[3] = 4 * i + 3;
-        return true;
-    case BGRA_i444:
-        pos[0] = 4 * i + 2, pos[1] = 4 * i + 1, pos[2] = 4 * i, pos[3] = 4 * i + 3;
-        return true;
-    case BW:
-        pos[0] = i, pos[1] = pos[2] = -1;
-        return true;
+    case RGB_i444: pos[0] = 3 * i, pos[1] = 3 * i + 1, pos[2] = 3 * i + 2; return true;
+    case BGR_i444: pos[0] = 3 * i + 2, pos[1] = 3 * i + 1, pos[2] = 3 * i; return true;
+    case RGBA_i444: pos[0] = 4 * i, pos[1] = 4 * i + 1, pos[2] = 4 * i + 2, pos[3] = 4 * i + 3; return true;
+    case BGRA_i444: pos[0] = 4 * i + 2, pos[1] = 4 * i + 1, pos[2] = 4 * i, pos[3] = 4 * i + 3; return true;
+    case BW: pos[0] = i, pos[1] = pos[2] = -1; return true;
     default:
         if (layout == YUV_p444 || layoutInfo(layout).kind == LayoutKind::PlanarRgb) {
             pos[0] = i, pos[1] = (H + y) * W + x, pos[2] = (2 * H + y) * W + x;

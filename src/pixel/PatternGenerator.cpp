@@ -19,8 +19,16 @@ struct Rgb16 {
 
 // 3x5 digit glyphs, one row of three bits per entry, most significant bit on the left.
 constexpr std::array<std::array<uint8_t, 5>, 10> kDigits = {{
-    {7, 5, 5, 5, 7}, {2, 6, 2, 2, 7}, {7, 1, 7, 4, 7}, {7, 1, 7, 1, 7}, {5, 5, 7, 1, 1},
-    {7, 4, 7, 1, 7}, {7, 4, 7, 5, 7}, {7, 1, 2, 2, 2}, {7, 5, 7, 5, 7}, {7, 5, 7, 1, 7},
+    {7, 5, 5, 5, 7},
+    {2, 6, 2, 2, 7},
+    {7, 1, 7, 4, 7},
+    {7, 1, 7, 1, 7},
+    {5, 5, 7, 1, 1},
+    {7, 4, 7, 1, 7},
+    {7, 4, 7, 5, 7},
+    {7, 1, 2, 2, 2},
+    {7, 5, 7, 5, 7},
+    {7, 5, 7, 1, 7},
 }};
 
 // An "F": asymmetric both ways, so a mirrored or upside-down picture is obvious. 0 background, 1 stem,
@@ -34,8 +42,14 @@ constexpr std::array<std::array<uint8_t, 5>, 5> kGlyphF = {{
 }};
 
 constexpr std::array<Rgb16, 8> kBars = {{
-    {kFull, kFull, kFull, kFull}, {kFull, kFull, 0, kFull}, {0, kFull, kFull, kFull}, {0, kFull, 0, kFull},
-    {kFull, 0, kFull, kFull},     {kFull, 0, 0, kFull},     {0, 0, kFull, kFull},     {0, 0, 0, kFull},
+    {kFull, kFull, kFull, kFull},
+    {kFull, kFull, 0, kFull},
+    {0, kFull, kFull, kFull},
+    {0, kFull, 0, kFull},
+    {kFull, 0, kFull, kFull},
+    {kFull, 0, 0, kFull},
+    {0, 0, kFull, kFull},
+    {0, 0, 0, kFull},
 }};
 
 int32_t ramp(int64_t pos, int64_t span) { return span > 1 ? int32_t(pos * kFull / (span - 1)) : 0; }
@@ -113,7 +127,8 @@ private:
         const int32_t alpha = kFull - ramp(y, h);
         // A one-pixel checker on the outermost rows and columns: any crop, shift or odd-size mistake
         // shows as a broken edge.
-        if (x == 0 || y == 0 || x == w - 1 || y == h - 1) return ((x + y) & 1) ? Rgb16{kFull, kFull, kFull, alpha} : Rgb16{0, 0, 0, alpha};
+        if (x == 0 || y == 0 || x == w - 1 || y == h - 1)
+            return ((x + y) & 1) ? Rgb16{kFull, kFull, kFull, alpha} : Rgb16{0, 0, 0, alpha};
         if (m_glyphFits && x >= 2 && y >= 2 && x < 2 + 5 * m_unit && y < 2 + 5 * m_unit) {
             switch (kGlyphF[size_t((y - 2) / m_unit)][size_t((x - 2) / m_unit)]) {
             case 1: return {kFull, kFull, kFull, alpha};

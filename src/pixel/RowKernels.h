@@ -19,11 +19,11 @@
 namespace kavri::pixel {
 
 struct RowParams {
-    uint32_t m[3][3]; // [output channel: red, green, blue][storage component]
-    uint32_t add[3];  // per output channel
-    int32_t up;       // left shift before the arithmetic right shift
-    int32_t shift;    // arithmetic right shift
-    const int32_t *tone; // 256 entries (used by the Tone variants only)
+    uint32_t m[3][3];         // [output channel: red, green, blue][storage component]
+    uint32_t add[3];          // per output channel
+    int32_t up;               // left shift before the arithmetic right shift
+    int32_t shift;            // arithmetic right shift
+    const int32_t *tone;      // 256 entries (used by the Tone variants only)
     const uint8_t *toneBytes; // the same table as bytes (its entries' low bytes)
 };
 
@@ -32,8 +32,7 @@ enum SampleKind : int { kU8 = 0, kS8 = 1, kU16 = 2, kS16 = 3 };
 
 // Planar: component planes c0, c1, c2 (storage order); chroma planes c1, c2 hold one sample per
 // 2^sx pixels. n counts chroma samples, so 2^sx * n pixels are written.
-using PlanarRowFn = void (*)(const RowParams &, const void *c0, const void *c1, const void *c2, void *dst,
-                             int32_t n);
+using PlanarRowFn = void (*)(const RowParams &, const void *c0, const void *c1, const void *c2, void *dst, int32_t n);
 // Packed/interleaved rows: n = pixel pairs (4:2:2 packed) or pixels (RGB, luma).
 using RowFn = void (*)(const RowParams &, const void *row, void *dst, int32_t n);
 // nv12: luma row and interleaved U V row; n = pixel pairs.
@@ -50,13 +49,13 @@ using ToneRowFn = void (*)(void *dst, int32_t n, const uint8_t *table);
 
 struct KernelSet {
     const char *name;
-    PlanarRowFn planar[4][3][2];  // [SampleKind][sx 0..2][tone]
-    RowFn packedUFirst[4][2];     // U Y V Y
-    RowFn packedYFirst[4][2];     // Y U Y V
-    SemiRowFn nv12[2][2];         // [unsigned/signed 8-bit][tone]
-    RowFn rgb3[4][2];             // three samples a pixel
-    RowFn rgb4[2][2];             // four bytes a pixel (8-bit only)
-    RowFn luma[4][2];             // luma only: ((s + add[0]) << up) >> shift, low byte
+    PlanarRowFn planar[4][3][2]; // [SampleKind][sx 0..2][tone]
+    RowFn packedUFirst[4][2];    // U Y V Y
+    RowFn packedYFirst[4][2];    // Y U Y V
+    SemiRowFn nv12[2][2];        // [unsigned/signed 8-bit][tone]
+    RowFn rgb3[4][2];            // three samples a pixel
+    RowFn rgb4[2][2];            // four bytes a pixel (8-bit only)
+    RowFn luma[4][2];            // luma only: ((s + add[0]) << up) >> shift, low byte
     V210UnpackFn v210Unpack;
     Swap16Fn swap16;
     // Sets with a fast table pass use the identity rows followed by this pass instead of the [tone]

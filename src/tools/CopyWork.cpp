@@ -22,7 +22,6 @@ void CopyWork::run()
 
 QString CopyWork::errorText() const { return m_result.error; }
 
-
 ExtractWork::ExtractWork(const QString &input, const QString &output, uint32_t frameBytes, uint32_t headerBytes,
                          uint64_t first, uint64_t last, bool overwrite)
     : CopyWork(kavri::tools::extractJob(input, output, frameBytes, headerBytes, first, last, overwrite))

@@ -35,8 +35,8 @@ private:
 class ExtractWork : public CopyWork {
     Q_OBJECT
 public:
-    ExtractWork(const QString &input, const QString &output, uint32_t frameBytes, uint32_t headerBytes,
-                uint64_t first, uint64_t last, bool overwrite);
+    ExtractWork(const QString &input, const QString &output, uint32_t frameBytes, uint32_t headerBytes, uint64_t first,
+                uint64_t last, bool overwrite);
 };
 
 // Writes every frame of the input, last first.

@@ -46,7 +46,8 @@ uint64_t framesInFile(const QString &path, uint32_t frameBytes, uint32_t headerB
 bool isSameFile(const QString &a, const QString &b)
 {
 #ifdef Q_OS_UNIX
-    struct stat sa {}, sb {};
+    struct stat sa {
+    }, sb{};
     if (::stat(QFile::encodeName(a).constData(), &sa) != 0) return false;
     if (::stat(QFile::encodeName(b).constData(), &sb) != 0) return false;
     return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
@@ -90,7 +91,8 @@ QString checkOutput(const QString &input, const QString &output, bool overwrite)
     const QFileInfo out(output);
     if (out.isDir()) return QStringLiteral("'%1' is a folder").arg(shown(output));
     if (isSpecialFile(output))
-        return QStringLiteral("'%1' is not a regular file (a pipe or a device); it is never replaced").arg(shown(output));
+        return QStringLiteral("'%1' is not a regular file (a pipe or a device); it is never replaced")
+            .arg(shown(output));
     if (anythingAt(output) && !overwrite)
         return QStringLiteral("'%1' exists already; it is not overwritten").arg(shown(output));
     if (!QFileInfo(out.absolutePath()).isDir())

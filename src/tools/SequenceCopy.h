@@ -51,8 +51,7 @@ QString checkOutput(const QString &input, const QString &output, bool overwrite)
 // The range a user asks for, fitted to a file of `frames` frames. A 0-frame file and a first frame
 // beyond the last are refused (`error` set, false); a last frame beyond the file is cut to the file's
 // last frame (`clamped` set). first > last is refused.
-bool fitRange(uint64_t frames, uint64_t first, uint64_t requestedLast, uint64_t &last, bool &clamped,
-              QString &error);
+bool fitRange(uint64_t frames, uint64_t first, uint64_t requestedLast, uint64_t &last, bool &clamped, QString &error);
 
 // The one implementation of extraction and reversal. Reads the input frame by frame into a buffer of one
 // frame, writes into a temporary file beside the output and renames it into place only when every frame

@@ -8,7 +8,7 @@
 namespace kavri::ui {
 
 struct ActionSpec {
-    std::string_view name;     // object name
+    std::string_view name; // object name
     std::string_view text;
     std::string_view shortcut; // key-sequence text, empty for none
     bool checkable;
@@ -68,27 +68,32 @@ inline constexpr std::array<ActionSpec, 45> kActions = {{
 }};
 
 struct MenuSpec {
-    std::string_view name;  // object name
+    std::string_view name; // object name
     std::string_view title;
     // Action object names in order; "-" is a separator, "menuSize" the Size submenu.
     std::array<std::string_view, 12> items;
 };
 
 inline constexpr std::array<MenuSpec, 6> kMenus = {{
-    {"menuFile", "File",
+    {"menuFile",
+     "File",
      {"actionOpen", "actionCloseFile", "actionNew_Window", "actionQuit", "-", "actionFormat", "actionReload",
       "actionCopy_Frame", "actionSave_Frame"}},
-    {"menuTools", "Control",
+    {"menuTools",
+     "Control",
      {"actionPlay", "actionStop", "actionPrev", "actionNext", "actionFirst_Frame", "actionLast_Frame",
       "actionFast_Forward", "actionFast_Backward", "actionGo_to_frame"}},
-    {"menuView", "View",
+    {"menuView",
+     "View",
      {"menuSize", "actionMaintain_Aspect_Ratio", "actionFullscreen", "actionStay_on_top", "-", "actionTimecode",
       "actionNext_Channel", "actionLoop", "-", "actionNext_Diff_Component", "actionPrevious_Diff_Component"}},
-    {"menuSize", "Size", {"action25", "action33", "action50", "action100", "action200", "actionSmaller", "actionLarger"}},
-    {"menuTools_2", "Tools",
-     {"actionMagnifier", "actionDifference_against", "actionGrid", "actionDeinterlace",
-      "actionBrightness_Contrast_etc", "-", "actionNormalize_File_Name", "actionExtract", "actionReverse", "-",
-      "actionSettings"}},
+    {"menuSize",
+     "Size",
+     {"action25", "action33", "action50", "action100", "action200", "actionSmaller", "actionLarger"}},
+    {"menuTools_2",
+     "Tools",
+     {"actionMagnifier", "actionDifference_against", "actionGrid", "actionDeinterlace", "actionBrightness_Contrast_etc",
+      "-", "actionNormalize_File_Name", "actionExtract", "actionReverse", "-", "actionSettings"}},
     {"menuHelp", "Help", {"actionOnline_Help", "actionAbout"}},
 }};
 

@@ -78,10 +78,9 @@ void KavriCopyDlg::oon_choose_file()
 {
     const QString ext = QFileInfo(m_props.fileName).suffix();
     // Overwriting is asked once, on OK, for chosen and typed names alike.
-    const QString chosen =
-        QFileDialog::getSaveFileName(this, QStringLiteral("Save as ..."), m_output,
-                                     QStringLiteral("Same type (*.%1)").arg(ext), nullptr,
-                                     QFileDialog::DontConfirmOverwrite);
+    const QString chosen = QFileDialog::getSaveFileName(this, QStringLiteral("Save as ..."), m_output,
+                                                        QStringLiteral("Same type (*.%1)").arg(ext), nullptr,
+                                                        QFileDialog::DontConfirmOverwrite);
     if (!chosen.isEmpty()) setOutputPath(chosen);
 }
 
@@ -253,8 +252,8 @@ KavriReverseDlg::KavriReverseDlg(const VideoProps &props, QWidget *parent) : Kav
 
 CopyWork *KavriReverseDlg::makeWork(bool overwrite)
 {
-    return new ReverseWork(m_props.fileName, outputPath(), m_props.frameBytes, m_props.headerBytes,
-                           m_props.frameCount, overwrite);
+    return new ReverseWork(m_props.fileName, outputPath(), m_props.frameBytes, m_props.headerBytes, m_props.frameCount,
+                           overwrite);
 }
 
 void KavriReverseDlg::showOutput(const QString &path) { m_label->setText(QDir::toNativeSeparators(path)); }

@@ -197,8 +197,8 @@ KavriFormatDialog::KavriFormatDialog(VideoProps &props, QWidget *parent) : QDial
     connect(cancel, &QPushButton::clicked, this, &KavriFormatDialog::reject);
     oon_color_changed(m_format->currentIndex());
 
-    kavri::ui::chainTabOrder({m_resolutions, m_width, m_height, m_anamorph, m_rate, m_tabs, m_format, m_flipped, m_swap, m_bits,
-                 m_endian, m_signed, m_container, m_headerBytes, apply, ok, cancel});
+    kavri::ui::chainTabOrder({m_resolutions, m_width, m_height, m_anamorph, m_rate, m_tabs, m_format, m_flipped, m_swap,
+                              m_bits, m_endian, m_signed, m_container, m_headerBytes, apply, ok, cancel});
     m_format->setFocus();
 }
 

@@ -92,8 +92,8 @@ KavriSettingsDlg::KavriSettingsDlg(QWidget *parent) : QDialog(parent)
     auto *metrics = new QGroupBox(QStringLiteral("Error Metrics"), this);
     m_diffNewWindow = checkBox("openDifferenceInNewWindowCheckBox", QStringLiteral("Open difference in new window"),
                                ks::DiffInNewWindow.read(s), metrics);
-    m_link = checkBox("cb_link", QStringLiteral("Link difference player to this one"),
-                      ks::DiffInNewWindowLink.read(s), metrics);
+    m_link = checkBox("cb_link", QStringLiteral("Link difference player to this one"), ks::DiffInNewWindowLink.read(s),
+                      metrics);
     auto *metricsLayout = new QVBoxLayout(metrics);
     metricsLayout->addWidget(m_diffNewWindow);
     metricsLayout->addWidget(m_link);
@@ -117,7 +117,8 @@ KavriSettingsDlg::KavriSettingsDlg(QWidget *parent) : QDialog(parent)
     connect(buttons, &QDialogButtonBox::accepted, this, &KavriSettingsDlg::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &KavriSettingsDlg::reject);
     oon_opendiw(m_diffNewWindow->checkState());
-    kavri::ui::chainTabOrder({update, m_esc, m_anamorphic, m_hex, m_grid, m_hevcDepth, m_cuSize, m_hevc, m_diffNewWindow, m_link});
+    kavri::ui::chainTabOrder(
+        {update, m_esc, m_anamorphic, m_hex, m_grid, m_hevcDepth, m_cuSize, m_hevc, m_diffNewWindow, m_link});
 }
 
 void KavriSettingsDlg::oon_opendiw(int state)
@@ -133,7 +134,8 @@ void KavriSettingsDlg::updateButton()
     QDesktopServices::openUrl(QUrl(QStringLiteral(KAVRI_RELEASES_URL)));
 }
 
-template <typename T> void KavriSettingsDlg::write(QSettings &s, const kavri::settings::Key<T> &key, const T &value)
+template <typename T>
+void KavriSettingsDlg::write(QSettings &s, const kavri::settings::Key<T> &key, const T &value)
 {
     key.write(s, value);
     m_written << QLatin1String(key.name);

@@ -25,7 +25,8 @@ public slots:
     void updateButton();
 
 private:
-    template <typename T> void write(QSettings &s, const kavri::settings::Key<T> &key, const T &value);
+    template <typename T>
+    void write(QSettings &s, const kavri::settings::Key<T> &key, const T &value);
 
     QCheckBox *m_esc = nullptr;
     QLineEdit *m_anamorphic = nullptr;

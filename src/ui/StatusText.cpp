@@ -11,8 +11,7 @@ namespace kavri::ui {
 QString statusLine(const VideoProps &p)
 {
     const int hz = int(p.frameRate + 0.5);
-    if (p.fileName == QLatin1String("-"))
-        return QString::asprintf("%ix%i@%iHz  stdin", p.width, p.height, hz);
+    if (p.fileName == QLatin1String("-")) return QString::asprintf("%ix%i@%iHz  stdin", p.width, p.height, hz);
     // A named pipe or a device has no size or count to show.
     if (isStreamPath(p.fileName)) return QString::asprintf("%ix%i@%iHz  pipe", p.width, p.height, hz);
     const uint64_t frames = p.frameCount;
@@ -62,7 +61,9 @@ QString viewStatus(const VideoProps &p, int32_t channel, bool hasDifference, int
             text += QStringLiteral("  full colour");
     }
     if (hasDifference)
-        text += diffView == 1 ? QStringLiteral("  A") : diffView == 2 ? QStringLiteral("  B") : QStringLiteral("  difference");
+        text += diffView == 1   ? QStringLiteral("  A")
+                : diffView == 2 ? QStringLiteral("  B")
+                                : QStringLiteral("  difference");
     return text;
 }
 

@@ -1,20 +1,20 @@
 #include "ui/frame.h"
 
+#include "formats/RememberedFormats.h"
 #include "formats/Settings.h"
-#include "kavri_config.h"
-#include "loader/KavriLoader.h"
 #include "formats/Validation.h"
+#include "kavri_config.h"
 #include "link/KavriLink.h"
-#include "ui/ActionTable.h"
-#include "ui/BrightnessPanel.h"
-#include "ui/KavriGotoDlg.h"
-#include "ui/KavriCopyDlg.h"
-#include "ui/KavriFormatDialog.h"
-#include "ui/KavriRenameDlg.h"
-#include "ui/KavriSettingsDlg.h"
+#include "loader/KavriLoader.h"
 #include "tools/SequenceCopy.h"
 #include "tools/SequenceNames.h"
-#include "formats/RememberedFormats.h"
+#include "ui/ActionTable.h"
+#include "ui/BrightnessPanel.h"
+#include "ui/KavriCopyDlg.h"
+#include "ui/KavriFormatDialog.h"
+#include "ui/KavriGotoDlg.h"
+#include "ui/KavriRenameDlg.h"
+#include "ui/KavriSettingsDlg.h"
 #include "ui/KavriSlider.h"
 #include "ui/SaveFrame.h"
 #include "ui/StatusText.h"
@@ -39,12 +39,12 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
-#include <QSettings>
 #include <QScreen>
-#include <QStatusBar>
-#include <QUrl>
+#include <QSettings>
 #include <QShortcut>
 #include <QSlider>
+#include <QStatusBar>
+#include <QUrl>
 #include <QVBoxLayout>
 #include <climits>
 
@@ -233,13 +233,15 @@ void frame::createActions()
     connect(action("actionTimecode"), &QAction::toggled, this, &frame::oon_timecode);
     connect(action("actionLoop"), &QAction::toggled, this, &frame::oon_loop);
     connect(action("actionGrid"), &QAction::toggled, this, &frame::oon_grid);
-    for (const char *n : {"action25", "action33", "action50", "action100", "action200", "actionSmaller", "actionLarger"})
+    for (const char *n :
+         {"action25", "action33", "action50", "action100", "action200", "actionSmaller", "actionLarger"})
         on(n, &frame::oon_menu_size);
     // Choosing 100 % also re-applies the stay-on-top state.
     on("action100", &frame::oon_stay_on_top);
     m_sizeGroup = new QActionGroup(this);
     m_sizeGroup->setExclusionPolicy(QActionGroup::ExclusionPolicy::None);
-    for (const char *n : {"action25", "action33", "action50", "action100", "action200"}) m_sizeGroup->addAction(action(n));
+    for (const char *n : {"action25", "action33", "action50", "action100", "action200"})
+        m_sizeGroup->addAction(action(n));
     m_fullscreenShortcuts = action("actionFullscreen")->shortcuts();
 }
 
@@ -631,8 +633,9 @@ void frame::oon_diff()
     QString dir = settings::LastUsedDiffDir.read(s);
     if (dir.isEmpty()) dir = QFileInfo(m_openFile).absolutePath();
     const QString suffix = QFileInfo(m_openFile).suffix();
-    const QString filter = QStringLiteral("Same Type (*%1%2").arg(suffix.isEmpty() ? QString() : QStringLiteral("."),
-                                                                  suffix == QLatin1String("vix") ? QString() : suffix) +
+    const QString filter = QStringLiteral("Same Type (*%1%2")
+                               .arg(suffix.isEmpty() ? QString() : QStringLiteral("."),
+                                    suffix == QLatin1String("vix") ? QString() : suffix) +
                            QStringLiteral(");;") + QString::fromLatin1(kOpenFilter);
     const QString other = QFileDialog::getOpenFileName(this, QStringLiteral("Difference against ..."), dir, filter);
     if (other.isEmpty()) return;
@@ -679,7 +682,8 @@ void frame::oon_brightcon()
     // While the panel is open, Esc closes the panel rather than the player.
     if (!m_bcgEscape) {
         m_bcgEscape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
-        connect(m_bcgEscape, &QShortcut::activated, this, [this] { action("actionBrightness_Contrast_etc")->trigger(); });
+        connect(m_bcgEscape, &QShortcut::activated, this,
+                [this] { action("actionBrightness_Contrast_etc")->trigger(); });
     }
     m_bcgEscape->setEnabled(show && !m_fullscreen);
     if (show && !m_fullscreen)
@@ -698,9 +702,8 @@ void frame::oon_mrufile(QString path) { loadFiles({path}); }
 void frame::oon_open()
 {
     QSettings s;
-    const QStringList files =
-        QFileDialog::getOpenFileNames(this, QStringLiteral("Open Video File"), settings::LastUsedDir.read(s),
-                                      QString::fromLatin1(kOpenFilter));
+    const QStringList files = QFileDialog::getOpenFileNames(
+        this, QStringLiteral("Open Video File"), settings::LastUsedDir.read(s), QString::fromLatin1(kOpenFilter));
     if (files.isEmpty()) return;
     settings::LastUsedDir.write(s, QFileInfo(files.first()).absolutePath());
     loadFiles(files);
@@ -879,8 +882,8 @@ void frame::oon_about()
 {
     QMessageBox box(this);
     box.setWindowTitle(QStringLiteral("About Kavri"));
-    box.setIconPixmap(QPixmap(QStringLiteral(":/frame/kavri.png")).scaled(64, 64, Qt::KeepAspectRatio,
-                                                                          Qt::SmoothTransformation));
+    box.setIconPixmap(
+        QPixmap(QStringLiteral(":/frame/kavri.png")).scaled(64, 64, Qt::KeepAspectRatio, Qt::SmoothTransformation));
     box.setTextFormat(Qt::RichText);
     box.setText(QStringLiteral("Kavri raw video sequence player. Should play any raw data format with all the "
                                "frills.<br>Built with QT %1<br>Version %2, revision %3<br>Icons and pictures drawn "
@@ -901,8 +904,8 @@ void frame::oon_save_frame()
     QSettings s;
     QString dir = settings::LastUsedPictureDir.read(s);
     if (dir.isEmpty()) dir = settings::LastUsedDir.read(s);
-    const QString chosen = QFileDialog::getSaveFileName(this, QStringLiteral("Save as ..."), dir,
-                                                        QString::fromLatin1(kSaveFilter));
+    const QString chosen =
+        QFileDialog::getSaveFileName(this, QStringLiteral("Save as ..."), dir, QString::fromLatin1(kSaveFilter));
     if (chosen.isEmpty()) return;
     settings::LastUsedPictureDir.write(s, QFileInfo(chosen).absolutePath());
     const QString name = ui::saveFrameFileName(chosen);
@@ -1082,8 +1085,8 @@ void frame::oon_link_failed(const QString &reason)
 void frame::oon_link()
 {
     if (!isLinked()) return;
-    if (QMessageBox::question(this, QStringLiteral("Synchronized Playing"), QStringLiteral("Really unlink the players?")) ==
-        QMessageBox::Yes)
+    if (QMessageBox::question(this, QStringLiteral("Synchronized Playing"),
+                              QStringLiteral("Really unlink the players?")) == QMessageBox::Yes)
         endLink();
 }
 

@@ -12,9 +12,9 @@
 #include <QMainWindow>
 #include <QPointer>
 #include <QTimer>
-#include <memory>
 #include <atomic>
 #include <map>
+#include <memory>
 #include <optional>
 
 class QAction;

@@ -575,8 +575,8 @@ void KavriDrawPanel::wheelEvent(QWheelEvent *e)
     // The step is the mean of this delta and up to five before it, so a fast spin accelerates smoothly.
     m_mousePos = e->position().toPoint();
     m_wheelHistory.push_back(e->angleDelta().y());
-    const int step = int(std::accumulate(m_wheelHistory.begin(), m_wheelHistory.end(), 0LL) /
-                         int64_t(m_wheelHistory.size()));
+    const int step =
+        int(std::accumulate(m_wheelHistory.begin(), m_wheelHistory.end(), 0LL) / int64_t(m_wheelHistory.size()));
     while (m_wheelHistory.size() > kWheelHistory) m_wheelHistory.pop_front();
     if (step > 0 && !m_magnifierOn) setMagnifier(true, false);
     if (m_magnifierOn) {

@@ -154,11 +154,10 @@ QString differenceText(const DifferenceTextInput &in)
                 first += k == 0 ? QStringLiteral("      | ") : QStringLiteral("     | ");
         }
     }
-    if (n == 1)
-        return QStringLiteral("PSNR:  %1\nMSE: %2%3").arg(psnrText(in.psnr[0]), mseText(in.mse[0]), first);
+    if (n == 1) return QStringLiteral("PSNR:  %1\nMSE: %2%3").arg(psnrText(in.psnr[0]), mseText(in.mse[0]), first);
     return QStringLiteral("PSNR:  %1  %2  %3\nMSE: %4   %5   %6%7")
-        .arg(psnrText(in.psnr[0]), psnrText(in.psnr[1]), psnrText(in.psnr[2]), mseText(in.mse[0]),
-             mseText(in.mse[1]), mseText(in.mse[2]), first);
+        .arg(psnrText(in.psnr[0]), psnrText(in.psnr[1]), psnrText(in.psnr[2]), mseText(in.mse[0]), mseText(in.mse[1]),
+             mseText(in.mse[2]), first);
 }
 
 } // namespace kavri::view

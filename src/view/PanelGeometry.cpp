@@ -4,10 +4,7 @@
 
 namespace kavri::view {
 
-int anamorphicWidth(int width, bool anamorphic, double scale)
-{
-    return anamorphic ? int(width * scale + 0.5) : width;
-}
+int anamorphicWidth(int width, bool anamorphic, double scale) { return anamorphic ? int(width * scale + 0.5) : width; }
 
 DisplayRect paintGeometry(QSize widget, QSize image, bool maintainAspect, bool anamorphic, double scale)
 {

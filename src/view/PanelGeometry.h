@@ -31,7 +31,7 @@ QPoint imageToWidget(QPoint imagePos, const DisplayRect &d, QSize image);
 
 enum class ZoomStep { Z25, Z33, Z50, Z100, Z200 };
 inline constexpr std::array<ZoomStep, 5> kZoomSteps = {ZoomStep::Z25, ZoomStep::Z33, ZoomStep::Z50, ZoomStep::Z100,
-                                                        ZoomStep::Z200};
+                                                       ZoomStep::Z200};
 // Zoom factor of a step in 1/4096: 1024, 1365, 2048, 4096, 8192.
 int32_t zoomFactor(ZoomStep step);
 // The panel size a step asks for, given the video size (already widened when anamorphic).

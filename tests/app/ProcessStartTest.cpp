@@ -117,7 +117,8 @@ TEST(ProcessStart, FrameLargerThanMemoryIsRefusedNotAborted)
         const Outcome o = run(kCli, args, dir.dir(), false, rlim_t(2) << 30);
         ASSERT_TRUE(o.finished);
         EXPECT_EQ(o.exitCode, 1) << o.err.toStdString();
-        EXPECT_TRUE(o.err.contains(QStringLiteral("more memory than this computer can give it"))) << o.err.toStdString();
+        EXPECT_TRUE(o.err.contains(QStringLiteral("more memory than this computer can give it")))
+            << o.err.toStdString();
     }
     EXPECT_FALSE(QFile::exists(dir.path("x.png")));
 #endif

@@ -35,8 +35,19 @@ void PrintTo(const PixelCase &c, std::ostream *os) { *os << c.name; }
 QString synth(const test::TempDir &dir, const PixelCase &c)
 {
     const QString f = dir.path(QString::fromLatin1(c.name) + ".raw");
-    QStringList a{"synth", "-f", keywordOf(c.f), "--size", QStringLiteral("%1x%2").arg(kW).arg(kH), "--bits",
-                  QString::number(c.bits), "--container", QString::number(c.container), "--frames", "5", "-o", f};
+    QStringList a{"synth",
+                  "-f",
+                  keywordOf(c.f),
+                  "--size",
+                  QStringLiteral("%1x%2").arg(kW).arg(kH),
+                  "--bits",
+                  QString::number(c.bits),
+                  "--container",
+                  QString::number(c.container),
+                  "--frames",
+                  "5",
+                  "-o",
+                  f};
     if (c.isSigned) a << "--signed";
     if (c.bigEndian) a << "--big-endian";
     const auto r = runCli(a);
@@ -46,8 +57,8 @@ QString synth(const test::TempDir &dir, const PixelCase &c)
 
 QStringList formatArgs(const PixelCase &c)
 {
-    QStringList a{"-w", QString::number(kW), "-h", QString::number(kH), "-f", keywordOf(c.f), "--bits",
-                  QString::number(c.bits), "--container", QString::number(c.container)};
+    QStringList a{"-w",     QString::number(kW),     "-h",          QString::number(kH),         "-f", keywordOf(c.f),
+                  "--bits", QString::number(c.bits), "--container", QString::number(c.container)};
     if (c.isSigned) a << "--signed";
     if (c.bigEndian) a << "--toggle-endian";
     if (c.flip) a << "--flip";
@@ -86,11 +97,12 @@ TEST_P(CliPixelValues, ReadoutGivesTheGeneratorsSamples)
     s.containerBits = c.container;
     s.isSigned = c.isSigned;
     // Corners (edge checker), the glyph, the bars, the moving block's row, the ramps and the frame bits.
-    const int points[][2] = {{0, 0}, {kW - 1, kH - 1}, {3, 3}, {4, 2}, {13, 5}, {kW / 2 + 1, kH / 4},
-                             {30, 13}, {7, 16}, {kW - 2, 19}, {kW / 2, kH - 2}};
+    const int points[][2] = {{0, 0},   {kW - 1, kH - 1}, {3, 3},       {4, 2},          {13, 5}, {kW / 2 + 1, kH / 4},
+                             {30, 13}, {7, 16},          {kW - 2, 19}, {kW / 2, kH - 2}};
     for (const auto &pt : points) {
         const QString at = QStringLiteral("%1,%2").arg(pt[0]).arg(pt[1]);
-        const auto r = runCli(QStringList{"pixel"} + formatArgs(c) + QStringList{f, "--frame", QString::number(kFrame), "--at", at});
+        const auto r = runCli(QStringList{"pixel"} + formatArgs(c) +
+                              QStringList{f, "--frame", QString::number(kFrame), "--at", at});
         ASSERT_EQ(r.rc, 0) << c.name << " at " << at.toStdString() << ": " << r.out.toStdString() << r.err.toStdString()
                            << " (a failure here with the placeholder converter means the pixel engine is not merged)";
         const QJsonObject j = r.json();
@@ -101,9 +113,10 @@ TEST_P(CliPixelValues, ReadoutGivesTheGeneratorsSamples)
         EXPECT_EQ(j["c1"].toInt(), e[0]) << c.name << " at " << at.toStdString();
         EXPECT_EQ(j["c2"].toInt(), e[1]) << c.name << " at " << at.toStdString();
         EXPECT_EQ(j["c3"].toInt(), e[2]) << c.name << " at " << at.toStdString();
-        const int alpha = layoutInfo(c.f).hasAlpha
-                              ? patternStoredValue(s, patternPixel(s, kFrame, pt[0], c.flip ? kH - 1 - pt[1] : pt[1]).alpha)
-                              : -1;
+        const int alpha =
+            layoutInfo(c.f).hasAlpha
+                ? patternStoredValue(s, patternPixel(s, kFrame, pt[0], c.flip ? kH - 1 - pt[1] : pt[1]).alpha)
+                : -1;
         EXPECT_EQ(j["alpha"].toInt(), alpha) << c.name << " at " << at.toStdString();
     }
 }
@@ -140,7 +153,8 @@ TEST(CliRenderValues, RgbFrameComesBackExactly)
     const PixelCase c{"rgb", RGB_i444, 8, 8, false, false, false};
     const QString f = synth(dir, c);
     const QString png = dir.path("rgb.png");
-    const auto r = runCli(QStringList{"render"} + formatArgs(c) + QStringList{f, "--frame", QString::number(kFrame), "-o", png});
+    const auto r =
+        runCli(QStringList{"render"} + formatArgs(c) + QStringList{f, "--frame", QString::number(kFrame), "-o", png});
     ASSERT_EQ(r.rc, 0) << r.err.toStdString();
     const QImage img(png);
     ASSERT_EQ(img.size(), QSize(kW, kH));
@@ -171,7 +185,8 @@ TEST(CliDiffValues, KnownErrorInOneSample)
     ASSERT_LT(uint8_t(bytes[at]), 252);
     bytes[at] = char(uint8_t(bytes[at]) + 4);
     const QString b = dir.write("b.yuv", bytes);
-    const auto r = runCli({"diff", "-w", QString::number(kW), "-h", QString::number(kH), "-f", "yuv420", a, b, "--frames", "2"});
+    const auto r =
+        runCli({"diff", "-w", QString::number(kW), "-h", QString::number(kH), "-f", "yuv420", a, b, "--frames", "2"});
     ASSERT_EQ(r.rc, 0) << r.err.toStdString();
     const QStringList lines = r.out.trimmed().split('\n');
     ASSERT_EQ(lines.size(), 3);
@@ -210,8 +225,8 @@ TEST(CliDiffValues, BigEndianFilesAreComparedInNativeOrder)
     ASSERT_NE(uint8_t(bytes[at]), 0xff);
     bytes[at] = char(uint8_t(bytes[at]) + 1);
     const QString b = dir.write("b.yuv", bytes);
-    const auto r = runCli({"diff", "-w", QString::number(kW), "-h", QString::number(kH), "-f", "yuv420", "--bits",
-                           "10", "--toggle-endian", a, b, "--frames", "1"});
+    const auto r = runCli({"diff", "-w", QString::number(kW), "-h", QString::number(kH), "-f", "yuv420", "--bits", "10",
+                           "--toggle-endian", a, b, "--frames", "1"});
     ASSERT_EQ(r.rc, 0) << r.err.toStdString();
     const QJsonObject f0 = QJsonDocument::fromJson(r.out.split('\n')[0].toUtf8()).object();
     EXPECT_DOUBLE_EQ(f0["mse"].toArray()[0].toDouble(), 1.0 / (kW * kH)) << r.out.toStdString();

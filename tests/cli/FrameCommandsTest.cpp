@@ -48,7 +48,8 @@ TEST(CliSynth, WritesTheGeneratorsFrames)
     s.rate = 30;
     std::vector<uint8_t> frame(patternFrameBytes(s));
     ASSERT_TRUE(writePatternFrame(s, 2, frame.data(), frame.size()));
-    EXPECT_EQ(bytes.mid(2 * int(frame.size())), QByteArray(reinterpret_cast<const char *>(frame.data()), int(frame.size())));
+    EXPECT_EQ(bytes.mid(2 * int(frame.size())),
+              QByteArray(reinterpret_cast<const char *>(frame.data()), int(frame.size())));
     // Same arguments, same file.
     const QString g = dir.path("q.yuv");
     ASSERT_EQ(runCli({"synth", "-f", "yuv420", "--size", "64x36", "--bits", "10", "--big-endian", "--frames", "3",
@@ -122,8 +123,10 @@ TEST(CliRender, WritesAPngOfThePictureSize)
     const QString f = dir.path("a.yuv");
     ASSERT_EQ(runCli({"synth", "-f", "yuv420", "--size", "40x20", "--frames", "2", "-o", f}).rc, 0);
     const QString png = dir.path("a.png");
-    const auto r = runCli({"render", "-w", "40", "-h", "20", "-f", "yuv420", f, "--frame", "1", "--brightness", "10",
-                           "--contrast", "-20", "--gamma", "300", "--channel", "2", "--deinterlace", "-o", png});
+    const auto r = runCli({"render",        "-w",  "40",      "-h",  "20",           "-f",
+                           "yuv420",        f,     "--frame", "1",   "--brightness", "10",
+                           "--contrast",    "-20", "--gamma", "300", "--channel",    "2",
+                           "--deinterlace", "-o",  png});
     ASSERT_EQ(r.rc, 0) << r.err.toStdString();
     EXPECT_EQ(r.json()["frame"].toInt(), 1);
     const QImage img(png);

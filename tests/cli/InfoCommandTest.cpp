@@ -46,7 +46,8 @@ TEST(CliInfo, ExpertOptions)
     EXPECT_EQ(j["header_bytes"].toInt(), 512);
     EXPECT_EQ(j["rate"].toDouble(), 50.0);
     EXPECT_EQ(j["mask"].toInt(), 31);
-    for (const char *k : {"signed", "flipped", "swap_uv", "toggle_endianness", "interlaced"}) EXPECT_TRUE(j[k].toBool()) << k;
+    for (const char *k : {"signed", "flipped", "swap_uv", "toggle_endianness", "interlaced"})
+        EXPECT_TRUE(j[k].toBool()) << k;
     EXPECT_FALSE(j["anamorphic"].toBool());
 }
 
@@ -155,8 +156,9 @@ TEST(Cli, HelpAndVersion)
     EXPECT_TRUE(r.out.contains("info"));
     r = runCli({"info", "--help"});
     EXPECT_EQ(r.rc, 0);
-    for (const char *opt : {"--width", "--height", "--rate", "--format", "--bits", "--container", "--header", "--signed",
-                            "--flip", "--swap-uv", "--toggle-endian", "--interlaced", "--no-remembered", "--diff"})
+    for (const char *opt :
+         {"--width", "--height", "--rate", "--format", "--bits", "--container", "--header", "--signed", "--flip",
+          "--swap-uv", "--toggle-endian", "--interlaced", "--no-remembered", "--diff"})
         EXPECT_TRUE(r.out.contains(QLatin1String(opt))) << opt;
     r = runCli({});
     EXPECT_EQ(r.rc, 2);

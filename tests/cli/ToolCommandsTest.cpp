@@ -34,8 +34,8 @@ TEST(ExtractCommand, WritesTheRangeAndReportsIt)
 {
     TempDir dir;
     const QString in = dir.write("clip.bin", lumaFrames(512, 6));
-    const auto r = runCli(QStringList{"extract"} + kFormat + QStringList{"--header", "512", in, "--from", "2", "--to",
-                                                                           "3", "-o", dir.path("o.bin")});
+    const auto r = runCli(QStringList{"extract"} + kFormat +
+                          QStringList{"--header", "512", in, "--from", "2", "--to", "3", "-o", dir.path("o.bin")});
     ASSERT_EQ(r.rc, 0) << r.err.toStdString();
     EXPECT_EQ(readAll(dir.path("o.bin")), lumaFrames(0, 4).mid(16));
     EXPECT_EQ(r.json().value("frames").toInt(), 2);
@@ -81,7 +81,8 @@ TEST(ReverseCommand, RefusesToOverwriteWithoutForceAndNeverTheInput)
     const QByteArray f = lumaFrames(0, 3);
     EXPECT_EQ(readAll(out), f.mid(16, 8) + f.mid(8, 8) + f.mid(0, 8));
     QFile::link(in, dir.path("alias.bin"));
-    r = runCli(QStringList{"reverse"} + kFormat + QStringList{"--header", "512", in, "-o", dir.path("alias.bin"), "--force"});
+    r = runCli(QStringList{"reverse"} + kFormat +
+               QStringList{"--header", "512", in, "-o", dir.path("alias.bin"), "--force"});
     EXPECT_EQ(r.rc, 1);
     EXPECT_EQ(readAll(in), lumaFrames(512, 3));
 }

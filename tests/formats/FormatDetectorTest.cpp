@@ -36,7 +36,9 @@ const VoteCase kVotes[] = {
     {"clip.yuv", YUV_p420, {{YUV_p420, 0.9}, {YUV_p422, 0.9}, {YUV_p444, 0.9}, {YUV_p410, 0.9}, {YUV_p411, 0.9}}},
     {"clip_422.yuv", YUV_p422, {{YUV_p422, 1.5}, {YUV_p420, 0.9}}},
     // "p444" counts twice for BGR_planar and BGRA_planar, but YUV_p444 has 444 and p444 besides .yuv$.
-    {"clip_p444.yuv", YUV_p444, {{YUV_p444, 2.1}, {BGR_planar, 1.8}, {BGRA_planar, 1.8}, {RGB_planar, 0.9}, {BRG_planar, 0.9}}},
+    {"clip_p444.yuv",
+     YUV_p444,
+     {{YUV_p444, 2.1}, {BGR_planar, 1.8}, {BGRA_planar, 1.8}, {RGB_planar, 0.9}, {BRG_planar, 0.9}}},
     // Without .yuv the repeated p444 row decides between the planar RGB orders.
     {"clip_p444.raw", BGR_planar, {{BGR_planar, 1.8}, {BGRA_planar, 1.8}, {YUV_p444, 1.2}}},
     {"clip_rgb.raw", RGB_i444, {{RGB_i444, 0.9}, {RGB_planar, 0.8}}},

@@ -75,11 +75,10 @@ TEST(FormatNames, ChannelLettersFollowStorageOrder)
         videoFormat_t v;
         const char *letters;
     } rows[] = {
-        {YUV_p420, "YUV"}, {YUV_v210, "YUV"},   {RGB_i444, "RGB"},    {RGBA_i444, "RGB"},
-        {BGR_i444, "BGR"}, {BGRA_i444, "BGR"},  {RGB_planar, "RGB"},  {RGBA_planar, "RGB"},
-        {RBG_planar, "RBG"}, {RBGA_planar, "RBG"}, {BGR_planar, "BGR"}, {BGRA_planar, "BGR"},
-        {BRG_planar, "BRG"}, {BRGA_planar, "BRG"}, {GRB_planar, "GRB"}, {GRBA_planar, "GRB"},
-        {GBR_planar, "GBR"}, {GBRA_planar, "GBR"},
+        {YUV_p420, "YUV"},    {YUV_v210, "YUV"},    {RGB_i444, "RGB"},    {RGBA_i444, "RGB"},   {BGR_i444, "BGR"},
+        {BGRA_i444, "BGR"},   {RGB_planar, "RGB"},  {RGBA_planar, "RGB"}, {RBG_planar, "RBG"},  {RBGA_planar, "RBG"},
+        {BGR_planar, "BGR"},  {BGRA_planar, "BGR"}, {BRG_planar, "BRG"},  {BRGA_planar, "BRG"}, {GRB_planar, "GRB"},
+        {GRBA_planar, "GRB"}, {GBR_planar, "GBR"},  {GBRA_planar, "GBR"},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.letters);

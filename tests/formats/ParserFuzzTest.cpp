@@ -42,9 +42,25 @@ protected:
 
     QByteArray number()
     {
-        static const char *const kOdd[] = {"0", "-1", "1", "2", "4", "2147483647", "2147483648", "-2147483649",
-                                           "99999999999999999999999999", "1e999", "-1e999", "nan", "inf", "0x10",
-                                           "+3", "1.5", "", "-", "1.2.3"};
+        static const char *const kOdd[] = {"0",
+                                           "-1",
+                                           "1",
+                                           "2",
+                                           "4",
+                                           "2147483647",
+                                           "2147483648",
+                                           "-2147483649",
+                                           "99999999999999999999999999",
+                                           "1e999",
+                                           "-1e999",
+                                           "nan",
+                                           "inf",
+                                           "0x10",
+                                           "+3",
+                                           "1.5",
+                                           "",
+                                           "-",
+                                           "1.2.3"};
         if (coin()) return kOdd[below(std::size(kOdd))];
         QByteArray digits;
         const size_t n = 1 + below(coin() ? 4 : 30);
@@ -139,10 +155,11 @@ TEST_F(Fuzz, SideFile)
         } else {
             const size_t lines = below(12);
             for (size_t i = 0; i < lines; ++i) {
-                QByteArray key = pick({"width", "height", "framerate", "offset", "format", "bits", "bitdepth", "anamorphic",
-                                       "flipped", "interlaced", "x", "", "WIDTH", "Bits "});
+                QByteArray key = pick({"width", "height", "framerate", "offset", "format", "bits", "bitdepth",
+                                       "anamorphic", "flipped", "interlaced", "x", "", "WIDTH", "Bits "});
                 if (coin()) key += pick({"", " ", "px", "\r"});
-                QByteArray value = coin() ? number() : pick({"yuv420", "yuv411", "uyvy", "rgb32", "false", "no", "y", ""});
+                QByteArray value =
+                    coin() ? number() : pick({"yuv420", "yuv411", "uyvy", "rgb32", "false", "no", "y", ""});
                 if (coin()) value = pick({" ", "\t", ""}) + value + pick({"", "\r", "abc", "=1"});
                 text += key + pick({"=", "=", " = ", ""}) + value + pick({"\n", "\r\n", "\n\n"});
             }
@@ -171,8 +188,8 @@ TEST_F(Fuzz, FileNames)
         const size_t n = below(coin() ? 40 : 300);
         for (size_t i = 0; i < n; ++i) {
             if (below(10) == 0)
-                name += QString::fromLatin1(pick({"1920x1080", "qcif", "720p", "1080", "_-10bit", "_8b", "50hz", "29.97fps",
-                                                  "yuv", "planar", "rgb", "p444", "gray", "yv12", "flip"}));
+                name += QString::fromLatin1(pick({"1920x1080", "qcif", "720p", "1080", "_-10bit", "_8b", "50hz",
+                                                  "29.97fps", "yuv", "planar", "rgb", "p444", "gray", "yv12", "flip"}));
             else
                 name += QChar(uchar(kAlphabet[below(sizeof(kAlphabet) - 1)]));
         }

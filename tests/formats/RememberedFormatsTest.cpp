@@ -8,8 +8,8 @@
 #include <QFileInfo>
 #include <QSettings>
 #include <QVariant>
-#include <gtest/gtest.h>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <random>
 
 using namespace kavri;
@@ -411,7 +411,8 @@ TEST_F(Remembered, EveryTruncationReadsAsEmpty)
     writeSettingsFile(variantLine(good.left(good.size() - 1)));
     const VPHash read = readRememberedFormats();
     EXPECT_EQ(read.size(), 2);
-    EXPECT_EQ(std::count_if(read.cbegin(), read.cend(), [](const VideoProps &p) { return p.format == FMT_UNKNOWN; }), 1);
+    EXPECT_EQ(std::count_if(read.cbegin(), read.cend(), [](const VideoProps &p) { return p.format == FMT_UNKNOWN; }),
+              1);
 }
 
 TEST_F(Remembered, RandomBytesNeverCrash)

@@ -1,5 +1,5 @@
-#include "formats/FormatDetector.h"
 #include "formats/SideFile.h"
+#include "formats/FormatDetector.h"
 #include "support/TempFiles.h"
 
 #include <QDir>
@@ -23,7 +23,8 @@ TEST(SideFileCandidates, ExtensionReplacedThenHiddenName)
     // Only the pair "/\" splits; a lone "\" or "/" does not.
     EXPECT_EQ(sideFileCandidates("C:\\data\\clip.yuv"), QStringList({"C:\\data\\clip.hdr", "..hdr"}));
     EXPECT_EQ(sideFileCandidates("/data/\\clip.yuv"), QStringList({"/data/\\clip.hdr", "/data/.clip.hdr"}));
-    EXPECT_EQ(sideFileCandidates("/d/\\x/\\clip.tar.yuv"), QStringList({"/d/\\x/\\clip.tar.hdr", "/d/\\x/.clip.tar.hdr"}));
+    EXPECT_EQ(sideFileCandidates("/d/\\x/\\clip.tar.yuv"),
+              QStringList({"/d/\\x/\\clip.tar.hdr", "/d/\\x/.clip.tar.hdr"}));
     EXPECT_TRUE(sideFileCandidates("a.y").isEmpty());
     EXPECT_EQ(sideFileCandidates("a.yu").size(), 2);
 }
@@ -121,10 +122,22 @@ TEST_P(SideFileFormatWord, FirstContainedWordDecides)
 
 // The lone "y" is tested fourth: anything with a "y" beyond the three planar words is luma only.
 const FormatWordCase kFormatWords[] = {
-    {"yuv420", YUV_p420}, {"YUV422", YUV_p422}, {"planar yuv444", YUV_p444}, {"y", BW},
-    {"yuv411", BW},       {"yuv410", BW},       {"uyvy", BW},               {"yuyv", BW},
-    {"yuy2", BW},         {"gray", BW},         {"rgb24", RGB_i444},        {"rgb32", RGBA_i444},
-    {"bgr24", BGR_i444},  {"bgr32", BGRA_i444}, {"rgb", RGBA_planar},       {"", RGBA_planar},
+    {"yuv420", YUV_p420},
+    {"YUV422", YUV_p422},
+    {"planar yuv444", YUV_p444},
+    {"y", BW},
+    {"yuv411", BW},
+    {"yuv410", BW},
+    {"uyvy", BW},
+    {"yuyv", BW},
+    {"yuy2", BW},
+    {"gray", BW},
+    {"rgb24", RGB_i444},
+    {"rgb32", RGBA_i444},
+    {"bgr24", BGR_i444},
+    {"bgr32", BGRA_i444},
+    {"rgb", RGBA_planar},
+    {"", RGBA_planar},
     {"nv12", RGBA_planar},
 };
 

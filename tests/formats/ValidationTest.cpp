@@ -1,9 +1,9 @@
-#include "formats/FrameSize.h"
 #include "formats/Validation.h"
+#include "formats/FrameSize.h"
 #include "support/TempFiles.h"
 
-#include <gtest/gtest.h>
 #include <climits>
+#include <gtest/gtest.h>
 #include <limits>
 
 using namespace kavri;
@@ -57,8 +57,8 @@ TEST(Validation, ContainersHoldTheDepthInEightOrSixteenBits)
     const struct {
         int32_t bits, container, want;
     } rows[] = {
-        {8, 8, 8},   {8, 16, 16}, {10, 8, 16}, {10, 16, 16}, {16, 16, 16}, {1, 0, 8},  {4, 0, 8},
-        {9, 0, 16},  {10, 12, 16}, {8, 12, 8},  {12, 24, 16}, {8, 24, 8},   {16, 32, 16}, {3, -5, 8},
+        {8, 8, 8},  {8, 16, 16},  {10, 8, 16}, {10, 16, 16}, {16, 16, 16}, {1, 0, 8},    {4, 0, 8},
+        {9, 0, 16}, {10, 12, 16}, {8, 12, 8},  {12, 24, 16}, {8, 24, 8},   {16, 32, 16}, {3, -5, 8},
     };
     for (const auto &r : rows) {
         VideoProps p = record(352, 288, YUV_p420, r.bits);
@@ -110,8 +110,12 @@ TEST(Validation, PicturesTooWideToDisplayAreRefused)
         int32_t w, h;
         bool fits;
     } cases[] = {
-        {kMaxPictureWidth, 2, true},    {kMaxPictureWidth + 1, 2, false}, {INT32_MAX, 2, false},
-        {65535, 65535, true},           {7680, 4320, true},               {0, 2, false},
+        {kMaxPictureWidth, 2, true},
+        {kMaxPictureWidth + 1, 2, false},
+        {INT32_MAX, 2, false},
+        {65535, 65535, true},
+        {7680, 4320, true},
+        {0, 2, false},
         {2, -1, false},
     };
     for (const auto &c : cases) {

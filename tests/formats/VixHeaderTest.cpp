@@ -1,5 +1,5 @@
-#include "formats/FormatDetector.h"
 #include "formats/VixHeader.h"
+#include "formats/FormatDetector.h"
 #include "support/TempFiles.h"
 
 #include <gtest/gtest.h>
@@ -49,7 +49,8 @@ const VixCase kCases[] = {
     {"ycbcr_411", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 352 288 3 1 1 4 1 4 1"), YUV_p411},
     {"ycbcr_21", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 352 288 3 1 1 2 1 2 1"), FMT_UNKNOWN},
     {"color_spelling", header(">COLOR< YCbCr", "unsigned byte 8 little-endian 352 288 3 1 1 2 2 2 2"), YUV_p420},
-    {"ycbcr_is_case_sensitive", header(">COLOUR< ycbcr", "unsigned byte 8 little-endian 8 8 3 1 1 1 1 1 1"), RGB_planar},
+    {"ycbcr_is_case_sensitive", header(">COLOUR< ycbcr", "unsigned byte 8 little-endian 8 8 3 1 1 1 1 1 1"),
+     RGB_planar},
     {"rgb_11", header(">COLOUR< RGB", "unsigned byte 8 little-endian 352 288 3 1 1 1 1 1 1"), RGB_planar},
     {"no_colour_is_rgb", header("", "unsigned byte 8 little-endian 352 288 3 1 1 1 1 1 1"), RGB_planar},
     {"rgb_22", header(">COLOUR< RGB", "unsigned byte 8 little-endian 352 288 3 1 1 2 2 2 2"), FMT_UNKNOWN},
@@ -61,15 +62,24 @@ const VixCase kCases[] = {
     {"dword", header(">COLOUR< YCbCr", "unsigned dword 32 little-endian 352 288 3 1 1 2 2 2 2"), FMT_UNKNOWN},
     {"big_endian", header(">COLOUR< YCbCr", "unsigned word 10 big-endian 352 288 3 1 1 2 2 2 2"), FMT_UNKNOWN},
     {"endianness_missing", header(">COLOUR< YCbCr", "unsigned word 10 352 288 3 1 1 2 2 2 2"), FMT_UNKNOWN},
-    {"width_not_a_number", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 3x2 288 3 1 1 2 2 2 2"), FMT_UNKNOWN},
-    {"width_past_int32", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 99999999999 288 3 1 1 2 2 2 2"), FMT_UNKNOWN},
-    {"depth_past_int32", header(">COLOUR< YCbCr", "unsigned byte 2147483648 little-endian 8 8 3 1 1 2 2 2 2"), FMT_UNKNOWN},
-    {"rate_not_a_number", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 8 8 3 1 1 2 2 2 2", ">VIDEO< fast 100"), FMT_UNKNOWN},
-    {"rate_inf", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 8 8 3 1 1 2 2 2 2", ">VIDEO< inf 100"), FMT_UNKNOWN},
-    {"rate_1e999", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 8 8 3 1 1 2 2 2 2", ">VIDEO< 1e999 100"), FMT_UNKNOWN},
-    {"huge_frame_count_ignored", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 8 8 3 1 1 2 2 2 2", ">VIDEO< 25 99999999999999999999999"), YUV_p420},
+    {"width_not_a_number", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 3x2 288 3 1 1 2 2 2 2"),
+     FMT_UNKNOWN},
+    {"width_past_int32", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 99999999999 288 3 1 1 2 2 2 2"),
+     FMT_UNKNOWN},
+    {"depth_past_int32", header(">COLOUR< YCbCr", "unsigned byte 2147483648 little-endian 8 8 3 1 1 2 2 2 2"),
+     FMT_UNKNOWN},
+    {"rate_not_a_number",
+     header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 8 8 3 1 1 2 2 2 2", ">VIDEO< fast 100"), FMT_UNKNOWN},
+    {"rate_inf", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 8 8 3 1 1 2 2 2 2", ">VIDEO< inf 100"),
+     FMT_UNKNOWN},
+    {"rate_1e999", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 8 8 3 1 1 2 2 2 2", ">VIDEO< 1e999 100"),
+     FMT_UNKNOWN},
+    {"huge_frame_count_ignored",
+     header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 8 8 3 1 1 2 2 2 2", ">VIDEO< 25 99999999999999999999999"),
+     YUV_p420},
     {"no_video_section", header(">COLOUR< YCbCr", "unsigned byte 8 little-endian 8 8 3 1 1 2 2 2 2", ""), YUV_p420},
-    {"unknown_tokens_skipped", "vix <HEAD> x y z >COLOUR< YCbCr whatever >IMAGE< unsigned byte 8 little-endian 8 8 3 1 1 2 2 2 2", YUV_p420},
+    {"unknown_tokens_skipped",
+     "vix <HEAD> x y z >COLOUR< YCbCr whatever >IMAGE< unsigned byte 8 little-endian 8 8 3 1 1 2 2 2 2", YUV_p420},
     {"no_magic", "VIX >IMAGE< unsigned byte 8 little-endian 8 8 3 1 1 1 1 1 1", FMT_UNKNOWN},
     {"short", "vi", FMT_UNKNOWN},
     {"empty", "", FMT_UNKNOWN},
@@ -84,7 +94,8 @@ INSTANTIATE_TEST_SUITE_P(Headers, VixLayouts, ::testing::ValuesIn(kCases));
 
 TEST(VixHeader, FieldsAndHeaderOffset)
 {
-    const QByteArray h = header(">COLOUR< YCbCr", "signed word 10 little-endian 352 288 3 1 1 1 2 1 2", ">VIDEO< 29.97 100");
+    const QByteArray h =
+        header(">COLOUR< YCbCr", "signed word 10 little-endian 352 288 3 1 1 1 2 1 2", ">VIDEO< 29.97 100");
     VideoProps p;
     ASSERT_TRUE(parseVixHeader(h + QByteArray(64, '\x80'), true, p));
     EXPECT_EQ(p.format, YUV_p422);
@@ -103,8 +114,8 @@ TEST(VixHeader, ContainerWords)
 {
     for (const auto &[word, bits] : {std::pair{"word", 16}, {"byte", 8}, {"short", 8}}) {
         VideoProps p;
-        ASSERT_TRUE(parseVixHeader(header("", (QByteArray("x ") + word + " 8 little-endian 4 4 3 1 1 1 1 1 1").constData()),
-                                   true, p));
+        ASSERT_TRUE(parseVixHeader(
+            header("", (QByteArray("x ") + word + " 8 little-endian 4 4 3 1 1 1 1 1 1").constData()), true, p));
         EXPECT_EQ(p.containerBits, bits) << word;
         EXPECT_FALSE(p.signedValues);
     }

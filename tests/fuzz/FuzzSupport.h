@@ -32,8 +32,7 @@ inline void checkValidated(VideoProps props)
     if (props.containerBits != 8 && props.containerBits != 16) std::abort();
     if (props.containerBits < props.bitDepth) std::abort();
     if (props.frameBytes != frameBytes(props.format, props.containerBits, props.width, props.height)) std::abort();
-    if (allocationSize(props.format, props.containerBits, props.width, props.height) < props.frameBytes)
-        std::abort();
+    if (allocationSize(props.format, props.containerBits, props.width, props.height) < props.frameBytes) std::abort();
 }
 
 // `size` bytes whose last byte is followed by a page that cannot be read or written.

@@ -22,9 +22,7 @@ int main(int argc, char **argv)
     auto *sender = new KavriLinkSender(backChannel(name), t);
     KavriReceive *r = KavriReceive::start(name, t);
     QTextStream out(stdout);
-    auto say = [&out](const QString &s) {
-        out << s << Qt::endl;
-    };
+    auto say = [&out](const QString &s) { out << s << Qt::endl; };
     QObject::connect(r, &KavriReceive::remote_play, &app, [&] { say("play"); });
     QObject::connect(r, &KavriReceive::remote_pause, &app, [&] { say("paus"); });
     QObject::connect(r, &KavriReceive::remote_stop, &app, [&] { say("stop"); });
@@ -41,11 +39,16 @@ int main(int argc, char **argv)
     QByteArray pending;
     auto perform = [&](const QString &cmd) {
         if (!sender) return;
-        if (cmd == "play") sender->send(Command::Play);
-        else if (cmd == "paus") sender->send(Command::Pause);
-        else if (cmd == "stop") sender->send(Command::Stop);
-        else if (cmd == "relo") sender->send(Command::Reload);
-        else if (cmd.startsWith("seek ")) sender->send(Command::Seek, cmd.mid(5).toUInt());
+        if (cmd == "play")
+            sender->send(Command::Play);
+        else if (cmd == "paus")
+            sender->send(Command::Pause);
+        else if (cmd == "stop")
+            sender->send(Command::Stop);
+        else if (cmd == "relo")
+            sender->send(Command::Reload);
+        else if (cmd.startsWith("seek "))
+            sender->send(Command::Seek, cmd.mid(5).toUInt());
         else if (cmd == "quit") {
             delete sender;
             sender = nullptr;

@@ -30,7 +30,7 @@ TEST(LinkProtocol, MessagesRoundTrip)
     const struct {
         Command c;
         const char *word;
-    } rows[] = {{Command::Play, "play"}, {Command::Pause, "paus"}, {Command::Stop, "stop"},
+    } rows[] = {{Command::Play, "play"}, {Command::Pause, "paus"},  {Command::Stop, "stop"},
                 {Command::Seek, "seek"}, {Command::Reload, "relo"}, {Command::Quit, "quit"}};
     for (const auto &r : rows) {
         const Message m = makeMessage(r.c, 77);
@@ -62,7 +62,8 @@ TEST(LinkQueue, OwnerOnlyAndGeometryChecked)
 
     const QString other = newLinkName();
     {
-        boost::interprocess::message_queue foreign(boost::interprocess::create_only, other.toStdString().c_str(), 5, 64);
+        boost::interprocess::message_queue foreign(boost::interprocess::create_only, other.toStdString().c_str(), 5,
+                                                   64);
     }
     QString error;
     EXPECT_FALSE(LinkQueue::open(other, &error));

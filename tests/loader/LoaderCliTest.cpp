@@ -65,8 +65,8 @@ TEST(CliPlay, ReportsThePacing)
     const auto r = runCli(QStringList{"play"} + formatArgs() + QStringList{"-r", "500", f, "--frames", "10"});
     ASSERT_EQ(r.rc, 0) << r.err.toStdString();
     const QJsonObject j = r.json();
-    EXPECT_EQ(j.keys(), (QStringList{"fps", "frames", "mean_interval_ms", "nominal_fps", "seconds",
-                                     "worst_interval_ms"}));
+    EXPECT_EQ(j.keys(),
+              (QStringList{"fps", "frames", "mean_interval_ms", "nominal_fps", "seconds", "worst_interval_ms"}));
     EXPECT_EQ(j["frames"].toInteger(), 10); // wraps around the three-frame file
     EXPECT_EQ(j["nominal_fps"].toDouble(), 500.0);
     EXPECT_GE(j["worst_interval_ms"].toDouble(), j["mean_interval_ms"].toDouble());
@@ -136,7 +136,9 @@ TEST(CliNamedPipe, NoCommandWaitsForAWriter)
         {"info", {"info", pipe}, 0, ""},
         {"render", {"render", pipe, "-o", dir.path("x.png")}, 1, "a pipe or a device"},
         {"pixel", {"pixel", pipe, "--at", "0,0"}, 1, "a pipe or a device"},
-        {"diff against a pipe", {"render", file, "-w", "16", "-h", "16", "--diff", pipe, "-o", dir.path("x.png")}, 1,
+        {"diff against a pipe",
+         {"render", file, "-w", "16", "-h", "16", "--diff", pipe, "-o", dir.path("x.png")},
+         1,
          "a pipe or a device"},
         {"extract", {"extract", pipe, "--from", "0", "--to", "0", "-o", dir.path("y.bw")}, 1, "not on a pipe"},
         {"remember", {"remember", pipe}, 1, "formats are remembered for files"},

@@ -4,8 +4,8 @@
 #include <QPointer>
 #include <QThread>
 #include <future>
-#include <thread>
 #include <gtest/gtest.h>
+#include <thread>
 
 #ifdef Q_OS_UNIX
 #include <sys/stat.h>
@@ -162,7 +162,9 @@ TEST_F(Loader, SeekFlagsReachTheFrameRecord)
     const struct {
         bool remote, dragged;
         uint32_t flags;
-    } cases[] = {{false, false, 0}, {true, false, kFrameRemote}, {false, true, kFrameDragged},
+    } cases[] = {{false, false, 0},
+                 {true, false, kFrameRemote},
+                 {false, true, kFrameDragged},
                  {true, true, kFrameRemote | kFrameDragged}};
     uint64_t target = 1;
     for (const auto &c : cases) {
@@ -237,8 +239,8 @@ TEST_F(Loader, SynchronousInitDuringPlayEndsThePlayLoopAndReturnsAfterIt)
     ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 2; }, kWaitMs));
     const size_t before = owner.seen().size();
     emit owner.seek(3, false, false);
-    ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before && owner.seen().back().index == 3; },
-                                kWaitMs));
+    ASSERT_TRUE(
+        owner.waitUntil([&] { return owner.seen().size() > before && owner.seen().back().index == 3; }, kWaitMs));
     EXPECT_EQ(owner.bufferSize(), QSize(kW, kH / 2));
 }
 
@@ -575,14 +577,16 @@ TEST_P(NamedPipe, PlaysAsAStreamWithoutBlockingTheOpener)
     EXPECT_TRUE(kavri::isPlayable(loader->validityMask()));
     emit owner.play();
     std::vector<std::thread> writers;
-    if (c.mainIsPipe) writers.emplace_back([pipeA, data] {
-        QFile w(pipeA);
-        if (w.open(QIODevice::WriteOnly)) w.write(data);
-    });
-    if (c.diffIsPipe) writers.emplace_back([pipeB, data] {
-        QFile w(pipeB);
-        if (w.open(QIODevice::WriteOnly)) w.write(data);
-    });
+    if (c.mainIsPipe)
+        writers.emplace_back([pipeA, data] {
+            QFile w(pipeA);
+            if (w.open(QIODevice::WriteOnly)) w.write(data);
+        });
+    if (c.diffIsPipe)
+        writers.emplace_back([pipeB, data] {
+            QFile w(pipeB);
+            if (w.open(QIODevice::WriteOnly)) w.write(data);
+        });
     for (std::thread &t : writers) t.join();
     ASSERT_TRUE(waitStopped());
     const auto seen = owner.seen();

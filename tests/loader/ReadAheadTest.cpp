@@ -71,8 +71,7 @@ TEST_P(ReadAheadMatchesPlainReads, FrameByFrame)
 
 INSTANTIATE_TEST_SUITE_P(
     Sizes, ReadAheadMatchesPlainReads,
-    ::testing::Values(Case{"SmallFrames", 100, 1000, -1, 0},
-                      Case{"SmallFramesShortTail", 100, 1050, -1, 0},
+    ::testing::Values(Case{"SmallFrames", 100, 1000, -1, 0}, Case{"SmallFramesShortTail", 100, 1050, -1, 0},
                       Case{"OneChunkExactly", kChunk, 3 * kChunk, -1, 0},
                       Case{"OneByteOverAChunk", kChunk + 1, 3 * (kChunk + 1), -1, 0},
                       Case{"TailEndsOnAChunkBoundary", 2 * kChunk + 100, 2 * (2 * kChunk + 100) + kChunk, -1, 0},

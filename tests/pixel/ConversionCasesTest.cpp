@@ -167,9 +167,10 @@ TEST(ConversionCases, PlanarRgbOrders)
         Rgb expected;
     };
     const Case cases[] = {
-        {RGB_planar, {10, 20, 30}},  {RGBA_planar, {10, 20, 30}}, {RBG_planar, {10, 30, 20}}, {RBGA_planar, {10, 30, 20}},
-        {BGR_planar, {30, 20, 10}},  {BGRA_planar, {30, 20, 10}}, {BRG_planar, {30, 10, 20}}, {BRGA_planar, {30, 10, 20}},
-        {GRB_planar, {20, 10, 30}},  {GRBA_planar, {20, 10, 30}}, {GBR_planar, {20, 30, 10}}, {GBRA_planar, {20, 30, 10}},
+        {RGB_planar, {10, 20, 30}},  {RGBA_planar, {10, 20, 30}}, {RBG_planar, {10, 30, 20}},
+        {RBGA_planar, {10, 30, 20}}, {BGR_planar, {30, 20, 10}},  {BGRA_planar, {30, 20, 10}},
+        {BRG_planar, {30, 10, 20}},  {BRGA_planar, {30, 10, 20}}, {GRB_planar, {20, 10, 30}},
+        {GRBA_planar, {20, 10, 30}}, {GBR_planar, {20, 30, 10}},  {GBRA_planar, {20, 30, 10}},
     };
     for (const Case &t : cases) {
         Frame f(yuv(t.f, 2, 2));
@@ -263,7 +264,7 @@ TEST(ConversionCases, PackedNv12AndV210)
     EXPECT_EQ(at(d, 2, 0, 0), (Rgb{130, 130, 130}));
     nv.c.flip = true;
     d = convert(nv);
-    EXPECT_EQ(at(d, 2, 0, 0), (Rgb{2, 2, 2}));     // luma row 3, chroma row 0
+    EXPECT_EQ(at(d, 2, 0, 0), (Rgb{2, 2, 2}));      // luma row 3, chroma row 0
     EXPECT_EQ(at(d, 2, 0, 3), (Rgb{244, 97, 130})); // luma row 0, chroma row 1 (V = 200)
 
     // v210: one group, luma 64*k, neutral chroma 512; (257*Y + 512) >> 10
@@ -273,9 +274,9 @@ TEST(ConversionCases, PackedNv12AndV210)
         const uint32_t word = a | b << 10 | c << 20;
         for (int i = 0; i < 4; ++i) v.bytes[size_t(4 * w + i)] = uint8_t(word >> (8 * i));
     };
-    put(0, 512, 64, 512);  // U0 Y0 V0
-    put(1, 128, 512, 192); // Y1 U2 Y2
-    put(2, 512, 256, 512); // V2 Y3 U4
+    put(0, 512, 64, 512);   // U0 Y0 V0
+    put(1, 128, 512, 192);  // Y1 U2 Y2
+    put(2, 512, 256, 512);  // V2 Y3 U4
     put(3, 320, 512, 1023); // Y4 V4 Y5
     d = convert(v);
     const int expected[6] = {16, 32, 48, 64, 80, 255};

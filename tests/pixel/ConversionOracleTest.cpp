@@ -51,8 +51,7 @@ VideoProps propsOf(const ConvCase &c)
 
 // Converts `file` (stored bytes) with one kernel set and compares with the oracle; returns false and
 // records a failure on the first difference.
-bool checkCase(const ConvCase &c, const std::vector<uint8_t> &file, const char *kernels, int32_t threads,
-               uint32_t seed)
+bool checkCase(const ConvCase &c, const std::vector<uint8_t> &file, const char *kernels, int32_t threads, uint32_t seed)
 {
     X2RGBColorConv conv;
     conv.setDescription(propsOf(c));
@@ -118,17 +117,12 @@ ConvCase randomCase(std::mt19937 &rng)
     switch (pick(0, 4)) {
     case 0: // default tone
         break;
-    case 1:
-        c.brightness = pick(-60, 60), c.contrast = pick(-300, 300);
-        break;
-    case 2:
-        c.gamma = pick(100, 600);
-        break;
+    case 1: c.brightness = pick(-60, 60), c.contrast = pick(-300, 300); break;
+    case 2: c.gamma = pick(100, 600); break;
     case 3: // a stored gamma of 0: the BGRA block copy
         c.brightness = 0, c.contrast = 0, c.gamma = 0;
         break;
-    default:
-        c.brightness = pick(-30, 30), c.contrast = pick(-100, 100), c.gamma = pick(128, 512);
+    default: c.brightness = pick(-30, 30), c.contrast = pick(-100, 100), c.gamma = pick(128, 512);
     }
     return c;
 }

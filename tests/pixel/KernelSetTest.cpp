@@ -35,7 +35,8 @@ TEST(KernelSets, DifferenceRowsMatchThePortableRows)
             for (auto &x : b) x = uint8_t(iteration % 3 ? rng() : 0);
             for (auto &x : table) x = uint8_t(rng());
             std::vector<uint8_t> want(a.size(), 0x5A), got(a.size(), 0x5A);
-            const uint64_t s1 = portableKernels().diffRow8[isSigned](a.data(), b.data(), want.data(), n, table.data(), mid);
+            const uint64_t s1 =
+                portableKernels().diffRow8[isSigned](a.data(), b.data(), want.data(), n, table.data(), mid);
             const uint64_t s2 = k->diffRow8[isSigned](a.data(), b.data(), got.data(), n, table.data(), mid);
             ASSERT_EQ(s1, s2) << k->name << " n " << n << " seed " << seed;
             ASSERT_EQ(want, got) << k->name << " n " << n << " seed " << seed;

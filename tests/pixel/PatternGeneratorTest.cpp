@@ -1,5 +1,5 @@
-#include "formats/FrameSize.h"
 #include "pixel/PatternGenerator.h"
+#include "formats/FrameSize.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -69,13 +69,27 @@ TEST(PatternGenerator, RefusesWhatItCannotWrite)
     add("width 0", [](PatternSpec &s) { s.width = 0; });
     add("negative height", [](PatternSpec &s) { s.height = -4; });
     add("0 bits", [](PatternSpec &s) { s.bits = 0; });
-    add("17 bits", [](PatternSpec &s) { s.bits = 17; s.containerBits = 16; });
+    add("17 bits", [](PatternSpec &s) {
+        s.bits = 17;
+        s.containerBits = 16;
+    });
     add("container 12", [](PatternSpec &s) { s.containerBits = 12; });
     add("container narrower than depth", [](PatternSpec &s) { s.bits = 10; });
-    add("v210 at 8 bits", [](PatternSpec &s) { s.layout = YUV_v210; s.bits = 8; });
-    add("v210 signed", [](PatternSpec &s) { s.layout = YUV_v210; s.bits = 10; s.isSigned = true; });
+    add("v210 at 8 bits", [](PatternSpec &s) {
+        s.layout = YUV_v210;
+        s.bits = 8;
+    });
+    add("v210 signed", [](PatternSpec &s) {
+        s.layout = YUV_v210;
+        s.bits = 10;
+        s.isSigned = true;
+    });
     add("rate 0", [](PatternSpec &s) { s.rate = 0; });
-    add("over 4 GiB", [](PatternSpec &s) { s.layout = RGBA_i444; s.width = s.height = 40000; s.containerBits = 16; });
+    add("over 4 GiB", [](PatternSpec &s) {
+        s.layout = RGBA_i444;
+        s.width = s.height = 40000;
+        s.containerBits = 16;
+    });
     for (const Case &c : cases) {
         EXPECT_FALSE(patternSpecError(c.s).empty()) << c.name;
         uint8_t byte = 0x5A;
@@ -328,7 +342,7 @@ TEST(PatternGenerator, SignedSamplesAreCentredTwosComplement)
     PatternSpec s = pat(YUV_p444, 64, 32, 8, 8);
     s.isSigned = true;
     const std::vector<uint8_t> b = frameOf(s, 0);
-    EXPECT_EQ(int8_t(b[12 * 64 + 4]), 127);            // white bar
+    EXPECT_EQ(int8_t(b[12 * 64 + 4]), 127);               // white bar
     EXPECT_EQ(int8_t(b[12 * 64 + 64 * 7 / 8 + 2]), -128); // black bar
 }
 

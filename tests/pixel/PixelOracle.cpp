@@ -42,10 +42,10 @@ GuardedBuffer::~GuardedBuffer()
 std::string ConvCase::describe() const
 {
     std::ostringstream s;
-    s << layoutInfo(layout).shortName << ' ' << width << 'x' << height << " bits " << bits << " container "
-      << container << (isSigned ? " signed" : "") << (flip ? " flip" : "") << (bigEndian ? " BE" : "")
-      << (swapUV ? " swapUV" : "") << (interlaced ? " interlaced" : "") << " sel " << selection << " tone("
-      << brightness << ',' << contrast << ',' << gamma << ')';
+    s << layoutInfo(layout).shortName << ' ' << width << 'x' << height << " bits " << bits << " container " << container
+      << (isSigned ? " signed" : "") << (flip ? " flip" : "") << (bigEndian ? " BE" : "") << (swapUV ? " swapUV" : "")
+      << (interlaced ? " interlaced" : "") << " sel " << selection << " tone(" << brightness << ',' << contrast << ','
+      << gamma << ')';
     return s.str();
 }
 
@@ -167,7 +167,8 @@ std::vector<uint8_t> oracleConvert(const ConvCase &c, const uint8_t *frame, size
             }
             case LayoutKind::PlanarRgb: {
                 int32_t plane[3];
-                for (int k = 0; k < 3; ++k) plane[k] = m.sample(int64_t(k) * W * H + int64_t(s) * W + x, bytes, c.isSigned);
+                for (int k = 0; k < 3; ++k)
+                    plane[k] = m.sample(int64_t(k) * W * H + int64_t(s) * W + x, bytes, c.isSigned);
                 if (c.swapUV) std::swap(plane[1], plane[2]);
                 convert(x, r, plane[info.rgbSource[0]], plane[info.rgbSource[1]], plane[info.rgbSource[2]]);
                 break;
@@ -211,7 +212,8 @@ std::vector<uint8_t> oracleConvert(const ConvCase &c, const uint8_t *frame, size
                 const int64_t in[3] = {y + half + o[0], u + half + o[1], v + half + o[2]};
                 int32_t res[3];
                 for (int k = 0; k < 3; ++k)
-                    res[k] = clamp(int32_t((mx[3 * k] * in[0] + mx[3 * k + 1] * in[1] + mx[3 * k + 2] * in[2] + 512) >> 8));
+                    res[k] =
+                        clamp(int32_t((mx[3 * k] * in[0] + mx[3 * k + 1] * in[1] + mx[3 * k + 2] * in[2] + 512) >> 8));
                 store(x, r, res[0], res[1], res[2]);
                 break;
             }
@@ -219,7 +221,8 @@ std::vector<uint8_t> oracleConvert(const ConvCase &c, const uint8_t *frame, size
                 const int64_t rowBytes = ((int64_t(W) * 8) / 3 + 127) / 128 * 128;
                 const int64_t base = int64_t(s) * rowBytes + (x / 6) * 16;
                 auto word = [&](int k) {
-                    return uint32_t(m.sample(base + 4 * k, 1, false)) | uint32_t(m.sample(base + 4 * k + 1, 1, false)) << 8 |
+                    return uint32_t(m.sample(base + 4 * k, 1, false)) |
+                           uint32_t(m.sample(base + 4 * k + 1, 1, false)) << 8 |
                            uint32_t(m.sample(base + 4 * k + 2, 1, false)) << 16 |
                            uint32_t(m.sample(base + 4 * k + 3, 1, false)) << 24;
                 };
@@ -234,12 +237,14 @@ std::vector<uint8_t> oracleConvert(const ConvCase &c, const uint8_t *frame, size
                 const int64_t in[3] = {y + 4 * mx[9], u + 4 * mx[10], v + 4 * mx[11]};
                 int32_t res[3];
                 for (int k = 0; k < 3; ++k)
-                    res[k] = clamp(int32_t((mx[3 * k] * in[0] + mx[3 * k + 1] * in[1] + mx[3 * k + 2] * in[2] + 512) >> 10));
+                    res[k] =
+                        clamp(int32_t((mx[3 * k] * in[0] + mx[3 * k + 1] * in[1] + mx[3 * k + 2] * in[2] + 512) >> 10));
                 store(x, r, res[0], res[1], res[2]);
                 break;
             }
             case LayoutKind::Luma: {
-                const int32_t v = (int32_t(uint32_t(m.sample(int64_t(s) * W + x, bytes, c.isSigned) + half) << up) >> down) & 0xff;
+                const int32_t v =
+                    (int32_t(uint32_t(m.sample(int64_t(s) * W + x, bytes, c.isSigned) + half) << up) >> down) & 0xff;
                 store(x, r, v, v, v);
                 break;
             }

@@ -8,8 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 #include <random>
 
@@ -203,7 +203,7 @@ TEST(DifferenceTable, GainRule)
     DifferencePicture d10;
     d10.setup(YUV_p420, 4, 4, 4, 10, false);
     for (int i = 0; i < 1024; ++i) ASSERT_EQ(d10.table()[size_t(i)], i); // gain exactly 1
-    d10.buildTable(4096); // doubled gain
+    d10.buildTable(4096);                                                // doubled gain
     EXPECT_EQ(d10.table()[513], 514);
     EXPECT_EQ(d10.table()[1023], 1023);
     EXPECT_EQ(d10.table()[0], 0);
@@ -223,10 +223,10 @@ TEST(DifferencePicture, MetricsAndFirstDifference)
     }
     EXPECT_EQ(dst[5], 128);
 
-    b[1 * W + 2] = 99;   // luma (2, 1): +1
-    b[16 + 3] = 103;     // U (1, 1): -3
-    b[20 + 2] = 110;     // V (0, 1): -10
-    b[20 + 3] = 110;     // V (1, 1): -10
+    b[1 * W + 2] = 99; // luma (2, 1): +1
+    b[16 + 3] = 103;   // U (1, 1): -3
+    b[20 + 2] = 110;   // V (0, 1): -10
+    b[20 + 3] = 110;   // V (1, 1): -10
     d.compute(a.data(), b.data(), dst.data());
     EXPECT_DOUBLE_EQ(d.mse[0], 1.0 / 16);
     EXPECT_DOUBLE_EQ(d.mse[1], 9.0 / 4);

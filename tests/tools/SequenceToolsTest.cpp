@@ -10,9 +10,9 @@
 #include <QFileInfo>
 #include <QSignalSpy>
 #include <QThreadPool>
-#include <gtest/gtest.h>
 #include <cerrno>
 #include <cstring>
+#include <gtest/gtest.h>
 
 #ifdef Q_OS_UNIX
 #include <csignal>
@@ -44,8 +44,8 @@ QByteArray readAll(const QString &path)
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
-CopyJob job(const QString &in, const QString &out, uint32_t frameBytes, uint32_t header, uint64_t first,
-            uint64_t last, bool reverse = false)
+CopyJob job(const QString &in, const QString &out, uint32_t frameBytes, uint32_t header, uint64_t first, uint64_t last,
+            bool reverse = false)
 {
     CopyJob j;
     j.input = in;
@@ -115,7 +115,8 @@ TEST_P(ReverseBytes, WritesEveryFrameLastFirst)
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, ReverseBytes,
-                         ::testing::Values(ReverseCase{"OneFrame", 0, 1, 21}, ReverseCase{"OneFrameHeader512", 512, 1, 21},
+                         ::testing::Values(ReverseCase{"OneFrame", 0, 1, 21},
+                                           ReverseCase{"OneFrameHeader512", 512, 1, 21},
                                            ReverseCase{"Header512", 512, 4, 100}, ReverseCase{"OddSizes", 3, 7, 13}),
                          [](const auto &i) { return std::string(i.param.name); });
 
@@ -380,16 +381,13 @@ TEST(NothingLost, RenameNeverReplacesNorMoves)
 TEST(SequenceNames, FormatPartStartsAtTheFirstDetectorToken)
 {
     const std::pair<const char *, const char *> cases[] = {
-        {"take3.bin", "take3"},
-        {"foo_1920x1080_50Hz_10bit_P420.yuv", "foo"},
-        {"my clip-25fps.yuv", "my clip"},
-        {"news_cif.yuv", "news"},
-        {"cam2_422.yuv", "cam2"},
-        {"a_flip_rgb.raw", "a"},
-        {"capture", "capture"},
-        {"x264_out.yuv", "x264_out"}, // "x264" is no size and no layout
+        {"take3.bin", "take3"},           {"foo_1920x1080_50Hz_10bit_P420.yuv", "foo"},
+        {"my clip-25fps.yuv", "my clip"}, {"news_cif.yuv", "news"},
+        {"cam2_422.yuv", "cam2"},         {"a_flip_rgb.raw", "a"},
+        {"capture", "capture"},           {"x264_out.yuv", "x264_out"}, // "x264" is no size and no layout
     };
-    for (const auto &[name, stem] : cases) EXPECT_EQ(nameStem(QString::fromUtf8(name)), QString::fromUtf8(stem)) << name;
+    for (const auto &[name, stem] : cases)
+        EXPECT_EQ(nameStem(QString::fromUtf8(name)), QString::fromUtf8(stem)) << name;
 }
 
 TEST(SequenceNames, ProposedNames)
@@ -416,7 +414,8 @@ TEST(SequenceNames, ProposedNames)
 TEST(SequenceNames, CanonicalRates)
 {
     const std::pair<double, const char *> cases[] = {
-        {25.0, "25"}, {23.976, "23.98"}, {29.97, "29.97"}, {50.001, "50"}, {59.94, "59.94"}, {0.5, "0.50"}, {100, "100"},
+        {25.0, "25"},     {23.976, "23.98"}, {29.97, "29.97"}, {50.001, "50"},
+        {59.94, "59.94"}, {0.5, "0.50"},     {100, "100"},
     };
     for (const auto &[rate, text] : cases) EXPECT_EQ(canonicalRateText(rate), QString::fromUtf8(text)) << rate;
 }
@@ -479,10 +478,9 @@ TEST(SequenceNames, PlanarRgbRoundTripsAsTheVoteDecides)
     // What the vote gives for the planar RGB suffixes (the repeated rows of the keyword table decide). Three
     // four-plane orders tie with their three-plane sibling and lose to its lower layout number.
     const std::pair<videoFormat_t, videoFormat_t> cases[] = {
-        {RGB_planar, BGR_planar},   {RGBA_planar, RGBA_planar}, {RBG_planar, BGR_planar},
-        {RBGA_planar, RBGA_planar}, {BGR_planar, BGR_planar},   {BGRA_planar, BGRA_planar},
-        {BRG_planar, BGR_planar},   {BRGA_planar, BGR_planar}, {GRB_planar, GRB_planar},
-        {GRBA_planar, GRB_planar}, {GBR_planar, GBR_planar},   {GBRA_planar, GBR_planar},
+        {RGB_planar, BGR_planar}, {RGBA_planar, RGBA_planar}, {RBG_planar, BGR_planar}, {RBGA_planar, RBGA_planar},
+        {BGR_planar, BGR_planar}, {BGRA_planar, BGRA_planar}, {BRG_planar, BGR_planar}, {BRGA_planar, BGR_planar},
+        {GRB_planar, GRB_planar}, {GRBA_planar, GRB_planar},  {GBR_planar, GBR_planar}, {GBRA_planar, GBR_planar},
     };
     for (const auto &[written, read] : cases) {
         VideoProps p;
@@ -493,6 +491,7 @@ TEST(SequenceNames, PlanarRgbRoundTripsAsTheVoteDecides)
         p.bitDepth = 8;
         p.format = written;
         FormatDetector d;
-        EXPECT_EQ(shortName(d.detect(canonicalFileName(p)).format), shortName(read)) << canonicalFileName(p).toStdString();
+        EXPECT_EQ(shortName(d.detect(canonicalFileName(p)).format), shortName(read))
+            << canonicalFileName(p).toStdString();
     }
 }

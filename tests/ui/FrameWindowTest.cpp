@@ -5,17 +5,17 @@
 #include "ui/frame.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QScreen>
 #include <QSettings>
 #include <QSignalSpy>
-#include <QTimer>
-#include <QMessageBox>
 #include <QStatusBar>
-#include <QApplication>
+#include <QTimer>
 #include <gtest/gtest.h>
 
 using namespace kavri;
@@ -42,9 +42,9 @@ TEST(FrameWindow, EmptyState)
     frame w(nullptr);
     EXPECT_EQ(w.windowTitle(), "kavri 0.7.1 (Beta)");
     EXPECT_EQ(w.statusText(), "[No File]");
-    for (const char *name : {"centralWidget", "verticalLayout", "graphicsView", "lowerPanel", "horizontalLayout",
-                             "horizontalSlider", "playpause_button", "stop_button", "link_widget", "menuBar",
-                             "statusBar"})
+    for (const char *name :
+         {"centralWidget", "verticalLayout", "graphicsView", "lowerPanel", "horizontalLayout", "horizontalSlider",
+          "playpause_button", "stop_button", "link_widget", "menuBar", "statusBar"})
         EXPECT_NE(w.findChild<QObject *>(name), nullptr) << name;
     // Defaults of an empty settings store.
     EXPECT_TRUE(w.action("actionLoop")->isChecked());
@@ -196,9 +196,8 @@ TEST(FrameWindow, WindowFitsThePictureAtEveryZoomStep)
         QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
         const QSize video(sz.w, sz.h);
         const QSize room = w.screen()->availableGeometry().size();
-        const kavri::view::ZoomStep opened =
-            kavri::view::largestStepThatFits(kavri::view::ZoomStep::Z100, video,
-                                             room - (w.frameGeometry().size() - w.drawPanel()->size()));
+        const kavri::view::ZoomStep opened = kavri::view::largestStepThatFits(
+            kavri::view::ZoomStep::Z100, video, room - (w.frameGeometry().size() - w.drawPanel()->size()));
         KavriDrawPanel *panel = w.drawPanel();
         QTRY_COMPARE_WITH_TIMEOUT(panel->size(), kavri::view::zoomTarget(opened, video), 20000);
         const char *steps[] = {"action200", "action25", "action100", "action33", "action50", "action25", "action200"};
@@ -283,10 +282,9 @@ TEST(FrameWindow, NavigationActionsLandOnTheExpectedFrames)
         const char *action;
         uint64_t frame;
     } steps[] = {
-        {"actionNext", 1},          {"actionNext", 2},           {"actionPrev", 1},
-        {"actionFast_Forward", 11}, {"actionLast_Frame", 39},    {"actionNext", 39},
-        {"actionFast_Backward", 29}, {"actionFirst_Frame", 0},   {"actionPrev", 0},
-        {"actionFast_Backward", 0}, {"actionFast_Forward", 10},
+        {"actionNext", 1},        {"actionNext", 2},          {"actionPrev", 1},           {"actionFast_Forward", 11},
+        {"actionLast_Frame", 39}, {"actionNext", 39},         {"actionFast_Backward", 29}, {"actionFirst_Frame", 0},
+        {"actionPrev", 0},        {"actionFast_Backward", 0}, {"actionFast_Forward", 10},
     };
     for (const auto &s : steps) {
         SCOPED_TRACE(s.action);

@@ -72,8 +72,7 @@ TEST(LinkedWindows, PausedPlayersStandOnTheSameFrame)
         c->rate = 200; // fast, so the players are often a frame apart when the pause arrives
     }
     frame wa(&ca), wb(&cb);
-    QTRY_VERIFY_WITH_TIMEOUT(wa.loader() && wb.loader() && wa.loader()->isInitialized() &&
-                                 wb.loader()->isInitialized(),
+    QTRY_VERIFY_WITH_TIMEOUT(wa.loader() && wb.loader() && wa.loader()->isInitialized() && wb.loader()->isInitialized(),
                              kWaitMs);
     const QString name = kavri::link::newLinkName();
     wa.startLink(name, true);

@@ -1,8 +1,8 @@
+#include "ui/StatusText.h"
 #include "formats/FrameSize.h"
 #include "formats/Validation.h"
 #include "support/TempFiles.h"
 #include "ui/MRUFList.h"
-#include "ui/StatusText.h"
 
 #include <QMenu>
 #include <gtest/gtest.h>
@@ -47,7 +47,8 @@ TEST(FormatProblem, SaysWhenTheFileIsShorterThanOneFrame)
         int32_t width, height;
         const char *want;
     } rows[] = {
-        {"1080p 4:2:0 in 1000 bytes", 1000, 0, 1920, 1080, "the file holds 1000 bytes, less than one frame of 3110400 bytes"},
+        {"1080p 4:2:0 in 1000 bytes", 1000, 0, 1920, 1080,
+         "the file holds 1000 bytes, less than one frame of 3110400 bytes"},
         {"one byte short", 38015, 0, 176, 144, "the file holds 38015 bytes, less than one frame of 38016 bytes"},
         {"exactly one frame", 38016, 0, 176, 144, ""},
         {"header eats the frame", 38016, 512, 176, 144,
@@ -97,7 +98,7 @@ TEST(ViewStatus, DepthChannelAndDifferenceView)
         {YUV_v210, 10, 3, false, 0, "10 bit  V"},
         {BGR_planar, 8, 1, false, 0, "8 bit  R"}, // components unpack as R G B whatever the storage order
         {GBRA_planar, 12, 3, false, 0, "12 bit  B"},
-        {BW, 16, 2, false, 0, "16 bit  luma"},   // luma has no channels to choose
+        {BW, 16, 2, false, 0, "16 bit  luma"}, // luma has no channels to choose
         {YUV_p420, 8, 0, true, 0, "8 bit  full colour  difference"},
         {YUV_p420, 8, 1, true, 1, "8 bit  Y  A"},
         {RGB_i444, 8, 0, true, 2, "8 bit  full colour  B"},

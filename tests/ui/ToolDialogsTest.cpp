@@ -17,7 +17,8 @@ using namespace kavri;
 
 namespace {
 
-template <typename T> T *child(QWidget *w, const char *name)
+template <typename T>
+T *child(QWidget *w, const char *name)
 {
     T *c = w->findChild<T *>(QLatin1String(name));
     if (!c) ADD_FAILURE() << "no control " << name;
@@ -160,10 +161,9 @@ TEST(SettingsDialog, ReadsDefaultsAndWritesEveryKeyInOrder)
     child<QLineEdit>(&dlg, "le_anamorphic")->setText("1.25");
     child<QSpinBox>(&dlg, "spinBox_gridSize")->setValue(32);
     dlg.accept();
-    EXPECT_EQ(dlg.writtenKeys(),
-              (QStringList{"Settings/HexValues", "Settings/EscapeExits", "Settings/AnamorphicScale",
-                           "Settings/DiffInNewWindow", "Settings/hevc_depth", "Settings/hevc_size", "Settings/hevc",
-                           "Settings/Gridsize", "Settings/DiffInNewWindowLink"}));
+    EXPECT_EQ(dlg.writtenKeys(), (QStringList{"Settings/HexValues", "Settings/EscapeExits", "Settings/AnamorphicScale",
+                                              "Settings/DiffInNewWindow", "Settings/hevc_depth", "Settings/hevc_size",
+                                              "Settings/hevc", "Settings/Gridsize", "Settings/DiffInNewWindowLink"}));
     QSettings s;
     EXPECT_EQ(s.value("Settings/hevc_size").typeId(), QMetaType::Int);
     EXPECT_EQ(settings::HevcSize.read(s), 128);

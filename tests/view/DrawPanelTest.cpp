@@ -157,18 +157,19 @@ struct FakeLoader {
     bool offGuiThread = false;
     void connectTo(KavriDrawPanel &panel)
     {
-        QObject::connect(&panel, &KavriDrawPanel::getNativeAt, &panel,
-                         [this](bool *ok, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1, int32_t &c2,
-                                int32_t &c3, int32_t *) {
-                             ++calls;
-                             if (QThread::currentThread() != qApp->thread()) offGuiThread = true;
-                             space = YUV_p420;
-                             c1 = x;
-                             c2 = y;
-                             c3 = frame;
-                             *ok = true;
-                         },
-                         Qt::DirectConnection);
+        QObject::connect(
+            &panel, &KavriDrawPanel::getNativeAt, &panel,
+            [this](bool *ok, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1, int32_t &c2, int32_t &c3,
+                   int32_t *) {
+                ++calls;
+                if (QThread::currentThread() != qApp->thread()) offGuiThread = true;
+                space = YUV_p420;
+                c1 = x;
+                c2 = y;
+                c3 = frame;
+                *ok = true;
+            },
+            Qt::DirectConnection);
     }
 };
 
@@ -361,8 +362,8 @@ TEST(Inspection, CornerTextsChangeWithTheFrame)
     panel.setCornerTexts(QStringLiteral("0001  0'00\"04"), QStringLiteral("PSNR:  inf\nMSE: 0.000"));
     EXPECT_EQ(panel.cornerTexts().first, QString()) << "spare texts wait for their frame";
     panel.presentFrame();
-    EXPECT_EQ(panel.cornerTexts(), std::make_pair(QStringLiteral("0001  0'00\"04"),
-                                                  QStringLiteral("PSNR:  inf\nMSE: 0.000")));
+    EXPECT_EQ(panel.cornerTexts(),
+              std::make_pair(QStringLiteral("0001  0'00\"04"), QStringLiteral("PSNR:  inf\nMSE: 0.000")));
     // Drawn white on black: the bottom-left and top-right corners carry white pixels, the middle none.
     auto whiteIn = [](const QImage &shot, QRect r) {
         for (int y = r.top(); y <= r.bottom(); ++y)

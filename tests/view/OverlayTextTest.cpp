@@ -175,10 +175,7 @@ void PrintTo(const DiffCase &c, std::ostream *os) { *os << c.name; }
 
 class DifferenceTexts : public ::testing::TestWithParam<DiffCase> {};
 
-TEST_P(DifferenceTexts, Format)
-{
-    EXPECT_EQ(differenceText(GetParam().in), QString::fromLatin1(GetParam().text));
-}
+TEST_P(DifferenceTexts, Format) { EXPECT_EQ(differenceText(GetParam().in), QString::fromLatin1(GetParam().text)); }
 
 const DiffCase kDiffs[] = {
     {"identical_frames_infinite_no_positions",
@@ -199,7 +196,9 @@ const DiffCase kDiffs[] = {
     {"tiny_mse_is_not_zero",
      {3, {92.14916, 98.25931, 101.78114}, {0.000638020833, 0.00015625, 6.9444444e-05}, {200, 50, 60}, {100, 20, 30}},
      "PSNR:  92.149  98.259  101.781\nMSE: 0.000638021   0.00015625   6.94444e-05\n1st @ 200,100 | 50,20 | 60,30 "},
-    {"luma_only", {1, {30.0, kInf, kInf}, {65.025, 0, 0}, {10, -1, -1}, {0, -1, -1}}, "PSNR:  30.000\nMSE: 65.025\n1st @ 10,0 "},
+    {"luma_only",
+     {1, {30.0, kInf, kInf}, {65.025, 0, 0}, {10, -1, -1}, {0, -1, -1}},
+     "PSNR:  30.000\nMSE: 65.025\n1st @ 10,0 "},
     {"luma_only_identical", {1, {kInf, kInf, kInf}, {0, 0, 0}, {-1, -1, -1}, {-1, -1, -1}}, "PSNR:  inf\nMSE: 0"},
 };
 INSTANTIATE_TEST_SUITE_P(All, DifferenceTexts, ::testing::ValuesIn(kDiffs),
