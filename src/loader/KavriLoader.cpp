@@ -9,7 +9,6 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
-#include <QMetaMethod>
 #include <QThread>
 #include <QtDebug>
 #include <cmath>
@@ -31,12 +30,6 @@ constexpr double kLongestPauseMs = 24.0 * 3600.0 * 1000.0;
 constexpr bool kWholeMillisecondPause = false;
 
 bool isStdinPath(const QString &p) { return p == QLatin1String("-"); }
-
-// True when `obj` declares a signal or slot with this normalized signature.
-bool hasMethod(const QObject *obj, const char *signature)
-{
-    return obj && obj->metaObject()->indexOfMethod(QMetaObject::normalizedSignature(signature).constData()) >= 0;
-}
 
 } // namespace
 
@@ -107,34 +100,23 @@ KavriLoader *KavriLoader::create(const QString &path, const QString &diffPath, c
     return loader;
 }
 
-void KavriLoader::attach(QObject *window, QObject *panel)
+void KavriLoader::finishAttach(QObject *owner, QObject *panel)
 {
-    m_window = window;
+    m_window = owner;
     m_panel = panel;
-    auto link = [this](QObject *sender, const char *signal, QObject *receiver, const char *method,
-                       Qt::ConnectionType type) {
-        // The SIGNAL()/SLOT() strings carry a one-character code in front of the signature.
-        if (!sender || !receiver || !hasMethod(sender, signal + 1) || !hasMethod(receiver, method + 1)) return;
-        QMetaObject::Connection c = connect(sender, signal, receiver, method, type);
-        if (c) m_connections.append(c);
-    };
-    link(this, SIGNAL(new_frame(frame_t *)), window, SLOT(oon_new_frame(frame_t *)), Qt::DirectConnection);
-    link(this, SIGNAL(get_buffer(uint8_t **, QSize, void *)), panel, SLOT(get_buffer(uint8_t **, QSize, void *)),
-         Qt::DirectConnection);
-    link(panel,
-         SIGNAL(getNativeAt(bool *, int32_t, int32_t, colorSpace_t &, int32_t &, int32_t &, int32_t &, int32_t *)),
-         this, SLOT(getNativeAt(bool *, int32_t, int32_t, colorSpace_t &, int32_t &, int32_t &, int32_t &, int32_t *)),
-         Qt::DirectConnection);
-    link(window, SIGNAL(play()), this, SLOT(play()), Qt::DirectConnection);
-    link(window, SIGNAL(pause()), this, SLOT(pause()), Qt::DirectConnection);
-    link(window, SIGNAL(stop()), this, SLOT(stop()), Qt::DirectConnection);
-    link(window, SIGNAL(reload()), this, SLOT(reload()), Qt::DirectConnection);
-    link(window, SIGNAL(seek(uint64_t, bool, bool)), this, SLOT(seek(uint64_t, bool, bool)), Qt::DirectConnection);
-    link(this, SIGNAL(initialized()), window, SLOT(oon_load_init()), Qt::QueuedConnection);
-    link(this, SIGNAL(stopped()), window, SLOT(oon_stopped()), Qt::QueuedConnection);
-    link(this, SIGNAL(cannot_show(QString)), window, SLOT(oon_cannot_show(QString)), Qt::QueuedConnection);
     m_connections.append(connect(this, &KavriLoader::finished, this, &QObject::deleteLater));
-    postCommand(kCmdInit, kCmdAsync);
+    postInit(kCmdAsync);
+}
+
+void KavriLoader::postInit(uint32_t flags)
+{
+    {
+        QMutexLocker lock(&m_handoffMutex);
+        m_handoff = m_pending;
+        m_handoff.diffFileName = m_pending.diffFileName; // assignment keeps the target's difference name
+        m_handoffReady = true;
+    }
+    postCommand(kCmdInit, flags);
 }
 
 void KavriLoader::detach()
@@ -255,6 +237,7 @@ void KavriLoader::execute(const Command &c)
     case kCmdSeek: doSeek(c); break;
     case kCmdStop: doStop(); break;
     case kCmdReload: doReload(); break;
+    case kCmdRedisplay: doRedisplay(); break;
     default: break; // quit is handled by the loop; unknown kinds do nothing
     }
 }
@@ -278,14 +261,27 @@ uint32_t KavriLoader::validate()
             kavri::storeRemembered(stored);
             m_pending.timeStamp = stored.timeStamp;
         }
-        if (m_running.load()) postCommand(kCmdInit, 0);
+        if (m_running.load()) postInit(0);
     }
     return m_mask;
 }
 
+void KavriLoader::adoptRecount()
+{
+    m_pending.frameCount = m_frameCountShared.load();
+    m_pending.fileSize = m_fileSizeShared.load();
+}
+
 void KavriLoader::doInit()
 {
-    const VideoProps props = m_pending;
+    VideoProps props;
+    {
+        // Not the queue lock: a synchronous init runs with that held.
+        QMutexLocker lock(&m_handoffMutex);
+        if (!m_handoffReady) return;
+        props = m_handoff;
+        props.diffFileName = m_handoff.diffFileName;
+    }
     // A frame read ahead for the old record is of the wrong size, and its buffers are about to go.
     m_readAhead.drop();
     {
@@ -304,11 +300,12 @@ void KavriLoader::doInit()
                 kavri::allocationSize(props.format, props.containerBits, props.width, props.height)));
             return;
         }
-        m_pipeline.setDeinterlace(m_deinterlace.load());
+        m_pipeline.setDeinterlace(m_view.deinterlace);
         m_allocSize = m_pipeline.allocationSize();
         m_frameBytes = m_pipeline.frameBytes();
     }
     m_pictureRefused = false;
+    m_holdingFrame = false; // the new buffers hold no frame yet
     if (!m_isStdin) positionStreams(m_frame.frameIndex);
     m_initialized.store(true);
     m_firstBuffer = true;
@@ -322,6 +319,8 @@ bool KavriLoader::deliverFrame(bool readAhead)
     uint8_t *mainBuf = m_pipeline.buffer(kavri::FramePipeline::Buffer::First);
     if (!mainBuf || m_frameBytes == 0 || !m_main) return false;
     int64_t got = 0, gotDiff = 0;
+    // From here on the buffers may hold part of another frame than the one on screen.
+    m_holdingFrame = false;
     if (m_readAhead.pending()) {
         // The streams have not moved since the read ahead started, so it read exactly this frame.
         const ReadAhead::Result r = m_readAhead.take();
@@ -361,7 +360,7 @@ bool KavriLoader::deliverFrame(bool readAhead)
     {
         QMutexLocker view(&m_viewMutex);
         m_pipeline.toNative();
-        const kavri::FramePipeline::Buffer shown = m_pipeline.show(m_view, dst);
+        const kavri::FramePipeline::Buffer shown = m_pipeline.show(m_view.picture, dst);
         m_shownBuffer.store(int(shown));
         if (m_hasDiff) {
             const DifferencePicture &d = m_pipeline.difference();
@@ -374,7 +373,7 @@ bool KavriLoader::deliverFrame(bool readAhead)
     }
 
     m_lastFrame = m_frame;
-    m_lastShown.store(m_frame.frameIndex);
+    m_holdingFrame = true;
     m_haveShown.store(true);
     emit new_frame(&m_frame);
 
@@ -428,7 +427,13 @@ void KavriLoader::computePause()
     m_pauseMs = pause;
 }
 
-bool KavriLoader::interruptPendingLocked() const { return !m_queue.empty() && m_queue.front().kind != kCmdPlay; }
+bool KavriLoader::interruptPendingLocked() const
+{
+    // A redisplay does not end playback: the next frame shows the new view anyway.
+    for (const Command &c : m_queue)
+        if (c.kind != kCmdPlay && c.kind != kCmdRedisplay) return true;
+    return false;
+}
 
 void KavriLoader::sleepForPause()
 {
@@ -456,6 +461,7 @@ void KavriLoader::doPlay()
         m_frameStart = Clock::now();
         {
             QMutexLocker lock(&m_queueMutex);
+            while (!m_queue.empty() && m_queue.front().kind == kCmdRedisplay) m_queue.pop_front();
             if (!m_queue.empty()) {
                 if (m_queue.front().kind != kCmdPlay) break;
                 m_queue.pop_front();
@@ -571,99 +577,51 @@ void KavriLoader::positionStreams(uint64_t frame)
 }
 
 // ---- view controls (GUI thread) ----
-// The settings are read by the next delivery under the view lock; the pipeline rebuilds a table only
+// The settings are read by the next conversion under the view lock; the pipeline rebuilds a table only
 // when one of them has changed.
-
-bool KavriLoader::differenceShownLocked() const { return m_hasDiff && m_view.view != 1 && m_view.view != 2; }
 
 void KavriLoader::redisplay()
 {
-    // While playing the next frame shows the change anyway; standard input cannot be read again.
-    if (m_isStdin || m_playing.load() || !m_initialized.load() || !m_haveShown.load()) return;
-    postCommand(kCmdSeek, kCmdAsync, uint32_t(m_lastShown.load() & 0xffffffffu));
+    // While playing, the next frame shows the change anyway.
+    if (m_playing.load() || !m_initialized.load() || !m_haveShown.load()) return;
+    postCommand(kCmdRedisplay, kCmdAsync);
 }
 
-void KavriLoader::setDeinterlace(bool on)
+void KavriLoader::doRedisplay()
 {
+    // The samples of the frame on screen are still in the pipeline's buffers, in native order: converting
+    // them again needs no read, so a paused stream shows the change too.
+    if (!m_holdingFrame || m_frameBytes == 0) return;
+    uint8_t *dst = nullptr;
+    emit get_buffer(&dst, QSize(m_active.width, m_active.height), nullptr);
+    if (!dst) return;
     {
         QMutexLocker view(&m_viewMutex);
-        m_pending.interlaced = on;
-        m_active.interlaced = on;
-        m_deinterlace.store(on);
-        // The converter must describe what the buffers hold, so the pipeline keeps the active geometry
-        // (the pending record may already carry a new one that is not built yet).
-        m_pipeline.setDeinterlace(on);
+        if (!m_pipeline.buffer(kavri::FramePipeline::Buffer::First)) return;
+        m_shownBuffer.store(int(m_pipeline.show(m_view.picture, dst)));
     }
-    redisplay();
+    // The frame is the one delivered last, neither from a partner nor dragged.
+    m_lastFrame.flags = 0;
+    emit new_frame(&m_lastFrame);
 }
 
-int32_t KavriLoader::diffView() const
+KavriLoader::View KavriLoader::view() const
 {
     QMutexLocker view(&m_viewMutex);
-    return m_view.view;
+    return m_view;
 }
 
-void KavriLoader::setDiffView(int32_t v)
+void KavriLoader::setView(const View &v)
 {
+    m_pending.interlaced = v.deinterlace;
     {
         QMutexLocker view(&m_viewMutex);
-        m_view.view = v;
-    }
-    redisplay();
-}
-
-int32_t KavriLoader::channelSelection() const
-{
-    QMutexLocker view(&m_viewMutex);
-    return m_view.channel;
-}
-
-void KavriLoader::oon_next_channel()
-{
-    {
-        QMutexLocker view(&m_viewMutex);
-        m_view.channel = (m_view.channel + 1) % 4;
-    }
-    redisplay();
-}
-
-void KavriLoader::oon_prev_channel()
-{
-    {
-        QMutexLocker view(&m_viewMutex);
-        m_view.channel = (m_view.channel + 3) % 4;
-    }
-    redisplay();
-}
-
-void KavriLoader::oon_brightness(int32_t value)
-{
-    {
-        QMutexLocker view(&m_viewMutex);
-        if (differenceShownLocked()) return; // the difference picture has no brightness
-        m_view.brightness = value;
-    }
-    redisplay();
-}
-
-void KavriLoader::oon_contrast(int32_t value)
-{
-    {
-        QMutexLocker view(&m_viewMutex);
-        if (differenceShownLocked())
-            m_view.differenceContrast = value;
-        else
-            m_view.contrast = value;
-    }
-    redisplay();
-}
-
-void KavriLoader::oon_gamma(int32_t value)
-{
-    {
-        QMutexLocker view(&m_viewMutex);
-        if (differenceShownLocked()) return;
-        m_view.gamma = value;
+        if (v.deinterlace != m_view.deinterlace) {
+            // The converter must describe what the buffers hold, so the pipeline keeps the active
+            // geometry (the pending record may already carry a new one that is not built yet).
+            m_pipeline.setDeinterlace(v.deinterlace);
+        }
+        m_view = v;
     }
     redisplay();
 }

@@ -32,6 +32,8 @@ public:
         kCmdStop = 5,
         kCmdReload = 6,
         kCmdQuit = 7,
+        // Converts the frame the loader holds again, with the view as it is now (no read).
+        kCmdRedisplay = 8,
     };
     enum CommandFlags : uint32_t {
         kCmdAsync = 1,   // the poster does not wait
@@ -40,6 +42,13 @@ public:
     };
     // The three frame buffers; the last two exist only with a difference file.
     enum class Buffer { Main = 0, DiffFile = 1, DiffPicture = 2 };
+
+    // What the viewer has chosen for the picture: the pipeline's settings (channel, tone, difference view)
+    // and the deinterlace switch.
+    struct View {
+        kavri::ViewSettings picture;
+        bool deinterlace = false;
+    };
 
     struct Options {
         bool useRemembered = true;   // look the path up among the remembered formats first
@@ -56,10 +65,16 @@ public:
     static KavriLoader *create(const QString &path, const QString &diffPath);
     static KavriLoader *create(const QString &path, const QString &diffPath, const Options &options);
 
-    // Wires the loader to a window and a panel (either may be null, or both the same object) by signature,
-    // so any object that offers the members can own a loader; members a receiver lacks are skipped.
-    // Then posts the first init.
-    void attach(QObject *window, QObject *panel);
+    // Wires the loader to its owner and to the panel it draws into (they may be the same object), then
+    // posts the first init. The connections are checked when the owner's code is compiled: a renamed
+    // slot or signal is a build error, not a silent disconnection.
+    //  - the owner emits play(), pause(), stop(), reload() and seek(frame, remote, dragged), and takes
+    //    oon_new_frame(frame_t *) on the loader thread, oon_load_init(), oon_stopped() and
+    //    oon_cannot_show(QString) queued on its own;
+    //  - the panel takes get_buffer(uint8_t **, QSize, void *) on the loader thread and emits
+    //    getNativeAt(...) for the readout.
+    template <class Owner, class Panel>
+    void attach(Owner *owner, Panel *panel);
     // Quits the command loop, waits for it, ends the thread and schedules the loader for deletion.
     // The pointer must not be used afterwards.
     void detach();
@@ -72,14 +87,13 @@ public:
     // Where the pending record came from: "default", "remembered", "vix", "hdr" or "name".
     const QString &formatSource() const { return m_formatSource; }
 
-    // The record the window and the format dialog edit in place (GUI thread only). Its frame count and
-    // file size are brought up to date with the last recount (a reload counts on the loader thread).
-    VideoProps &pendingProps()
-    {
-        m_pending.frameCount = m_frameCountShared.load();
-        m_pending.fileSize = m_fileSizeShared.load();
-        return m_pending;
-    }
+    // The record the window and the format dialog edit in place (GUI thread only). The loader thread never
+    // reads it: validate() hands it a copy.
+    VideoProps &pendingProps() { return m_pending; }
+    const VideoProps &pendingProps() const { return m_pending; }
+    // Brings the pending record's frame count and file size up to the loader's last count (a reload
+    // counts the file again on the loader thread and then reports initialized()). GUI thread only.
+    void adoptRecount();
     uint32_t validityMask() const { return m_mask; }
     // The frame count, safe to read from any thread (a reload recounts it on the loader thread).
     uint64_t frameCount() const { return m_frameCountShared.load(); }
@@ -94,13 +108,18 @@ public:
     bool isPlaying() const { return m_playing.load(); }
     bool loop() const { return m_loop.load(); }
     void setLoop(bool on) { m_loop.store(on); }
-    bool deinterlace() const { return m_deinterlace.load(); }
-    void setDeinterlace(bool on);
 
-    // What a difference view shows: 1 the main file, 2 the difference file, anything else the difference.
-    int32_t diffView() const;
-    void setDiffView(int32_t view);
-    int32_t channelSelection() const;
+    // The viewer's choices, and the one way to change them (GUI thread). A change while paused converts the
+    // frame the loader holds again, so it shows at once, also for standard input, which cannot be read
+    // twice; during playback the next frame shows it. The deinterlace switch is also written to the
+    // pending record, so a remembered record keeps it.
+    View view() const;
+    void setView(const View &view);
+    // Shorthands for reading the view: what a difference view shows (1 the main file, 2 the difference
+    // file, anything else the difference) and the channel (0 full colour, 1..3 one component).
+    int32_t diffView() const { return view().picture.view; }
+    int32_t channelSelection() const { return view().picture.channel; }
+    bool deinterlace() const { return view().deinterlace; }
 
     // Posts one command (any thread). Same-kind commands at the tail are replaced. A synchronous post
     // returns once the loader has taken every queued command.
@@ -124,12 +143,6 @@ public slots:
     void getNativeAt(bool *pb_success, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1, int32_t &c2, int32_t &c3,
                      int32_t *alpha);
 
-    void oon_next_channel();
-    void oon_prev_channel();
-    void oon_brightness(int32_t value);
-    void oon_contrast(int32_t value);
-    void oon_gamma(int32_t value);
-
 signals:
     void get_buffer(uint8_t **pp_frame, QSize size, void *p_update_data);
     void new_frame(frame_t *frame);
@@ -149,6 +162,11 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void execute(const Command &c);
+    // Hands the loader thread a copy of the pending record and posts the init that builds it.
+    void postInit(uint32_t flags);
+    // The connections every owner gets, after the typed ones; then the first init.
+    void finishAttach(QObject *owner, QObject *panel);
+    void doRedisplay();
     // Starts reading the frame after the one just delivered, while it is being shown.
     void startReadAhead();
     // Whether the streams had reached their end with the last frame delivered.
@@ -169,9 +187,8 @@ private:
     bool interruptPendingLocked() const;
     void reopenStreams();
     void positionStreams(uint64_t frame);
-    // Shows the current frame again when playback would not do it soon (files only).
+    // Shows the current frame again when playback would not do it soon.
     void redisplay();
-    bool differenceShownLocked() const;
 
     Options m_options;
     QString m_path;
@@ -181,6 +198,8 @@ private:
     bool m_opened = false;
     bool m_hasDiff = false;
     bool m_firstBuffer = false;
+    // The pipeline's buffers hold the frame delivered last (loader thread).
+    bool m_holdingFrame = false;
     // The panel refused a picture of the active size; reported once per record.
     bool m_pictureRefused = false;
     std::atomic<bool> m_initialized{false};
@@ -188,7 +207,6 @@ private:
     std::atomic<bool> m_loopDone{false};
     std::atomic<bool> m_playing{false};
     std::atomic<bool> m_loop{false};
-    std::atomic<bool> m_deinterlace{false};
     std::atomic<bool> m_quitRequested{false};
     std::atomic<uint64_t> m_frameCountShared{0};
     std::atomic<uint64_t> m_fileSizeShared{0};
@@ -212,7 +230,7 @@ private:
     uint32_t m_allocSize = 0;
     // What the viewer chose; the contrast slider moves the difference table's gain instead of the tone
     // curve's contrast while the difference is shown.
-    kavri::ViewSettings m_view;
+    View m_view;
 
     // Read-ahead of the next frame during playback (files only), into spare buffers that change places
     // with the pipeline's when the frame is taken. Loader thread only.
@@ -220,12 +238,16 @@ private:
     kavri::AlignedBuffer m_spare[2];
 
     uint32_t m_frameBytes = 0;
+    // The GUI's record, and the copy of it that the next init builds (guarded by its own lock).
     VideoProps m_pending;
+    mutable QMutex m_handoffMutex;
+    VideoProps m_handoff;
+    bool m_handoffReady = false;
+    // The record the buffers are built for (loader thread).
     VideoProps m_active;
     uint32_t m_mask = 0;
     frame_t m_frame;
     frame_t m_lastFrame;
-    std::atomic<uint64_t> m_lastShown{0};
     std::atomic<bool> m_haveShown{false};
     std::atomic<int> m_shownBuffer{0};
 
@@ -233,3 +255,26 @@ private:
     QPointer<QObject> m_panel;
     QList<QMetaObject::Connection> m_connections;
 };
+
+template <class Owner, class Panel>
+void KavriLoader::attach(Owner *owner, Panel *panel)
+{
+    auto keep = [this](QMetaObject::Connection c) { m_connections.append(c); };
+    if (owner) {
+        keep(connect(this, &KavriLoader::new_frame, owner, &Owner::oon_new_frame, Qt::DirectConnection));
+        keep(connect(owner, &Owner::play, this, &KavriLoader::play, Qt::DirectConnection));
+        keep(connect(owner, &Owner::pause, this, &KavriLoader::pause, Qt::DirectConnection));
+        keep(connect(owner, &Owner::stop, this, &KavriLoader::stop, Qt::DirectConnection));
+        keep(connect(owner, &Owner::reload, this, &KavriLoader::reload, Qt::DirectConnection));
+        keep(connect(owner, &Owner::seek, this, &KavriLoader::seek, Qt::DirectConnection));
+        keep(connect(this, &KavriLoader::initialized, owner, &Owner::oon_load_init, Qt::QueuedConnection));
+        keep(connect(this, &KavriLoader::stopped, owner, &Owner::oon_stopped, Qt::QueuedConnection));
+        keep(connect(this, &KavriLoader::cannot_show, owner, &Owner::oon_cannot_show, Qt::QueuedConnection));
+    }
+    if (panel) {
+        keep(connect(this, &KavriLoader::get_buffer, panel, qOverload<uint8_t **, QSize, void *>(&Panel::get_buffer),
+                     Qt::DirectConnection));
+        keep(connect(panel, &Panel::getNativeAt, this, &KavriLoader::getNativeAt, Qt::DirectConnection));
+    }
+    finishAttach(owner, panel);
+}

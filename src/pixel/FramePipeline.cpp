@@ -117,6 +117,20 @@ void FramePipeline::setup(const VideoProps &props, bool withSecond)
     }
 }
 
+void moveToneSlider(ViewSettings &view, bool hasSecond, ToneSlider slider, int32_t value)
+{
+    const bool difference = showsDifference(view, hasSecond);
+    switch (slider) {
+    case ToneSlider::Brightness:
+        if (!difference) view.brightness = value;
+        break;
+    case ToneSlider::Contrast: (difference ? view.differenceContrast : view.contrast) = value; break;
+    case ToneSlider::Gamma:
+        if (!difference) view.gamma = value;
+        break;
+    }
+}
+
 void FramePipeline::release()
 {
     for (AlignedBuffer &b : m_buffers) b.reset();

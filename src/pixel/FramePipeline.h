@@ -54,6 +54,18 @@ struct ViewSettings {
     int32_t differenceContrast = 0;
 };
 
+// Whether a pipeline with a second file shows the difference picture under `view`.
+inline bool showsDifference(const ViewSettings &view, bool hasSecond)
+{
+    return hasSecond && view.view != 1 && view.view != 2;
+}
+
+// The brightness, contrast and gamma sliders. While the difference picture is shown the contrast slider
+// moves the difference table's gain, and brightness and gamma have nothing to act on (they are kept for
+// when a file's own picture comes back).
+enum class ToneSlider { Brightness, Contrast, Gamma };
+void moveToneSlider(ViewSettings &view, bool hasSecond, ToneSlider slider, int32_t value);
+
 class FramePipeline {
 public:
     enum class Buffer { First = 0, Second = 1, Difference = 2 };

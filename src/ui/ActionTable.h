@@ -1,11 +1,24 @@
-// The main window's actions and menus as data: object names, texts, shortcuts, checkability, and the
-// order of the menus. The window creates everything from these tables in one place.
+// The main window's actions and menus as data: object names, texts, shortcuts, checkability, the slot
+// each action drives, and the order of the menus. The window creates and wires everything from these
+// tables in one place.
 #pragma once
+
+#include "ui/frame.h"
 
 #include <array>
 #include <string_view>
 
 namespace kavri::ui {
+
+// The window's slot an action drives, with the signal it is connected to.
+struct ActionSlot {
+    void (frame::*triggered)() = nullptr;            // triggered()
+    void (frame::*toggled)(bool) = nullptr;          // toggled(bool)
+    void (frame::*triggeredChecked)(bool) = nullptr; // triggered(bool)
+};
+constexpr ActionSlot onTrigger(void (frame::*slot)()) { return {slot, nullptr, nullptr}; }
+constexpr ActionSlot onToggle(void (frame::*slot)(bool)) { return {nullptr, slot, nullptr}; }
+constexpr ActionSlot onTriggerChecked(void (frame::*slot)(bool)) { return {nullptr, nullptr, slot}; }
 
 struct ActionSpec {
     std::string_view name; // object name
@@ -15,55 +28,56 @@ struct ActionSpec {
     bool checked;
     std::string_view statusTip;
     std::string_view whatsThis;
+    ActionSlot slot;
 };
 
 inline constexpr std::array<ActionSpec, 45> kActions = {{
     // clang-format off
-    {"actionOpen", "Open File(s) ...", "O", false, false, "", ""},
-    {"actionQuit", "Quit", "Esc", false, false, "", ""},
-    {"actionPlay", "Play/Pause", "Space", false, false, "", ""},
-    {"actionPrev", "Previous Frame", "Left", false, false, "", ""},
-    {"actionNext", "Next Frame", "Right", false, false, "", ""},
-    {"actionStop", "Stop", "", false, false, "", ""},
-    {"actionCloseFile", "Close File", "", false, false, "", ""},
-    {"actionFirst_Frame", "First Frame", "Home", false, false, "", ""},
-    {"actionLast_Frame", "Last Frame", "End", false, false, "", ""},
-    {"actionTimecode", "Timecode etc.", "T", true, false, "", ""},
-    {"actionDeinterlace", "Deinterlace", "I", true, false, "", ""},
-    {"actionFormat", "Format", "Ctrl+F", false, false, "", ""},
-    {"actionNext_Channel", "Next Channel", "N", false, false, "Display the next color channel", ""},
-    {"actionLoop", "Loop", "", true, true, "", ""},
-    {"actionReload", "Reload", "Ctrl+R", false, false, "", ""},
-    {"actionCopy_Frame", "Copy Frame", "Ctrl+C", false, false, "", ""},
-    {"actionSave_Frame", "Save Frame", "Ctrl+Shift+S", false, false, "", ""},
-    {"actionGo_to_frame", "Go to frame ...", "Ctrl+G", false, false, "", ""},
-    {"actionDifference_against", "Difference against ...", "D", false, false, "", ""},
-    {"actionFullscreen", "Fullscreen", "", true, false, "", ""},
-    {"actionSize", "Size", "", false, false, "", ""},
-    {"action25", "25%", "", true, false, "", ""},
-    {"action33", "33%", "", true, false, "", ""},
-    {"action50", "50%", "", true, false, "", ""},
-    {"action100", "100%", "Ctrl+0", true, false, "", ""},
-    {"action200", "200%", "", true, false, "", ""},
-    {"actionSmaller", "Smaller", "-", false, false, "", ""},
-    {"actionLarger", "Larger", "+", false, false, "", ""},
-    {"actionMagnifier", "Magnifier", "M", true, false, "Hold Down ALT key for temporary use", ""},
-    {"actionFast_Forward", "Fast Forward", "Shift+Right", false, false, "", ""},
-    {"actionFast_Backward", "Fast Backward", "Shift+Left", false, false, "", ""},
-    {"actionNormalize_File_Name", "Normalize File Name ...", "F", false, false, "", ""},
-    {"actionOnline_Help", "Online Help", "", false, false, "", ""},
-    {"actionExtract", "Extract ...", "", false, false, "", "Extract <b>Video portion</b> from this file"},
-    {"actionSettings", "Settings", "Ctrl+S", false, false, "", ""},
-    {"actionMaintain_Aspect_Ratio", "Maintain Aspect Ratio", "A", true, false, "", ""},
-    {"actionBrightness_Contrast_etc", "Brightness, Contrast etc.", "B", true, false, "", ""},
-    {"actionSynchronize", "Synchronize ...", "", false, false, "", ""},
-    {"actionAbout", "About", "", false, false, "", ""},
-    {"actionNew_Window", "New Window ...", "Ctrl+N", false, false, "", ""},
-    {"actionReverse", "Reverse ...", "", false, false, "", ""},
-    {"actionGrid", "Grid", "G", true, false, "", ""},
-    {"actionNext_Diff_Component", "Next Diff Component", "V", false, false, "", ""},
-    {"actionPrevious_Diff_Component", "Previous Diff Component", "C", false, false, "", ""},
-    {"actionStay_on_top", "Stay on top", "Ctrl+T", true, false, "", ""},
+    {"actionOpen", "Open File(s) ...", "O", false, false, "", "", onTrigger(&frame::oon_open)},
+    {"actionQuit", "Quit", "Esc", false, false, "", "", onTrigger(&frame::oon_close)},
+    {"actionPlay", "Play/Pause", "Space", false, false, "", "", onTrigger(&frame::oon_play_pause)},
+    {"actionPrev", "Previous Frame", "Left", false, false, "", "", onTrigger(&frame::oon_prev)},
+    {"actionNext", "Next Frame", "Right", false, false, "", "", onTrigger(&frame::oon_next)},
+    {"actionStop", "Stop", "", false, false, "", "", onTrigger(&frame::oon_stop)},
+    {"actionCloseFile", "Close File", "", false, false, "", "", onTrigger(&frame::oon_close_file)},
+    {"actionFirst_Frame", "First Frame", "Home", false, false, "", "", onTrigger(&frame::oon_first_frame)},
+    {"actionLast_Frame", "Last Frame", "End", false, false, "", "", onTrigger(&frame::oon_last_frame)},
+    {"actionTimecode", "Timecode etc.", "T", true, false, "", "", onToggle(&frame::oon_timecode)},
+    {"actionDeinterlace", "Deinterlace", "I", true, false, "", "", onToggle(&frame::oon_deinterlace)},
+    {"actionFormat", "Format", "Ctrl+F", false, false, "", "", onTrigger(&frame::oon_format)},
+    {"actionNext_Channel", "Next Channel", "N", false, false, "Display the next color channel", "", onTrigger(&frame::oon_next_channel)},
+    {"actionLoop", "Loop", "", true, true, "", "", onToggle(&frame::oon_loop)},
+    {"actionReload", "Reload", "Ctrl+R", false, false, "", "", onTrigger(&frame::oon_reload)},
+    {"actionCopy_Frame", "Copy Frame", "Ctrl+C", false, false, "", "", onTrigger(&frame::oon_copy)},
+    {"actionSave_Frame", "Save Frame", "Ctrl+Shift+S", false, false, "", "", onTrigger(&frame::oon_save_frame)},
+    {"actionGo_to_frame", "Go to frame ...", "Ctrl+G", false, false, "", "", onTrigger(&frame::oon_goto)},
+    {"actionDifference_against", "Difference against ...", "D", false, false, "", "", onTrigger(&frame::oon_diff)},
+    {"actionFullscreen", "Fullscreen", "", true, false, "", "", onTriggerChecked(&frame::oon_fullscreen)},
+    {"actionSize", "Size", "", false, false, "", "", {}},
+    {"action25", "25%", "", true, false, "", "", onTrigger(&frame::oon_menu_size)},
+    {"action33", "33%", "", true, false, "", "", onTrigger(&frame::oon_menu_size)},
+    {"action50", "50%", "", true, false, "", "", onTrigger(&frame::oon_menu_size)},
+    {"action100", "100%", "Ctrl+0", true, false, "", "", onTrigger(&frame::oon_menu_size)},
+    {"action200", "200%", "", true, false, "", "", onTrigger(&frame::oon_menu_size)},
+    {"actionSmaller", "Smaller", "-", false, false, "", "", onTrigger(&frame::oon_menu_size)},
+    {"actionLarger", "Larger", "+", false, false, "", "", onTrigger(&frame::oon_menu_size)},
+    {"actionMagnifier", "Magnifier", "M", true, false, "Hold Down ALT key for temporary use", "", onTrigger(&frame::oon_magnify)},
+    {"actionFast_Forward", "Fast Forward", "Shift+Right", false, false, "", "", onTrigger(&frame::oon_ffw)},
+    {"actionFast_Backward", "Fast Backward", "Shift+Left", false, false, "", "", onTrigger(&frame::oon_fbw)},
+    {"actionNormalize_File_Name", "Normalize File Name ...", "F", false, false, "", "", onTrigger(&frame::oon_normalize_filename)},
+    {"actionOnline_Help", "Online Help", "", false, false, "", "", onTrigger(&frame::oon_online_help)},
+    {"actionExtract", "Extract ...", "", false, false, "", "Extract <b>Video portion</b> from this file", onTrigger(&frame::oon_extract)},
+    {"actionSettings", "Settings", "Ctrl+S", false, false, "", "", onTrigger(&frame::oon_settings)},
+    {"actionMaintain_Aspect_Ratio", "Maintain Aspect Ratio", "A", true, false, "", "", onTrigger(&frame::oon_maintain_ar)},
+    {"actionBrightness_Contrast_etc", "Brightness, Contrast etc.", "B", true, false, "", "", onTrigger(&frame::oon_brightcon)},
+    {"actionSynchronize", "Synchronize ...", "", false, false, "", "", {}},
+    {"actionAbout", "About", "", false, false, "", "", onTrigger(&frame::oon_about)},
+    {"actionNew_Window", "New Window ...", "Ctrl+N", false, false, "", "", onTrigger(&frame::oon_new_window)},
+    {"actionReverse", "Reverse ...", "", false, false, "", "", onTrigger(&frame::oon_reverse)},
+    {"actionGrid", "Grid", "G", true, false, "", "", onToggle(&frame::oon_grid)},
+    {"actionNext_Diff_Component", "Next Diff Component", "V", false, false, "", "", onTrigger(&frame::oon_next_diff_component)},
+    {"actionPrevious_Diff_Component", "Previous Diff Component", "C", false, false, "", "", onTrigger(&frame::oon_prev_diff_component)},
+    {"actionStay_on_top", "Stay on top", "Ctrl+T", true, false, "", "", onTrigger(&frame::oon_stay_on_top)},
     // clang-format on
 }};
 

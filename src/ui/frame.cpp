@@ -6,17 +6,16 @@
 #include "kavri_config.h"
 #include "link/KavriLink.h"
 #include "loader/KavriLoader.h"
-#include "tools/SequenceCopy.h"
-#include "tools/SequenceNames.h"
 #include "ui/ActionTable.h"
 #include "ui/BrightnessPanel.h"
-#include "ui/KavriCopyDlg.h"
-#include "ui/KavriFormatDialog.h"
+#include "ui/FullScreenMode.h"
 #include "ui/KavriGotoDlg.h"
-#include "ui/KavriRenameDlg.h"
 #include "ui/KavriSettingsDlg.h"
 #include "ui/KavriSlider.h"
+#include "ui/LinkController.h"
+#include "ui/PlaybackController.h"
 #include "ui/SaveFrame.h"
+#include "ui/SequenceTools.h"
 #include "ui/StatusText.h"
 #include "view/OverlayText.h"
 #include "view/PanelGeometry.h"
@@ -54,7 +53,6 @@ namespace {
 
 // How long a hint stays in the status bar before the status line returns.
 constexpr int kHintMs = 5000;
-const char *const kNoRateHint = "No frame rate to play at: give one with -r RATE, or set it in Format (Ctrl+F)";
 const char *const kVersionText = KAVRI_VERSION_STRING " (Beta)";
 const char *const kOpenFilter =
     "Raw Video Files (*.yuv *.uyvy *.yuy2 *.nv12 *.v210 *.yv12 *.yv16 *.yv24 *.422 *.420 *.444 *.rgb *.bgr *.brg "
@@ -62,7 +60,6 @@ const char *const kOpenFilter =
     "*.yuy2 *.nv12 *.v210 *.yv12 *.yv16 *.yv24 *.422 *.420 *.444);;RGB files (*.rgb *.bgr *.brg *.grb *.gbr *.rgba "
     "*.bgra *.brga *.grba *.gbra);;Luminance files (*.bw *.y *.gray);;All files (*.*)";
 const char *const kSaveFilter = "PNG (*.png);;Bitmap (*.bmp);;JPEG (*.jpg *jpeg);;TIFF (*.tif *.tiff)";
-constexpr int kCursorHideMs = 3000;
 const char *const kLinkMime = "kavriSynchPacket";
 
 QString toQ(std::string_view s) { return QString::fromUtf8(s.data(), qsizetype(s.size())); }
@@ -155,14 +152,14 @@ frame::frame(const KavriStartupConfig *config, QWidget *parent) : QMainWindow(pa
     connect(m_link, &LinkWidget::clicked, this, &frame::oon_link);
     connect(this, &frame::do_load_on_startup, this, &frame::oon_load_on_startup, Qt::QueuedConnection);
     connect(this, &frame::do_load_later, this, &frame::oon_load_later, Qt::QueuedConnection);
-    m_cursorHideTimer.setSingleShot(true);
-    connect(&m_cursorHideTimer, &QTimer::timeout, this, &frame::oon_cursorHideTimer);
+    connect(this, &frame::clear_hint, statusBar(), &QStatusBar::clearMessage, Qt::QueuedConnection);
+    wireParts();
 
     QSettings s;
     action("actionLoop")->setChecked(settings::Loop.read(s));
     action("actionTimecode")->setChecked(settings::Timestamps.read(s));
     action("actionMaintain_Aspect_Ratio")->setChecked(m_panel->maintainAspectRatio());
-    applyEscapeShortcut();
+    updateActions();
     resize(720, 520);
     restoreGeometry(settings::WindowPosition.read(s));
 
@@ -170,7 +167,48 @@ frame::frame(const KavriStartupConfig *config, QWidget *parent) : QMainWindow(pa
     if (!m_config.file.isEmpty()) emit do_load_on_startup(m_config.file, m_config.diff, &m_config);
 }
 
-frame::~frame() { closeLoader(); }
+frame::~frame()
+{
+    // The loader delivers to the parts until it is gone.
+    closeLoader();
+}
+
+void frame::wireParts()
+{
+    m_playback = new PlaybackController(this);
+    // The loader takes its requests from the window's signals.
+    connect(m_playback, &PlaybackController::play, this, &frame::play);
+    connect(m_playback, &PlaybackController::pause, this, &frame::pause);
+    connect(m_playback, &PlaybackController::stop, this, &frame::stop);
+    connect(m_playback, &PlaybackController::reload_file, this, &frame::reload);
+    connect(m_playback, &PlaybackController::seek, this, &frame::seek);
+    connect(m_playback, &PlaybackController::playing_changed, this, &frame::updatePlayIcon);
+    connect(m_playback, &PlaybackController::hint, this,
+            [this](const QString &text) { statusBar()->showMessage(text, 2 * kHintMs); });
+
+    m_linkPart = new LinkController(this);
+    connect(m_playback, &PlaybackController::to_partner, m_linkPart, &LinkController::send);
+    connect(m_linkPart, &LinkController::remote_play, m_playback, &PlaybackController::remotePlay);
+    connect(m_linkPart, &LinkController::remote_pause, m_playback, &PlaybackController::remotePause);
+    connect(m_linkPart, &LinkController::remote_stop, m_playback, &PlaybackController::remoteStop);
+    connect(m_linkPart, &LinkController::remote_reload, m_playback, &PlaybackController::remoteReload);
+    connect(m_linkPart, &LinkController::remote_seek, m_playback, &PlaybackController::remoteSeek);
+    connect(m_linkPart, &LinkController::failed, this, &frame::oon_link_failed);
+    connect(m_linkPart, &LinkController::linked_changed, this, [this](bool linked) {
+        m_link->setLinked(linked);
+        m_playback->setLinked(linked);
+    });
+
+    m_fullScreen = new FullScreenMode(this, {menuBar(), statusBar(), m_lowerPanel}, this);
+    connect(m_fullScreen, &FullScreenMode::entered, this, &frame::enteredFullScreen);
+    connect(m_fullScreen, &FullScreenMode::left, this, &frame::leftFullScreen);
+
+    m_tools = std::make_unique<SequenceTools>(this);
+}
+
+uint64_t frame::currentFrame() const { return m_playback->currentFrame(); }
+bool frame::isPlaying() const { return m_playback->isPlaying(); }
+bool frame::isFullScreenMode() const { return m_fullScreen->isOn(); }
 
 QString frame::emptyTitle() { return QStringLiteral("kavri ") + QLatin1String(kVersionText); }
 
@@ -196,48 +234,13 @@ void frame::createActions()
         addAction(a);
         m_actions[a->objectName()] = a;
     }
-    auto on = [this](const char *name, auto slot) { connect(action(name), &QAction::triggered, this, slot); };
-    on("actionOpen", &frame::oon_open);
-    on("actionQuit", &frame::oon_close);
-    on("actionCloseFile", &frame::oon_close_file);
-    on("actionNew_Window", &frame::oon_new_window);
-    on("actionStay_on_top", &frame::oon_stay_on_top);
-    on("actionMaintain_Aspect_Ratio", &frame::oon_maintain_ar);
-    on("actionMagnifier", &frame::oon_magnify);
-    on("actionAbout", &frame::oon_about);
-    on("actionOnline_Help", &frame::oon_online_help);
-    on("actionSave_Frame", &frame::oon_save_frame);
-    on("actionCopy_Frame", &frame::oon_copy);
-    on("actionPlay", &frame::oon_play_pause);
-    on("actionStop", &frame::oon_stop);
-    on("actionPrev", &frame::oon_prev);
-    on("actionNext", &frame::oon_next);
-    on("actionFirst_Frame", &frame::oon_first_frame);
-    on("actionLast_Frame", &frame::oon_last_frame);
-    on("actionFast_Forward", &frame::oon_ffw);
-    on("actionFast_Backward", &frame::oon_fbw);
-    on("actionGo_to_frame", &frame::oon_goto);
-    on("actionReload", &frame::oon_reload);
-    on("actionNext_Channel", &frame::oon_next_channel);
-    on("actionDifference_against", &frame::oon_diff);
-    on("actionNext_Diff_Component", &frame::oon_next_diff_component);
-    on("actionPrevious_Diff_Component", &frame::oon_prev_diff_component);
-    on("actionBrightness_Contrast_etc", &frame::oon_brightcon);
-    on("actionFormat", &frame::oon_format);
-    on("actionSettings", &frame::oon_settings);
-    on("actionExtract", &frame::oon_extract);
-    on("actionReverse", &frame::oon_reverse);
-    on("actionNormalize_File_Name", &frame::oon_normalize_filename);
-    connect(action("actionDeinterlace"), &QAction::toggled, this, &frame::oon_deinterlace);
-    connect(action("actionFullscreen"), &QAction::triggered, this, &frame::oon_fullscreen);
-    connect(action("actionTimecode"), &QAction::toggled, this, &frame::oon_timecode);
-    connect(action("actionLoop"), &QAction::toggled, this, &frame::oon_loop);
-    connect(action("actionGrid"), &QAction::toggled, this, &frame::oon_grid);
-    for (const char *n :
-         {"action25", "action33", "action50", "action100", "action200", "actionSmaller", "actionLarger"})
-        on(n, &frame::oon_menu_size);
-    // Choosing 100 % also re-applies the stay-on-top state.
-    on("action100", &frame::oon_stay_on_top);
+    // Each action drives the slot its table entry names.
+    for (const ui::ActionSpec &entry : ui::kActions) {
+        QAction *a = action(toQ(entry.name).toLatin1().constData());
+        if (entry.slot.triggered) connect(a, &QAction::triggered, this, entry.slot.triggered);
+        if (entry.slot.toggled) connect(a, &QAction::toggled, this, entry.slot.toggled);
+        if (entry.slot.triggeredChecked) connect(a, &QAction::triggered, this, entry.slot.triggeredChecked);
+    }
     m_sizeGroup = new QActionGroup(this);
     m_sizeGroup->setExclusionPolicy(QActionGroup::ExclusionPolicy::None);
     for (const char *n : {"action25", "action33", "action50", "action100", "action200"})
@@ -269,10 +272,37 @@ void frame::createMenus()
     m_recent = new MRUFList(this, menus[QStringLiteral("menuFile")], this);
 }
 
-void frame::applyEscapeShortcut()
+void frame::updateActions()
 {
+    const bool open = m_loader != nullptr;
+    const bool stream = open && m_loader->isStdin();
+    const bool tools = !SequenceTools::toolInput(m_loader, m_openFile).isEmpty();
+    for (const char *name : {"actionPlay", "actionStop", "actionPrev", "actionNext", "actionFirst_Frame",
+                             "actionLast_Frame", "actionFast_Forward", "actionFast_Backward", "actionReload",
+                             "actionFormat", "actionCloseFile", "actionCopy_Frame", "actionSave_Frame"})
+        action(name)->setEnabled(open);
+    // A stream has no frame to go to and cannot be cut, reversed, renamed or compared against a file.
+    action("actionGo_to_frame")->setEnabled(open && !stream);
+    action("actionDifference_against")->setEnabled(open && !stream);
+    for (const char *name : {"actionExtract", "actionReverse", "actionNormalize_File_Name"})
+        action(name)->setEnabled(tools);
+    const bool difference = open && m_loader->hasDifference();
+    action("actionNext_Diff_Component")->setEnabled(difference);
+    action("actionPrevious_Diff_Component")->setEnabled(difference);
+    m_playPause->setEnabled(open);
+    m_stop->setEnabled(open);
+
+    // Esc has one owner at a time: the open brightness panel, then full screen, then quit (when the
+    // preference lets Esc quit).
+    const bool panelOpen = m_bcg && action("actionBrightness_Contrast_etc")->isChecked();
+    const bool full = m_fullScreen->isOn();
+    if (m_bcgEscape) m_bcgEscape->setEnabled(panelOpen);
+    QList<QKeySequence> fullKeys = m_fullscreenShortcuts;
+    if (full && !panelOpen) fullKeys << QKeySequence(Qt::Key_Escape);
+    action("actionFullscreen")->setShortcuts(fullKeys);
     QSettings s;
-    action("actionQuit")->setShortcut(settings::EscapeExits.read(s) ? QKeySequence(Qt::Key_Escape) : QKeySequence());
+    const bool quitByEsc = !panelOpen && !full && settings::EscapeExits.read(s);
+    action("actionQuit")->setShortcut(quitByEsc ? QKeySequence(Qt::Key_Escape) : QKeySequence());
 }
 
 void frame::showEmptyState()
@@ -285,6 +315,7 @@ void frame::showEmptyState()
     m_slider->setValue(0);
     m_playPause->setIcon(QIcon(QStringLiteral(":/frame/play.png")));
     m_stop->setIcon(QIcon(QStringLiteral(":/frame/stop.png")));
+    updateActions();
 }
 
 void frame::oon_load_on_startup(QString file, QString diff, KavriStartupConfig *config)
@@ -351,27 +382,39 @@ bool frame::openSequence(const QString &file, const QString &diff, const KavriSt
         }
     }
     if (changed) l->validate();
-    if (!isPlayable(l->validityMask())) askForFormat();
+    if (!isPlayable(l->validityMask())) m_tools->askForFormat(l, [this] { oon_format_changed(); });
     l->setLoop(action("actionLoop")->isChecked());
-    l->setDeinterlace(action("actionDeinterlace")->isChecked());
+    {
+        // The view the window shows: its deinterlace switch, and the brightness panel's sliders when the
+        // panel is there (what the panel shows is what the new file gets).
+        KavriLoader::View v = l->view();
+        v.deinterlace = action("actionDeinterlace")->isChecked();
+        if (m_bcg) {
+            const bool second = l->hasDifference();
+            moveToneSlider(v.picture, second, ToneSlider::Brightness, m_bcg->brightnessSlider()->value());
+            moveToneSlider(v.picture, second, ToneSlider::Contrast, m_bcg->contrastSlider()->value());
+            moveToneSlider(v.picture, second, ToneSlider::Gamma, m_bcg->gammaSlider()->value());
+        }
+        l->setView(v);
+    }
     m_deinterlaceOn = action("actionDeinterlace")->isChecked();
     m_diffOpen = !diff.isEmpty();
     m_panel->setCornerTextsShown(action("actionTimecode")->isChecked(), !diff.isEmpty());
-    m_currentFrame = 0;
-    m_playing = false;
+    // The picture is widened when the record says it is anamorphic.
+    m_panel->setAnamorphic(l->pendingProps().anamorphic);
+    m_playback->setLoader(l);
     l->attach(this, m_panel);
     setWindowTitle(ui::windowTitle(file, diff));
     if (file != QLatin1String("-")) setWindowFilePath(QFileInfo(file).canonicalFilePath());
     m_recent->add(file);
     if (config && !config->link.isEmpty() && !isLinked()) startLink(config->link, false);
-    if (config && config->play) {
-        m_playing = true;
-        emit play();
-    } else {
+    if (config && config->play)
+        m_playback->startPlaying();
+    else
         emit seek(0, false, false);
-    }
     updatePlayIcon();
     updateStatus();
+    updateActions();
     return true;
 }
 
@@ -380,18 +423,16 @@ void frame::closeLoader()
     if (!m_loader) return;
     KavriLoader *l = m_loader;
     m_loader = nullptr;
+    m_playback->setLoader(nullptr);
     l->detach();
-    m_playing = false;
 }
-
-uint64_t frame::frameCount() const { return m_loader ? m_loader->frameCount() : 0; }
 
 void frame::updateStatus()
 {
     if (!m_loader) return;
     m_statusLabel->setText(ui::statusLine(m_loader->pendingProps()));
     updateViewStatus();
-    const uint64_t n = frameCount();
+    const uint64_t n = m_loader->frameCount();
     m_slider->setRange(0, n > 0 ? int(std::min<uint64_t>(n - 1, uint64_t(INT_MAX))) : 0);
 }
 
@@ -407,13 +448,13 @@ void frame::updateViewStatus()
 
 void frame::updatePlayIcon()
 {
-    m_playPause->setIcon(QIcon(m_playing ? QStringLiteral(":/frame/pause.png") : QStringLiteral(":/frame/play.png")));
+    m_playPause->setIcon(QIcon(isPlaying() ? QStringLiteral(":/frame/pause.png") : QStringLiteral(":/frame/play.png")));
 }
 
 void frame::oon_new_frame(frame_t *f)
 {
     // Runs on the loader thread: only atomics, the panel's locked swap and queued signals.
-    m_currentFrame = f->frameIndex;
+    m_playback->frameShown(f->frameIndex);
     // The corner texts go into the panel's spare pair and appear together with the frame they describe.
     view::TimeTextInput t;
     t.frameIndex = f->frameIndex;
@@ -439,13 +480,14 @@ void frame::oon_new_frame(frame_t *f)
     }
     m_panel->setCornerTexts(view::timeText(t), diffText);
     m_panel->presentFrame();
-    if (m_waitingForData.exchange(false))
-        QMetaObject::invokeMethod(statusBar(), &QStatusBar::clearMessage, Qt::QueuedConnection);
+    if (m_waitingForData.exchange(false)) emit clear_hint();
     if (!(f->flags & kFrameDragged)) emit update_slider(int(std::min<uint64_t>(f->frameIndex, uint64_t(INT_MAX))));
 }
 
 void frame::oon_load_init()
 {
+    // A reload has counted the file again on the loader thread; the record the window owns takes it up.
+    if (m_loader) m_loader->adoptRecount();
     updateStatus();
     fitToRecordZoom();
     if (m_loader && m_loader->isStdin() && !m_loader->hasShownAFrame()) {
@@ -458,7 +500,7 @@ void frame::fitToRecordZoom()
 {
     // A file opens at the step remembered for it (100 % when none), or the largest one that fits on the
     // screen; the record keeps what the user chose.
-    if (!m_loader || m_fullscreen || isMaximized()) return;
+    if (!m_loader || isFullScreenMode() || isMaximized()) return;
     const VideoProps &p = m_loader->pendingProps();
     const QSize video = view::zoomVideoSize({p.width, p.height}, m_panel->anamorphic(), m_panel->anamorphicScale());
     if (video.isEmpty()) return;
@@ -490,140 +532,59 @@ void frame::showAtZoomStep(view::ZoomStep step)
 
 void frame::oon_cannot_show(const QString &reason)
 {
-    m_playing = false;
-    updatePlayIcon();
+    m_playback->playbackEnded();
     warn(this, QStringLiteral("The frame cannot be shown."), reason);
 }
 
-void frame::oon_stopped()
-{
-    m_playing = false;
-    updatePlayIcon();
-}
-
-void frame::oon_play_pause()
-{
-    if (!m_loader) return;
-    // A rate of 0 has no period: the loader would wait forever for the next frame. Say how to get one
-    // instead of showing a pause icon over a still picture.
-    if (!m_playing && !(m_loader->pendingProps().frameRate > 0)) {
-        statusBar()->showMessage(QString::fromLatin1(kNoRateHint), 2 * kHintMs);
-        return;
-    }
-    m_playing = !m_playing;
-    if (m_playing)
-        emit play();
-    else
-        emit pause();
-    sendToPartner(m_playing ? kavri::link::Command::Play : kavri::link::Command::Pause);
-    if (!m_playing && isLinked() && !m_loader->isStdin()) {
-        // The partner may have shown one frame more or less when the pause reaches it. Once our loader
-        // has taken the pause (a synchronous post: no frame is delivered after it) the frame on screen is
-        // final, and a seek to it puts both players on the same frame. An older partner that ignores the
-        // seek simply stays where it paused.
-        m_loader->postCommand(KavriLoader::kCmdPause, 0);
-        sendToPartner(kavri::link::Command::Seek, uint32_t(m_currentFrame.load()));
-    }
-    updatePlayIcon();
-}
-
-void frame::oon_stop()
-{
-    if (!m_loader) return;
-    m_playing = false;
-    emit stop();
-    sendToPartner(kavri::link::Command::Stop);
-    updatePlayIcon();
-}
-
-void frame::seekTo(int64_t f)
-{
-    if (!m_loader) return;
-    const uint64_t n = frameCount();
-    if (f < 0) f = 0;
-    if (n > 0 && uint64_t(f) >= n) f = int64_t(n - 1);
-    endPlaybackForSeek();
-    emit seek(uint64_t(f), false, false);
-    sendToPartner(kavri::link::Command::Seek, uint32_t(f));
-}
-
-void frame::endPlaybackForSeek()
-{
-    // A seek or a rebuilt record ends the loader's play loop and playback does not resume by itself, so
-    // the window shows the play icon and the next Space starts playing again.
-    if (!m_playing) return;
-    m_playing = false;
-    updatePlayIcon();
-}
-
-void frame::oon_prev() { seekTo(int64_t(m_currentFrame.load()) - 1); }
-void frame::oon_next() { seekTo(int64_t(m_currentFrame.load()) + 1); }
-void frame::oon_first_frame() { seekTo(0); }
-void frame::oon_last_frame() { seekTo(int64_t(frameCount()) - 1); }
-
-namespace {
-// Fast forward and backward jump by one second of video (at least one frame).
-int64_t fastStep(KavriLoader *l) { return std::max<int64_t>(1, int64_t(l->pendingProps().frameRate + 0.5)); }
-} // namespace
-
-void frame::oon_ffw()
-{
-    if (m_loader) seekTo(int64_t(m_currentFrame.load()) + fastStep(m_loader));
-}
-
-void frame::oon_fbw()
-{
-    if (m_loader) seekTo(int64_t(m_currentFrame.load()) - fastStep(m_loader));
-}
-
-void frame::oon_slider_dragged(int value)
-{
-    if (!m_loader) return;
-    endPlaybackForSeek();
-    emit seek(uint64_t(value), false, true);
-    sendToPartner(kavri::link::Command::Seek, uint32_t(value));
-}
+void frame::oon_stopped() { m_playback->playbackEnded(); }
+void frame::oon_play_pause() { m_playback->playPause(); }
+void frame::oon_stop() { m_playback->stopPlayback(); }
+void frame::oon_prev() { m_playback->step(-1); }
+void frame::oon_next() { m_playback->step(1); }
+void frame::oon_first_frame() { m_playback->seekTo(0); }
+void frame::oon_last_frame() { m_playback->seekTo(int64_t(m_playback->frameCount()) - 1); }
+void frame::oon_ffw() { m_playback->fastStep(1); }
+void frame::oon_fbw() { m_playback->fastStep(-1); }
+void frame::oon_slider_dragged(int value) { m_playback->seekPicked(uint64_t(std::max(value, 0)), true); }
+void frame::oon_reload() { m_playback->reload(); }
 
 void frame::oon_goto()
 {
-    if (!m_loader) return;
-    KavriGotoDlg dlg(m_currentFrame.load(), this);
-    if (dlg.exec() == QDialog::Accepted) {
-        endPlaybackForSeek();
-        emit seek(uint64_t(dlg.value()), false, false);
-        sendToPartner(kavri::link::Command::Seek, uint32_t(dlg.value()));
-    }
+    if (!m_loader || m_loader->isStdin()) return;
+    KavriGotoDlg dlg(currentFrame(), this);
+    if (dlg.exec() == QDialog::Accepted) m_playback->seekPicked(uint64_t(dlg.value()), false);
 }
 
-void frame::oon_reload()
+void frame::changeView(const std::function<void(KavriLoader::View &)> &edit)
 {
     if (!m_loader) return;
-    emit reload();
-    sendToPartner(kavri::link::Command::Reload);
+    KavriLoader::View v = m_loader->view();
+    edit(v);
+    m_loader->setView(v);
+    updateViewStatus();
 }
 
 void frame::oon_next_channel()
 {
-    if (m_loader) m_loader->oon_next_channel();
-    updateViewStatus();
+    changeView([](KavriLoader::View &v) { v.picture.channel = (v.picture.channel + 1) % 4; });
 }
 
 void frame::oon_deinterlace(bool on)
 {
     m_deinterlaceOn = on;
-    if (m_loader) m_loader->setDeinterlace(on);
+    changeView([on](KavriLoader::View &v) { v.deinterlace = on; });
 }
 
 void frame::oon_next_diff_component()
 {
-    if (m_loader && m_loader->hasDifference()) m_loader->setDiffView((m_loader->diffView() + 1) % 3);
-    updateViewStatus();
+    if (m_loader && m_loader->hasDifference())
+        changeView([](KavriLoader::View &v) { v.picture.view = (v.picture.view + 1) % 3; });
 }
 
 void frame::oon_prev_diff_component()
 {
-    if (m_loader && m_loader->hasDifference()) m_loader->setDiffView((m_loader->diffView() + 2) % 3);
-    updateViewStatus();
+    if (m_loader && m_loader->hasDifference())
+        changeView([](KavriLoader::View &v) { v.picture.view = (v.picture.view + 2) % 3; });
 }
 
 void frame::oon_diff()
@@ -664,32 +625,26 @@ void frame::oon_brightcon()
 {
     if (!m_bcg) {
         m_bcg = new BrightnessPanel(m_panel);
-        connect(m_bcg->brightnessSlider(), &QSlider::valueChanged, this, [this](int v) {
-            if (m_loader) m_loader->oon_brightness(v);
-        });
-        connect(m_bcg->contrastSlider(), &QSlider::valueChanged, this, [this](int v) {
-            if (m_loader) m_loader->oon_contrast(v);
-        });
-        connect(m_bcg->gammaSlider(), &QSlider::valueChanged, this, [this](int v) {
-            if (m_loader) m_loader->oon_gamma(v);
-        });
+        const std::pair<QSlider *, ToneSlider> sliders[] = {{m_bcg->brightnessSlider(), ToneSlider::Brightness},
+                                                            {m_bcg->contrastSlider(), ToneSlider::Contrast},
+                                                            {m_bcg->gammaSlider(), ToneSlider::Gamma}};
+        for (const auto &[slider, which] : sliders)
+            connect(slider, &QSlider::valueChanged, this, [this, which = which](int value) {
+                if (!m_loader) return;
+                const bool second = m_loader->hasDifference();
+                changeView([&](KavriLoader::View &v) { moveToneSlider(v.picture, second, which, value); });
+            });
         connect(m_bcg, &BrightnessPanel::resetPressed, this, &frame::oon_bcg_reset);
         m_bcg->move(0, 0);
-    }
-    const bool show = action("actionBrightness_Contrast_etc")->isChecked();
-    m_bcg->setVisible(show);
-    if (show) m_bcg->raise();
-    // While the panel is open, Esc closes the panel rather than the player.
-    if (!m_bcgEscape) {
+        // While the panel is open, Esc closes the panel rather than leaving full screen or the player.
         m_bcgEscape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
         connect(m_bcgEscape, &QShortcut::activated, this,
                 [this] { action("actionBrightness_Contrast_etc")->trigger(); });
     }
-    m_bcgEscape->setEnabled(show && !m_fullscreen);
-    if (show && !m_fullscreen)
-        action("actionQuit")->setShortcut(QKeySequence());
-    else if (!m_fullscreen)
-        applyEscapeShortcut();
+    const bool show = action("actionBrightness_Contrast_etc")->isChecked();
+    m_bcg->setVisible(show);
+    if (show) m_bcg->raise();
+    updateActions();
 }
 
 void frame::oon_bcg_reset()
@@ -729,67 +684,30 @@ void frame::oon_new_window() { emit notify_load(QString(), QString(), QStringLis
 
 void frame::oon_fullscreen(bool)
 {
-    if (m_fullscreen) {
-        m_fullscreen = false;
-        showNormal();
-        menuBar()->show();
-        statusBar()->show();
-        m_lowerPanel->show();
-        applyEscapeShortcut();
-        action("actionFullscreen")->setShortcuts(m_fullscreenShortcuts);
-        action("actionFullscreen")->setChecked(false);
-        m_cursorHideTimer.stop();
-        if (m_cursorHidden) {
-            QApplication::restoreOverrideCursor();
-            m_cursorHidden = false;
-        }
-        setMouseTracking(false);
-        m_central->setMouseTracking(false);
-        qApp->removeEventFilter(this);
-        // Back at the zoom step that was chosen before.
-        if (const std::optional<view::ZoomStep> step = checkedZoomStep()) showAtZoomStep(*step);
-        return;
-    }
-    m_fullscreen = true;
+    if (m_fullScreen->isOn())
+        m_fullScreen->leave();
+    else
+        m_fullScreen->enter();
+}
+
+void frame::enteredFullScreen()
+{
     // The panel fills the screen (the picture keeps its aspect ratio inside it) rather than staying at
     // the size of the zoom step.
     m_verticalLayout->setAlignment(m_panel, Qt::Alignment());
     emit draw_panel_force_size(QSize(-1, -1));
-    menuBar()->hide();
-    statusBar()->hide();
-    m_lowerPanel->hide();
-    action("actionQuit")->setShortcut(QKeySequence());
-    QList<QKeySequence> keys = m_fullscreenShortcuts;
-    keys << QKeySequence(Qt::Key_Escape);
-    action("actionFullscreen")->setShortcuts(keys);
-    action("actionFullscreen")->setChecked(true);
-    showFullScreen();
-    m_cursorHideTimer.start(kCursorHideMs);
-    setMouseTracking(true);
     m_central->setMouseTracking(true);
-    // Mouse moves over any child (the panel above all) restore the cursor.
-    qApp->installEventFilter(this);
+    action("actionFullscreen")->setChecked(true);
+    updateActions();
 }
 
-bool frame::eventFilter(QObject *watched, QEvent *e)
+void frame::leftFullScreen()
 {
-    if (m_fullscreen && e->type() == QEvent::MouseMove) {
-        if (m_cursorHidden) {
-            QApplication::restoreOverrideCursor();
-            m_cursorHidden = false;
-        }
-        m_cursorHideTimer.start(kCursorHideMs);
-    }
-    return QMainWindow::eventFilter(watched, e);
-}
-
-void frame::mouseMoveEvent(QMouseEvent *e) { QMainWindow::mouseMoveEvent(e); }
-
-void frame::oon_cursorHideTimer()
-{
-    if (!m_fullscreen || m_cursorHidden) return;
-    QApplication::setOverrideCursor(Qt::BlankCursor);
-    m_cursorHidden = true;
+    m_central->setMouseTracking(false);
+    action("actionFullscreen")->setChecked(false);
+    updateActions();
+    // Back at the zoom step that was chosen before.
+    if (const std::optional<view::ZoomStep> step = checkedZoomStep()) showAtZoomStep(*step);
 }
 
 void frame::oon_stay_on_top()
@@ -811,6 +729,8 @@ void frame::oon_menu_size()
     const QSize video = view::zoomVideoSize({p.width, p.height}, m_panel->anamorphic(), m_panel->anamorphicScale());
     if (video.isEmpty()) return;
     QObject *src = sender();
+    // Choosing 100 % also re-applies the stay-on-top state.
+    if (src == action("action100")) oon_stay_on_top();
     for (const auto &st : kZoomActions) {
         if (src != action(st.first)) continue;
         showAtZoomStep(st.second);
@@ -827,7 +747,7 @@ void frame::oon_menu_size()
         return;
     }
     const bool smaller = src == action("actionSmaller");
-    if (m_fullscreen) {
+    if (isFullScreenMode()) {
         if (smaller) action("actionFullscreen")->trigger();
         return;
     }
@@ -850,7 +770,7 @@ void frame::oon_movie_size_changed()
     // Fit the window around the panel's wanted (or forced) size. The layout is brought up to date first:
     // left to the next turn of the event loop it would still hold the previous size, and a shrinking
     // window would lag one step behind, grey around the picture.
-    if (m_fullscreen || isMaximized()) return;
+    if (isFullScreenMode() || isMaximized()) return;
     // Both layouts, inner first: each caches the hint of what it holds until its own turn would come.
     m_panel->updateGeometry();
     m_verticalLayout->invalidate();
@@ -926,7 +846,7 @@ void frame::oon_timecode(bool on)
     settings::Timestamps.write(s, on);
     m_panel->setCornerTextsShown(on, m_diffOpen.load());
     // A paused picture gets its texts from a fresh delivery of the same frame.
-    if (m_loader && !m_playing) emit seek(m_currentFrame.load(), false, false);
+    if (m_loader && !isPlaying()) emit seek(currentFrame(), false, false);
 }
 
 void frame::oon_grid(bool on) { m_panel->setGrid(on); }
@@ -942,8 +862,8 @@ void frame::startFrameDrag()
 {
     const QImage img = m_panel->currentFrame();
     if (img.isNull()) return;
-    const QString path = QDir::tempPath() + QLatin1Char('/') +
-                         ui::dragFrameFileName(m_currentFrame.load(), QCoreApplication::applicationPid());
+    const QString path =
+        QDir::tempPath() + QLatin1Char('/') + ui::dragFrameFileName(currentFrame(), QCoreApplication::applicationPid());
     if (!img.save(path, "JPG")) return;
     auto *mime = new QMimeData;
     mime->setUrls({QUrl::fromLocalFile(path)});
@@ -976,8 +896,8 @@ void frame::dropEvent(QDropEvent *e)
     if (e->mimeData()->hasFormat(QLatin1String(kLinkMime))) {
         setStyleSheet(QStringLiteral("background-color: auto;"));
         const QString name = QString::fromLatin1(e->mimeData()->data(QLatin1String(kLinkMime)));
-        // A window links to one partner at a time, and only to a name that looks like one of ours.
-        if (isLinked() || e->source() == m_link || !name.startsWith(QLatin1Char('{')) || name.size() > 64) {
+        // A window links to one partner at a time, and never to itself.
+        if (e->source() == m_link || !m_linkPart->acceptsDrop(name)) {
             e->ignore();
             return;
         }
@@ -998,7 +918,7 @@ void frame::dropEvent(QDropEvent *e)
 
 void frame::closeEvent(QCloseEvent *e)
 {
-    if (m_fullscreen) oon_fullscreen(false);
+    if (isFullScreenMode()) m_fullScreen->leave();
     endLink();
     closeLoader();
     QSettings s;
@@ -1009,76 +929,15 @@ void frame::closeEvent(QCloseEvent *e)
 
 // ---- player link ----
 
-bool frame::isLinked() const { return bool(m_sender); }
-
-void frame::startLink(const QString &name, bool initiator)
-{
-    // The initiator writes to the link's queue and reads the back channel; the joiner the other way round.
-    const QString out = initiator ? name : kavri::link::backChannel(name);
-    const QString in = initiator ? kavri::link::backChannel(name) : name;
-    auto sender = std::make_unique<KavriLinkSender>(out);
-    if (!sender->isOpen()) {
-        oon_link_failed(sender->error());
-        return;
-    }
-    m_sender = std::move(sender);
-    listenTo(in);
-}
-
-void frame::listenTo(const QString &queue)
-{
-    KavriReceive *r = KavriReceive::start(queue);
-    m_receiver = r;
-    connect(r, &KavriReceive::remote_play, this, &frame::remote_play);
-    connect(r, &KavriReceive::remote_pause, this, &frame::remote_pause);
-    connect(r, &KavriReceive::remote_stop, this, &frame::remote_stop);
-    connect(r, &KavriReceive::remote_reload, this, &frame::remote_reload);
-    connect(r, &KavriReceive::remote_seek, this, &frame::remote_seek);
-    connect(r, &KavriReceive::receiver_quit, this, &frame::receiver_quit);
-    connect(r, &KavriReceive::link_failed, this, &frame::oon_link_failed);
-    m_link->setLinked(true);
-}
-
-void frame::endLink()
-{
-    m_sender.reset(); // tells the partner "quit" and removes our queue
-    if (m_receiver) m_receiver->requestStop();
-    m_receiver = nullptr;
-    m_link->setLinked(false);
-}
-
-void frame::sendToPartner(kavri::link::Command c, uint32_t argument)
-{
-    if (m_sender) m_sender->send(c, argument);
-}
-
-QByteArray frame::linkDragPayload()
-{
-    m_pendingLink = kavri::link::newLinkName();
-    m_sender = std::make_unique<KavriLinkSender>(m_pendingLink);
-    if (!m_sender->isOpen()) {
-        const QString why = m_sender->error();
-        m_sender.reset();
-        oon_link_failed(why);
-    }
-    return m_pendingLink.toLatin1();
-}
-
-void frame::linkDragSucceeded()
-{
-    if (!m_sender) return;
-    listenTo(kavri::link::backChannel(m_pendingLink));
-}
-
-void frame::linkDragFailed()
-{
-    m_sender.reset();
-    m_link->setLinked(false);
-}
+bool frame::isLinked() const { return m_linkPart->isLinked(); }
+void frame::startLink(const QString &name, bool initiator) { m_linkPart->start(name, initiator); }
+void frame::endLink() { m_linkPart->end(); }
+QByteArray frame::linkDragPayload() { return m_linkPart->dragPayload(); }
+void frame::linkDragSucceeded() { m_linkPart->dragSucceeded(); }
+void frame::linkDragFailed() { m_linkPart->dragFailed(); }
 
 void frame::oon_link_failed(const QString &reason)
 {
-    endLink();
     warn(this, QStringLiteral("The players could not be linked."), reason);
 }
 
@@ -1090,72 +949,9 @@ void frame::oon_link()
         endLink();
 }
 
-// Remote commands are performed here and never sent back.
-void frame::remote_play()
-{
-    if (!m_loader) return;
-    m_playing = true;
-    emit play();
-    updatePlayIcon();
-}
-
-void frame::remote_pause()
-{
-    if (!m_loader) return;
-    m_playing = false;
-    emit pause();
-    updatePlayIcon();
-}
-
-void frame::remote_stop()
-{
-    if (!m_loader) return;
-    m_playing = false;
-    emit stop();
-    updatePlayIcon();
-}
-
-void frame::remote_reload()
-{
-    if (m_loader) emit reload();
-}
-
-void frame::remote_seek(unsigned int f)
-{
-    if (!m_loader) return;
-    m_playing = false;
-    updatePlayIcon();
-    // The loader clamps a frame beyond the end.
-    emit seek(uint64_t(f), true, false);
-}
-
-void frame::receiver_quit(QString)
-{
-    m_receiver = nullptr;
-    m_sender.reset();
-    m_link->setLinked(false);
-}
-
-// ---- Sequence tools -------------------------------------------------------------------------------------
-
-void frame::askForFormat()
-{
-    if (!m_loader) return;
-    while (!isPlayable(m_loader->validityMask())) {
-        KavriFormatDialog dlg(m_loader->pendingProps(), this);
-        // Each round says why the last answer was refused, so the dialog never just comes back unexplained.
-        dlg.setProblem(ui::formatProblem(m_loader->pendingProps()));
-        connect(&dlg, &KavriFormatDialog::format_changed, this, &frame::oon_format_changed);
-        if (dlg.exec() != QDialog::Accepted) break;
-    }
-}
-
 void frame::oon_format()
 {
-    if (!m_loader) return;
-    KavriFormatDialog dlg(m_loader->pendingProps(), this);
-    connect(&dlg, &KavriFormatDialog::format_changed, this, &frame::oon_format_changed);
-    dlg.exec();
+    m_tools->editFormat(m_loader, [this] { oon_format_changed(); });
 }
 
 void frame::oon_format_changed()
@@ -1163,20 +959,20 @@ void frame::oon_format_changed()
     if (!m_loader) return;
     // validate() remembers a playable record and has the loader rebuild its buffers for it, which ends
     // playback.
-    if (m_loader->isRunning()) endPlaybackForSeek();
+    if (m_loader->isRunning()) m_playback->endForSeek();
     const uint32_t mask = m_loader->validate();
     setWindowTitle(ui::windowTitle(m_openFile, m_diffFile));
     updateStatus();
     if (!isPlayable(mask) || !m_loader->isRunning()) return;
-    const uint64_t n = frameCount();
-    emit seek(n > 0 ? std::min<uint64_t>(m_currentFrame.load(), n - 1) : 0, false, false);
+    const uint64_t n = m_loader->frameCount();
+    emit seek(n > 0 ? std::min<uint64_t>(currentFrame(), n - 1) : 0, false, false);
 }
 
 void frame::oon_settings()
 {
     KavriSettingsDlg dlg(this);
     if (dlg.exec() != QDialog::Accepted) return;
-    applyEscapeShortcut();
+    updateActions();
     if (m_panel->anamorphic()) m_panel->setAnamorphic(true); // picks up a changed factor
     // The grid size and the coding-unit overlay take effect at once, not at the next start.
     QSettings st;
@@ -1185,50 +981,13 @@ void frame::oon_settings()
     m_panel->update();
 }
 
-QString frame::toolInput() const
-{
-    // Streams (standard input, a named pipe) cannot be cut, reversed or renamed as files.
-    if (!m_loader || m_openFile.isEmpty() || m_loader->isStdin()) return {};
-    if (!isPlayable(m_loader->validityMask())) return {};
-    return m_openFile;
-}
-
-void frame::oon_extract()
-{
-    if (toolInput().isEmpty()) return;
-    KavriExtractDlg dlg(m_loader->pendingProps(), m_currentFrame.load(), this);
-    dlg.exec();
-}
-
-void frame::oon_reverse()
-{
-    if (toolInput().isEmpty()) return;
-    KavriReverseDlg dlg(m_loader->pendingProps(), this);
-    dlg.exec();
-}
+void frame::oon_extract() { m_tools->extract(m_loader, m_openFile, currentFrame()); }
+void frame::oon_reverse() { m_tools->reverse(m_loader, m_openFile); }
 
 void frame::oon_normalize_filename()
 {
-    const QString file = toolInput();
-    if (file.isEmpty()) return;
-    const QFileInfo fi(file);
-    const QString folder = fi.canonicalPath().isEmpty() ? fi.absolutePath() : fi.canonicalPath();
-    VideoProps props = m_loader->pendingProps();
-    KavriRenameDlg dlg(fi.fileName(), tools::canonicalFileName(props), this);
-    if (dlg.exec() != QDialog::Accepted || dlg.newName().isEmpty()) return;
-    const QString from = folder + QLatin1Char('/') + fi.fileName();
-    const QString to = folder + QLatin1Char('/') + dlg.newName();
-    if (from == to) return;
-    // A name with a folder in it would move the file; the rename refuses that, as it refuses to replace.
-    const QString error = tools::renameKeepingAll(from, to);
-    if (!error.isEmpty()) {
-        KavriRenameDlg::showRenameError(this, QDir::toNativeSeparators(from), QDir::toNativeSeparators(to), error);
-        return;
-    }
-    // The format the user settled on follows the file to its new name.
-    forgetRemembered(file);
-    props.fileName = to;
-    storeRemembered(props);
+    const QString to = m_tools->normalize(m_loader, m_openFile);
+    if (to.isEmpty()) return;
     const QString diff = m_diffFile;
     openSequence(to, diff, nullptr);
 }

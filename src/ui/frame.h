@@ -1,18 +1,19 @@
 // The player's main window: the draw panel, the lower panel with play/stop, slider and link icon, the
-// menus and the status line. It turns the user's actions into requests to its loader and its panel.
+// menus and the status line. It is the shell: playback state, the link to a partner, full screen and the
+// sequence tools are parts of their own, and the window wires them to its actions, its loader and its
+// panel.
 #pragma once
 
 #include "formats/VideoProps.h"
-#include "link/KavriLink.h"
+#include "loader/KavriLoader.h"
 #include "ui/LinkWidget.h"
 #include "ui/MRUFList.h"
 #include "view/KavriDrawPanel.h"
 #include "view/PanelGeometry.h"
 
 #include <QMainWindow>
-#include <QPointer>
-#include <QTimer>
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -25,9 +26,12 @@ class QPushButton;
 class QVBoxLayout;
 class QHBoxLayout;
 class KavriSlider;
-class KavriLoader;
 class BrightnessPanel;
+class FullScreenMode;
+class LinkController;
+class PlaybackController;
 class QShortcut;
+class SequenceTools;
 struct frame_t;
 
 class frame : public QMainWindow,
@@ -58,8 +62,13 @@ public:
     void endLink();
 
     KavriLoader *loader() const { return m_loader; }
-    uint64_t currentFrame() const { return m_currentFrame.load(); }
-    bool isPlaying() const { return m_playing; }
+    uint64_t currentFrame() const;
+    bool isPlaying() const;
+    PlaybackController *playback() const { return m_playback; }
+    // Enables and disables the actions from the window's state (no file: no playback, tools or format;
+    // a stream: no extract, reverse, normalize, difference or go-to; no difference: no difference views)
+    // and gives Esc to one owner at a time: the brightness panel, then full screen, then quit.
+    void updateActions();
 
 signals:
     // Requests to the loader (direct connections: they only post commands).
@@ -75,6 +84,8 @@ signals:
     void draw_panel_force_size(QSize size);
     void update_slider(int value);
     void closed();
+    // The status line's facts come back after a hint (queued from the loader thread).
+    void clear_hint();
 
 public slots:
     void oon_load_on_startup(QString file, QString diff, KavriStartupConfig *config);
@@ -107,13 +118,7 @@ public slots:
     void oon_bcg_reset();
 
     void oon_link();
-    void remote_seek(unsigned int frame);
-    void remote_play();
-    void remote_pause();
-    void remote_stop();
-    void remote_reload();
     void oon_link_failed(const QString &reason);
-    void receiver_quit(QString name);
 
     void oon_open();
     void oon_close();
@@ -127,7 +132,6 @@ public slots:
     void oon_magnifier_on();
     void oon_magnifier_off();
     void oon_movie_size_changed();
-    void oon_cursorHideTimer();
     void oon_about();
     void oon_online_help();
     void oon_save_frame();
@@ -149,8 +153,6 @@ protected:
     void dragEnterEvent(QDragEnterEvent *e) override;
     void dropEvent(QDropEvent *e) override;
     void dragLeaveEvent(QDragLeaveEvent *e) override;
-    void mouseMoveEvent(QMouseEvent *e) override;
-    bool eventFilter(QObject *watched, QEvent *e) override;
 
 private:
     void createActions();
@@ -160,16 +162,16 @@ private:
     // Opens `file` (with `diff` for a difference view) in this window; false when it cannot be read.
     bool openSequence(const QString &file, const QString &diff, const KavriStartupConfig *config);
     void closeLoader();
-    void sendToPartner(kavri::link::Command c, uint32_t argument = 0);
-    // Starts the receiver for the partner's commands on `queue` and shows the window as linked.
-    void listenTo(const QString &queue);
+    void wireParts();
     void updatePlayIcon();
     void updateStatus();
     void updateViewStatus();
-    void endPlaybackForSeek();
-    uint64_t frameCount() const;
-    void seekTo(int64_t frame);
-    void applyEscapeShortcut();
+    // Changes the loader's view (channel, tone, deinterlace, difference view) in one place.
+    void changeView(const std::function<void(KavriLoader::View &)> &edit);
+    // The brightness panel's sliders as the view of a newly opened file sees them.
+    void applyToneOfPanel();
+    void enteredFullScreen();
+    void leftFullScreen();
     // Checks the step's item, fixes the panel to the step's size and so fits the window around it.
     void showAtZoomStep(kavri::view::ZoomStep step);
     std::optional<kavri::view::ZoomStep> checkedZoomStep();
@@ -177,11 +179,7 @@ private:
     void fitToRecordZoom();
     // The largest panel the available screen leaves room for, with this window's menus, bars and frame.
     QSize roomForPanel() const;
-    // Shows the format dialog for the pending record until it is playable or the user gives up.
-    void askForFormat();
-    // The open file when the tools can work on it (a playable file, not standard input), else empty.
-    QString toolInput() const;
-    bool isFullScreenMode() const { return m_fullscreen; }
+    bool isFullScreenMode() const;
 
     KavriStartupConfig m_config;
     std::map<QString, QAction *> m_actions;
@@ -198,21 +196,16 @@ private:
     QLabel *m_statusLabel = nullptr;
     QLabel *m_viewLabel = nullptr; // bit depth, channel and difference view beside the status line
     MRUFList *m_recent = nullptr;
-    QTimer m_cursorHideTimer;
-    bool m_fullscreen = false;
-    bool m_cursorHidden = false;
     QList<QKeySequence> m_fullscreenShortcuts;
     QString m_openFile; // empty when no file is open
     QString m_diffFile;
     KavriLoader *m_loader = nullptr;
-    std::atomic<uint64_t> m_currentFrame{0};
-    bool m_playing = false;
     BrightnessPanel *m_bcg = nullptr;
     QShortcut *m_bcgEscape = nullptr;
-    // The link: up while the sender exists.
-    std::unique_ptr<KavriLinkSender> m_sender;
-    QPointer<KavriReceive> m_receiver;
-    QString m_pendingLink;
+    PlaybackController *m_playback = nullptr;
+    LinkController *m_linkPart = nullptr;
+    FullScreenMode *m_fullScreen = nullptr;
+    std::unique_ptr<SequenceTools> m_tools;
     // Read on the loader thread while it builds the corner texts of a new frame.
     std::atomic<bool> m_deinterlaceOn{false};
     std::atomic<bool> m_diffOpen{false};

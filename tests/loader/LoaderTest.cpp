@@ -68,6 +68,13 @@ protected:
     }
 
     bool waitFrames(uint64_t n) { return owner.waitForFrames(n, kWaitMs); }
+    // The window's way of changing what is shown: read the view, edit it, hand it back.
+    void changeView(const std::function<void(KavriLoader::View &)> &edit)
+    {
+        KavriLoader::View v = loader->view();
+        edit(v);
+        loader->setView(v);
+    }
     bool waitStopped(int n = 1)
     {
         return owner.waitUntil([&] { return owner.stoppedCount() >= n; }, kWaitMs);
@@ -260,6 +267,10 @@ TEST_F(Loader, ReloadRecountsAFileThatGrew)
     ASSERT_TRUE(waitStopped());
     ASSERT_TRUE(waitFrames(4));
     EXPECT_EQ(owner.seen()[3].content, 3u); // the frame shown before the reload
+    EXPECT_EQ(loader->frameCount(), 10u);
+    // The record the GUI owns changes only when the GUI takes the count up.
+    EXPECT_EQ(loader->pendingProps().frameCount, 5u);
+    loader->adoptRecount();
     EXPECT_EQ(loader->pendingProps().frameCount, 10u);
     settle(9);
 }
@@ -279,7 +290,7 @@ TEST_F(Loader, DifferenceViewChoosesTheBufferAndFillsTheMetrics)
                  {0, KavriLoader::Buffer::DiffPicture},
                  {5, KavriLoader::Buffer::DiffPicture}};
     for (const auto &c : cases) {
-        loader->setDiffView(c.view);
+        changeView([&](KavriLoader::View &v) { v.picture.view = c.view; });
         const size_t before = owner.seen().size();
         emit owner.seek(2, false, false);
         ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before; }, kWaitMs));
@@ -313,7 +324,7 @@ TEST_F(Loader, ADifferenceFileThatLostItsFramesDeliversNothing)
     const QString a = dir.write("a.bw", markedFrames(0, 6));
     const QString b = dir.write("b.bw", markedFrames(100, 6));
     open(a, b);
-    loader->setDiffView(1);
+    changeView([](KavriLoader::View &v) { v.picture.view = 1; });
     settle(1);
     ASSERT_TRUE(QFile::resize(b, kFrameBytes * 3 + kFrameBytes / 2)); // frame 3 is cut in half
     emit owner.seek(3, false, false);
@@ -436,7 +447,7 @@ TEST_F(Loader, FramesReadAheadArriveWholeAndInOrderThroughPausesSeeksAndLoops)
     const QString f = dir.write("big.bw", data);
     const QString g = dir.write("big2.bw", data);
     open(f, g, 1000.0, 0, w, h);
-    loader->setDiffView(1); // the first file's own bytes are shown
+    changeView([](KavriLoader::View &v) { v.picture.view = 1; }); // the first file's own bytes are shown
     owner.wholeBytes = bytes;
     ASSERT_EQ(loader->pendingProps().frameCount, 6u);
 
@@ -465,34 +476,58 @@ TEST_F(Loader, FramesReadAheadArriveWholeAndInOrderThroughPausesSeeksAndLoops)
     EXPECT_EQ(std::vector<uint64_t>(got.begin(), got.begin() + long(want.size())), want);
 }
 
-TEST_F(Loader, ChannelSelectionCyclesBothWays)
-{
-    open(dir.write("a.bw", markedFrames(0, 3)));
-    std::vector<int32_t> forward, backward;
-    for (int i = 0; i < 5; ++i) {
-        loader->oon_next_channel();
-        forward.push_back(loader->channelSelection());
-    }
-    for (int i = 0; i < 5; ++i) {
-        loader->oon_prev_channel();
-        backward.push_back(loader->channelSelection());
-    }
-    EXPECT_EQ(forward, (std::vector<int32_t>{1, 2, 3, 0, 1}));
-    EXPECT_EQ(backward, (std::vector<int32_t>{0, 3, 2, 1, 0}));
-}
-
+// A view change while paused converts the frame the loader holds again: the same frame comes back, with
+// the same samples, and nothing is read from the file.
 TEST_F(Loader, ViewChangesShowTheCurrentFrameAgainWhenNotPlaying)
 {
     open(dir.write("a.bw", markedFrames(0, 8)));
     settle(5);
     const size_t before = owner.seen().size();
-    loader->oon_next_channel();
+    changeView([](KavriLoader::View &v) { v.picture.channel = 1; });
     ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before; }, kWaitMs));
     EXPECT_EQ(owner.seen().back().content, 5u);
-    loader->setDeinterlace(true);
-    EXPECT_TRUE(loader->pendingProps().interlaced);
+    EXPECT_EQ(owner.seen().back().index, 5u);
+    EXPECT_EQ(loader->channelSelection(), 1);
+    changeView([](KavriLoader::View &v) { v.deinterlace = true; });
+    EXPECT_TRUE(loader->pendingProps().interlaced) << "a remembered record keeps the switch";
+    EXPECT_TRUE(loader->deinterlace());
     ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before + 1; }, kWaitMs));
     EXPECT_EQ(owner.seen().back().content, 5u);
+    // The next step reads on from where the file was, not from a frame read again.
+    emit owner.seek(6, false, false);
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before + 2; }, kWaitMs));
+    EXPECT_EQ(owner.seen().back().content, 6u);
+}
+
+// The tone sliders act on the file's own picture; while the difference is shown the contrast slider
+// moves the difference gain and brightness and gamma wait for the file's picture to come back.
+TEST(ToneSliders, FollowWhatIsShown)
+{
+    const struct {
+        const char *name;
+        bool second;
+        int32_t view;
+        kavri::ToneSlider slider;
+        int32_t brightness, contrast, gamma, differenceContrast;
+    } cases[] = {
+        {"own picture brightness", false, 0, kavri::ToneSlider::Brightness, 40, 0, 256, 0},
+        {"own picture contrast", false, 0, kavri::ToneSlider::Contrast, 0, 40, 256, 0},
+        {"own picture gamma", false, 0, kavri::ToneSlider::Gamma, 0, 0, 40, 0},
+        {"difference contrast", true, 0, kavri::ToneSlider::Contrast, 0, 0, 256, 40},
+        {"difference brightness", true, 0, kavri::ToneSlider::Brightness, 0, 0, 256, 0},
+        {"difference gamma", true, 3, kavri::ToneSlider::Gamma, 0, 0, 256, 0},
+        {"first file of a pair", true, 1, kavri::ToneSlider::Contrast, 0, 40, 256, 0},
+        {"second file of a pair", true, 2, kavri::ToneSlider::Brightness, 40, 0, 256, 0},
+    };
+    for (const auto &c : cases) {
+        kavri::ViewSettings v;
+        v.view = c.view;
+        kavri::moveToneSlider(v, c.second, c.slider, 40);
+        EXPECT_EQ(v.brightness, c.brightness) << c.name;
+        EXPECT_EQ(v.contrast, c.contrast) << c.name;
+        EXPECT_EQ(v.gamma, c.gamma) << c.name;
+        EXPECT_EQ(v.differenceContrast, c.differenceContrast) << c.name;
+    }
 }
 
 TEST_F(Loader, NativeReadoutRejectsCoordinatesOutsideThePicture)
@@ -546,6 +581,32 @@ TEST_F(Loader, StandardInputThroughAPipeEndsWithStopped)
         EXPECT_EQ(s[i].index, i);
         EXPECT_EQ(s[i].content, i); // the partial frame is shown with the bytes it has
     }
+    close();
+    ::close(fds[0]);
+}
+
+// Standard input cannot be read twice: a view change while paused converts the frame already read, and
+// the next frame read is the one after it in the stream.
+TEST_F(Loader, StandardInputShowsAViewChangeWhilePaused)
+{
+    int fds[2];
+    ASSERT_EQ(::pipe(fds), 0);
+    open(QStringLiteral("-"), {}, 1000.0, fds[0]);
+    const QByteArray first = markedFrame(0);
+    ASSERT_EQ(::write(fds[1], first.constData(), size_t(first.size())), first.size());
+    emit owner.seek(0, false, false);
+    ASSERT_TRUE(waitFrames(1));
+    const size_t before = owner.seen().size();
+    changeView([](KavriLoader::View &v) { v.picture.channel = 2; });
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before; }, kWaitMs)) << "the change was not shown";
+    EXPECT_EQ(owner.seen().back().content, 0u);
+    EXPECT_EQ(owner.seen().back().index, 0u);
+    const QByteArray second = markedFrame(1);
+    ASSERT_EQ(::write(fds[1], second.constData(), size_t(second.size())), second.size());
+    emit owner.seek(1, false, false);
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before + 1; }, kWaitMs));
+    EXPECT_EQ(owner.seen().back().content, 1u);
+    ::close(fds[1]);
     close();
     ::close(fds[0]);
 }
