@@ -28,13 +28,14 @@ bool built(std::string_view name)
 // A CPU with every x86-64 instruction set the dispatch knows, written out here on purpose rather than
 // taken from the build's lists, so a set missing from a list shows.
 const std::vector<std::string_view> kEverything = {
-    "cmov",     "mmx",      "sse",      "sse2",       "sse3",        "ssse3",      "sse4.1",       "sse4.2",
-    "sse4a",    "popcnt",   "aes",      "pclmul",     "avx",         "avx2",       "fma",          "bmi",
-    "bmi2",     "avx512f",  "avx512bw", "avx512vl",   "avx512dq",    "avx512cd",   "avx512vbmi",   "avx512vbmi2",
-    "avx512ifma", "avx512vnni", "avx512bitalg", "avx512vpopcntdq", "gfni", "vpclmulqdq",
+    "cmov",     "mmx",        "sse",         "sse2",       "sse3",       "ssse3",        "sse4.1",
+    "sse4.2",   "sse4a",      "popcnt",      "aes",        "pclmul",     "avx",          "avx2",
+    "fma",      "bmi",        "bmi2",        "avx512f",    "avx512bw",   "avx512vl",     "avx512dq",
+    "avx512cd", "avx512vbmi", "avx512vbmi2", "avx512ifma", "avx512vnni", "avx512bitalg", "avx512vpopcntdq",
+    "gfni",     "vpclmulqdq",
 };
-const std::vector<std::string_view> kAvx512 = {"avx512f",    "avx512bw",   "avx512vl",     "avx512dq",
-                                               "avx512cd",   "avx512vbmi", "avx512vbmi2",  "avx512ifma",
+const std::vector<std::string_view> kAvx512 = {"avx512f",    "avx512bw",     "avx512vl",       "avx512dq",
+                                               "avx512cd",   "avx512vbmi",   "avx512vbmi2",    "avx512ifma",
                                                "avx512vnni", "avx512bitalg", "avx512vpopcntdq"};
 
 CpuFeatures allBut(std::vector<std::string_view> without)
@@ -85,8 +86,8 @@ TEST(KernelDispatch, EachSetOnlyWhereTheCpuHasEveryInstructionSetOfItsFile)
         {"nothing known", {}, "", "portable"},
         // Sets the choice does not need: a CPU without them still gets the fastest set.
         {"without BMI1, CD and the newer AVX-512 parts",
-         allBut({"bmi", "avx512cd", "avx512vbmi2", "avx512ifma", "avx512vnni", "avx512bitalg", "avx512vpopcntdq"}),
-         "", "avx512"},
+         allBut({"bmi", "avx512cd", "avx512vbmi2", "avx512ifma", "avx512vnni", "avx512bitalg", "avx512vpopcntdq"}), "",
+         "avx512"},
         // KAVRI_KERNELS: honoured where the set can run, otherwise the automatic choice.
         {"every set", allBut({}), "portable", "portable"},
         {"every set", allBut({}), "avx2", "avx2"},
@@ -117,16 +118,17 @@ TEST(KernelDispatch, ChoiceRuleOnMadeUpSets)
         const char *expected;
     };
     const std::vector<Case> cases = {
-        {{"a", "b", "c"}, "", "wide"},        {{"a", "b"}, "", "narrow"},     {{"b", "c"}, "", "portable"},
-        {{}, "", "portable"},                 {{"a", "b", "c"}, "narrow", "narrow"},
-        {{"a", "b"}, "wide", "narrow"},       {{"b", "c"}, "narrow", "portable"},
-        {{"a", "b", "c"}, "portable", "portable"},
+        {{"a", "b", "c"}, "", "wide"},         {{"a", "b"}, "", "narrow"},
+        {{"b", "c"}, "", "portable"},          {{}, "", "portable"},
+        {{"a", "b", "c"}, "narrow", "narrow"}, {{"a", "b"}, "wide", "narrow"},
+        {{"b", "c"}, "narrow", "portable"},    {{"a", "b", "c"}, "portable", "portable"},
         {{"a", "b", "c"}, "none", "wide"},
     };
     for (const Case &c : cases) {
         std::string cpu;
         for (const std::string &f : c.cpu) cpu += f + " ";
-        EXPECT_EQ(chooseKernelSet(sets, c.cpu, c.forced), std::string_view(c.expected)) << "cpu { " << cpu << "} forced " << c.forced;
+        EXPECT_EQ(chooseKernelSet(sets, c.cpu, c.forced), std::string_view(c.expected))
+            << "cpu { " << cpu << "} forced " << c.forced;
     }
     EXPECT_EQ(chooseKernelSet({}, {"a"}, "wide"), "portable");
     EXPECT_EQ(missingFeatures(sets[0], {"b"}), (std::vector<std::string_view>{"a", "c"}));
@@ -141,7 +143,8 @@ TEST(KernelDispatch, CompileCommandsMatchTheLists)
     if (builtKernelSets().empty()) GTEST_SKIP() << "this build has no faster kernel sets";
     QFile file(QStringLiteral(KAVRI_COMPILE_COMMANDS));
     if (!file.open(QIODevice::ReadOnly))
-        GTEST_SKIP() << "no compile commands at " << KAVRI_COMPILE_COMMANDS << " (a generator that does not write them)";
+        GTEST_SKIP() << "no compile commands at " << KAVRI_COMPILE_COMMANDS
+                     << " (a generator that does not write them)";
     const QJsonArray commands = QJsonDocument::fromJson(file.readAll()).array();
     ASSERT_FALSE(commands.isEmpty());
 
@@ -219,8 +222,9 @@ TEST(KernelDispatch, RunningProcessFollowsTheRule)
         if (byName) {
             EXPECT_EQ(byName->name, name);
         }
-        if (!runs) std::printf("note: %.*s kernels unavailable here: %s\n", int(name.size()), name.data(),
-                               kernelSetRefusal(name).c_str());
+        if (!runs)
+            std::printf("note: %.*s kernels unavailable here: %s\n", int(name.size()), name.data(),
+                        kernelSetRefusal(name).c_str());
     }
     const char *forced = std::getenv("KAVRI_KERNELS");
     EXPECT_EQ(bestKernels().name, chooseKernelSet(builtKernelSets(), runningCpuFeatures(), forced ? forced : ""));
