@@ -234,6 +234,7 @@ TEST(KernelDispatch, RunningProcessFollowsTheRule)
 // anew), which reports the set in use on its standard error.
 TEST(KernelDispatch, ForcedSetIsUsedOnlyWhereItCanRun)
 {
+    const std::string style = GTEST_FLAG_GET(death_test_style);
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (const char *forced : {"portable", "avx2", "avx512", "sse9"}) {
         const std::string expected(chooseKernelSet(builtKernelSets(), runningCpuFeatures(), forced));
@@ -256,4 +257,5 @@ TEST(KernelDispatch, ForcedSetIsUsedOnlyWhereItCanRun)
                 << "a refused choice is reported";
         }
     }
+    GTEST_FLAG_SET(death_test_style, style);
 }
