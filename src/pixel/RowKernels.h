@@ -65,13 +65,14 @@ struct KernelSet {
 };
 
 // The portable set (the reference every other set is tested against) and, on x86-64 builds, the
-// sets compiled for AVX2 and AVX-512; null where the build does not have them.
+// sets compiled for AVX2 and AVX-512; null where the build does not have them or the running CPU lacks
+// any instruction set their files are compiled for (see KernelDispatch.h).
 const KernelSet &portableKernels();
 const KernelSet *avx2Kernels();
 const KernelSet *avx512Kernels();
-// The fastest set the running CPU supports.
+// The fastest set the running CPU can run, or the one KAVRI_KERNELS names if the CPU can run it.
 const KernelSet &bestKernels();
-// Looks a set up by name ("portable", "avx2", "avx512"); null when it is absent or the CPU lacks it.
+// Looks a set up by name ("portable", "avx2", "avx512"); null when it is absent or the CPU cannot run it.
 const KernelSet *kernelsByName(const char *name);
 
 } // namespace kavri::pixel
