@@ -19,7 +19,8 @@ extern "C" void onStopSignal(int sig)
 }
 
 constexpr int kSignals[] = {
-    SIGINT, SIGTERM,
+    SIGINT,
+    SIGTERM,
 #ifdef Q_OS_UNIX
     SIGHUP,
 #endif
