@@ -2,6 +2,7 @@
 #include "cli/Commands.h"
 #include "cli/Json.h"
 #include "cli/SequenceOptions.h"
+#include "cli/StopSignals.h"
 #include "formats/StreamPath.h"
 #include "tools/SequenceCopy.h"
 #include "tools/SequenceNames.h"
@@ -38,13 +39,25 @@ bool openForTool(Context &ctx, OpenedSequence &seq, QString &file, int &rc)
     return true;
 }
 
-int printCopy(Context &ctx, const QString &file, const QString &output, const tools::CopyJob &job,
-              const tools::CopyResult &r, const VideoProps &p)
+// Runs the copy with Ctrl-C (and TERM, HUP) turned into a cancel, so that an interrupted copy removes its
+// temporary file like the player's Cancel does; it then ends as an interrupted program would.
+int copyAndPrint(Context &ctx, const QString &file, const tools::CopyJob &job, const VideoProps &p)
 {
+    tools::CopyResult r;
+    int interrupted = 0;
+    {
+        StopSignals stop;
+        r = tools::copyFrames(job, {}, stop.flag());
+        if (r.cancelled) interrupted = stop.exitStatus();
+    }
+    if (interrupted != 0) {
+        ctx.fail(QStringLiteral("interrupted; '%1' was not written").arg(QDir::toNativeSeparators(job.output)));
+        return interrupted;
+    }
     if (!r.ok) return ctx.fail(r.error);
     JsonObject o;
     o.add("file", file)
-        .add("output", output)
+        .add("output", job.output)
         .add("first", job.first)
         .add("last", job.last)
         .add("reversed", job.reverse)
@@ -79,7 +92,7 @@ int runExtract(Context &ctx)
         ctx.args.has("--output") ? ctx.args.value("--output") : tools::proposedExtractName(p, uint64_t(from), last);
     const tools::CopyJob job =
         tools::extractJob(file, out, p.frameBytes, p.headerBytes, uint64_t(from), last, ctx.args.has("--force"));
-    return printCopy(ctx, file, job.output, job, tools::copyFrames(job), p);
+    return copyAndPrint(ctx, file, job, p);
 }
 
 int runReverse(Context &ctx)
@@ -93,7 +106,7 @@ int runReverse(Context &ctx)
     // Playable, so at least one frame.
     const tools::CopyJob job =
         tools::reverseJob(file, out, p.frameBytes, p.headerBytes, p.frameCount, ctx.args.has("--force"));
-    return printCopy(ctx, file, job.output, job, tools::copyFrames(job), p);
+    return copyAndPrint(ctx, file, job, p);
 }
 
 int runNormalize(Context &ctx)

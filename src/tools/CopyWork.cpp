@@ -10,14 +10,29 @@ CopyWork::CopyWork(const CopyJob &job) : m_job(job)
 
 void CopyWork::run()
 {
-    if (m_job.frameBytes == 0 || m_job.first > m_job.last) {
+    if (m_cancel.load()) {
+        m_result.cancelled = true;
+        m_result.error = QStringLiteral("cancelled before it started");
+    } else if (m_job.frameBytes == 0 || m_job.first > m_job.last) {
         m_result.error = QStringLiteral("the file holds no frame to copy");
     } else {
-        m_result = kavri::tools::copyFrames(m_job, [this](int percent) { emit status(percent); });
+        m_result = kavri::tools::copyFrames(
+            m_job, [this](int percent) { emit status(percent); }, &m_cancel);
     }
+    m_frames.store(m_result.framesWritten);
+    m_cancelled.store(m_result.cancelled);
     m_ok.store(m_result.ok);
     emit status(100);
-    m_finished.store(true);
+    // The last touch of this object: an owner that abandoned it meanwhile left the deleting to us.
+    int expected = Pending;
+    if (!m_state.compare_exchange_strong(expected, Finished)) deleteLater();
+}
+
+void CopyWork::abandon()
+{
+    cancel();
+    int expected = Pending;
+    if (!m_state.compare_exchange_strong(expected, Abandoned)) delete this; // run() has finished
 }
 
 QString CopyWork::errorText() const { return m_result.error; }

@@ -1,5 +1,6 @@
 // The extraction and reversal as pool jobs: they run copyFrames on the application's global thread pool
-// and report progress in percent through status(int); 100 comes last, once the result is known.
+// and report progress in percent through status(int); 100 comes last, once the result is known. A job
+// can be cancelled from any thread; it then stops before its next chunk and leaves nothing behind.
 #pragma once
 
 #include "tools/SequenceCopy.h"
@@ -14,21 +15,37 @@ public:
     explicit CopyWork(const kavri::tools::CopyJob &job);
 
     void run() override;
+    // Asks the job to stop; a job that has not started yet stops before touching any file.
+    void cancel() { m_cancel.store(true); }
+    bool cancelRequested() const { return m_cancel.load(); }
     // Valid once status(100) was emitted.
     bool succeeded() const { return m_ok.load(); }
+    bool wasCancelled() const { return m_cancelled.load(); }
+    uint64_t framesWritten() const { return m_frames.load(); }
     QString errorText() const;
-    // True once run() has returned its last use of this object (owners wait for it before deleting).
-    bool hasFinished() const { return m_finished.load(); }
+    // True once run() has returned its last use of this object.
+    bool hasFinished() const { return m_state.load() == Finished; }
     const kavri::tools::CopyJob &job() const { return m_job; }
+
+    // Hands the object over to itself, for an owner that goes away without waiting for the disk: the job
+    // is cancelled, and the object is deleted at once when run() has finished, otherwise by the owning
+    // thread's event loop as soon as run() ends. The caller must not use the pointer afterwards, and
+    // must first take a job that was never started back from its pool (QThreadPool::tryTake).
+    void abandon();
 
 signals:
     void status(int percent);
 
 private:
+    enum State { Pending, Finished, Abandoned };
+
     kavri::tools::CopyJob m_job;
     kavri::tools::CopyResult m_result;
+    std::atomic<bool> m_cancel{false};
     std::atomic<bool> m_ok{false};
-    std::atomic<bool> m_finished{false};
+    std::atomic<bool> m_cancelled{false};
+    std::atomic<uint64_t> m_frames{0};
+    std::atomic<int> m_state{Pending};
 };
 
 // Copies the inclusive range first..last of the input.

@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -123,7 +124,7 @@ bool fitRange(uint64_t frames, uint64_t first, uint64_t requestedLast, uint64_t 
     return true;
 }
 
-CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress)
+CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress, const std::atomic<bool> *cancel)
 {
     CopyResult r;
     auto failed = [&r](const QString &why) {
@@ -131,6 +132,12 @@ CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress)
         r.error = why;
         return r;
     };
+    auto stopRequested = [cancel] { return cancel != nullptr && cancel->load(); };
+    auto stopped = [&] {
+        r.cancelled = true;
+        return failed(QStringLiteral("cancelled; '%1' was not written").arg(shown(job.output)));
+    };
+    if (stopRequested()) return stopped();
     if (job.frameBytes == 0) return failed(QStringLiteral("the frame size is 0"));
     if (job.first > job.last) return failed(QStringLiteral("the frame range is empty"));
     if (const QString why = checkOutput(job.input, job.output, job.overwrite); !why.isEmpty()) return failed(why);
@@ -146,14 +153,17 @@ CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress)
                           .arg(job.last));
 
     // Written beside the output and renamed into place by commit(): until then the output name shows
-    // nothing (or the old file), whatever happens.
+    // nothing (or the old file), whatever happens; cancelWriting() removes the temporary file.
     QSaveFile out(job.output);
     out.setDirectWriteFallback(false);
     if (!out.open(QIODevice::WriteOnly))
         return failed(QStringLiteral("cannot write '%1': %2").arg(shown(job.output), out.errorString()));
 
     const uint64_t total = job.last - job.first + 1;
-    std::unique_ptr<char[]> buffer(new char[job.frameBytes]);
+    const uint64_t totalBytes = total * uint64_t(job.frameBytes);
+    const uint32_t chunk = std::min(job.frameBytes, kCopyChunkBytes);
+    std::unique_ptr<char[]> buffer(new char[chunk]);
+    uint64_t bytesDone = 0;
     int lastPercent = -1;
     for (uint64_t i = 0; i < total; ++i) {
         const uint64_t k = job.reverse ? job.last - i : job.first + i;
@@ -162,23 +172,37 @@ CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress)
             out.cancelWriting();
             return failed(QStringLiteral("cannot seek to frame %1 of '%2'").arg(k).arg(shown(job.input)));
         }
-        const qint64 got = in.read(buffer.get(), job.frameBytes);
-        if (got != qint64(job.frameBytes)) {
-            out.cancelWriting();
-            return failed(QStringLiteral("'%1' ended inside frame %2 (the file is shorter than its format claims)")
-                              .arg(shown(job.input))
-                              .arg(k));
-        }
-        errno = 0;
-        if (out.write(buffer.get(), job.frameBytes) != qint64(job.frameBytes)) {
-            const QString why = writeFailure(out, errno);
-            out.cancelWriting();
-            return failed(QStringLiteral("writing '%1' failed: %2").arg(shown(job.output), why));
+        for (uint32_t at = 0; at < job.frameBytes;) {
+            if (stopRequested()) {
+                out.cancelWriting();
+                return stopped();
+            }
+            const uint32_t n = std::min(chunk, job.frameBytes - at);
+            if (in.read(buffer.get(), n) != qint64(n)) {
+                out.cancelWriting();
+                return failed(QStringLiteral("'%1' ended inside frame %2 (the file is shorter than its format claims)")
+                                  .arg(shown(job.input))
+                                  .arg(k));
+            }
+            errno = 0;
+            if (out.write(buffer.get(), n) != qint64(n)) {
+                const QString why = writeFailure(out, errno);
+                out.cancelWriting();
+                return failed(QStringLiteral("writing '%1' failed: %2").arg(shown(job.output), why));
+            }
+            at += n;
+            bytesDone += n;
+            // Far from overflowing: 100 times the largest file a system holds fits in 64 bits.
+            const int percent = int(double(bytesDone) * 100.0 / double(totalBytes));
+            if (progress && percent != lastPercent && percent < 100) progress(percent);
+            lastPercent = percent;
         }
         r.framesWritten = i + 1;
-        const int percent = int(uint64_t(100) * r.framesWritten / total);
-        if (progress && percent != lastPercent && percent < 100) progress(percent);
-        lastPercent = percent;
+    }
+    // A cancel that comes after the last chunk still keeps the output from appearing.
+    if (stopRequested()) {
+        out.cancelWriting();
+        return stopped();
     }
     // A file may have appeared under the output name while we wrote; it is kept unless replacing was asked.
     if (!job.overwrite && anythingAt(job.output)) {

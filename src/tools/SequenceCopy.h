@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QString>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 
@@ -29,12 +30,17 @@ CopyJob reverseJob(const QString &input, const QString &output, uint32_t frameBy
 
 struct CopyResult {
     bool ok = false;
+    bool cancelled = false; // stopped on request (error says so); nothing was left behind
     uint64_t framesWritten = 0;
     QString error; // one line, empty on success
 };
 
-// Called with the progress in percent (0..99) whenever it changes; 100 is left to the caller, which
-// reports it once the result is known.
+// The most a copy reads or writes at once. A cancel is seen between chunks, so it never waits for more
+// than one chunk of disk work, and a frame of any size needs no more memory than this.
+inline constexpr uint32_t kCopyChunkBytes = 4u << 20;
+
+// Called with the progress in percent (0..99, by bytes written) whenever it changes; 100 is left to the
+// caller, which reports it once the result is known.
 using ProgressFn = std::function<void(int)>;
 
 // Whole frames after the header in the file as it is now (0 when it cannot be read).
@@ -53,10 +59,12 @@ QString checkOutput(const QString &input, const QString &output, bool overwrite)
 // last frame (`clamped` set). first > last is refused.
 bool fitRange(uint64_t frames, uint64_t first, uint64_t requestedLast, uint64_t &last, bool &clamped, QString &error);
 
-// The one implementation of extraction and reversal. Reads the input frame by frame into a buffer of one
-// frame, writes into a temporary file beside the output and renames it into place only when every frame
-// was read and written. On failure nothing is left under the output name (an existing file there is kept).
-CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress = {});
+// The one implementation of extraction and reversal. Reads the input in chunks of at most kCopyChunkBytes,
+// writes into a temporary file beside the output and renames it into place only when every frame was read
+// and written. On failure nothing is left under the output name (an existing file there is kept) and the
+// temporary file is removed. `cancel`, when given, may be set from any thread (or a signal handler): the
+// copy stops before its next chunk, or before the rename, and reports `cancelled` with nothing left behind.
+CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress = {}, const std::atomic<bool> *cancel = nullptr);
 
 // Renames `from` to `to` without ever replacing an existing file, and within `from`'s folder unless
 // `allowOtherFolder`. Empty on success, otherwise the reason.

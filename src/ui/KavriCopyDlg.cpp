@@ -17,10 +17,11 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSpinBox>
-#include <QThread>
 #include <QThreadPool>
 #include <QVBoxLayout>
+#include <algorithm>
 #include <climits>
+#include <utility>
 
 namespace {
 
@@ -30,12 +31,20 @@ int spinValue(uint64_t v) { return int(std::min<uint64_t>(v, uint64_t(INT_MAX)))
 
 KavriCopyDlg::KavriCopyDlg(const VideoProps &props, QWidget *parent) : QDialog(parent), m_props(props) {}
 
-KavriCopyDlg::~KavriCopyDlg()
+KavriCopyDlg::~KavriCopyDlg() { dropWork(); }
+
+void KavriCopyDlg::dropWork()
 {
-    if (!m_work || m_finished) return;
-    // The dialog owns the worker: one still queued is taken back, a running one is waited for.
-    if (QThreadPool::globalInstance()->tryTake(m_work.get())) return;
-    while (!m_work->hasFinished()) QThread::msleep(2);
+    if (!m_work) return;
+    CopyWork *work = std::exchange(m_work, nullptr);
+    disconnect(work, nullptr, this, nullptr);
+    // A job still queued is taken back and deleted here; a running one is cancelled and deletes itself
+    // when it has stopped, so that the GUI thread never waits for the disk.
+    if (QThreadPool::globalInstance()->tryTake(work)) {
+        delete work;
+        return;
+    }
+    work->abandon();
 }
 
 void KavriCopyDlg::addCommonControls(QBoxLayout *layout)
@@ -49,14 +58,45 @@ void KavriCopyDlg::addCommonControls(QBoxLayout *layout)
     m_ok->setDefault(true);
     m_cancel = new QPushButton(QStringLiteral("Cancel"), this);
     m_cancel->setObjectName(QStringLiteral("cancelButton"));
+    // Cancel stays usable while a job runs and takes the focus from the disabled controls then; a second
+    // Enter must not cancel the job that the first one started.
+    m_cancel->setAutoDefault(false);
     auto *row = new QHBoxLayout;
     row->addWidget(m_progress, 1);
     row->addWidget(m_ok);
     row->addWidget(m_cancel);
     layout->addLayout(row);
+    m_status = new QLabel(this);
+    m_status->setObjectName(QStringLiteral("statusLabel"));
+    m_status->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_status->setWordWrap(true);
+    m_status->hide();
+    layout->addWidget(m_status);
     connect(m_ok, &QPushButton::clicked, this, &KavriCopyDlg::accept);
     connect(m_cancel, &QPushButton::clicked, this, &KavriCopyDlg::reject);
     connect(m_fileButton, &QPushButton::clicked, this, &KavriCopyDlg::oon_choose_file);
+}
+
+QString KavriCopyDlg::statusText() const { return m_status ? m_status->text() : QString(); }
+
+QString KavriCopyDlg::writtenText(uint64_t frames, const QString &path)
+{
+    const QString shown = QDir::toNativeSeparators(path);
+    if (frames == 1) return QStringLiteral("Wrote 1 frame to %1").arg(shown);
+    return QStringLiteral("Wrote %1 frames to %2").arg(frames).arg(shown);
+}
+
+void KavriCopyDlg::setStatusText(const QString &text)
+{
+    m_status->setText(text);
+    m_status->setVisible(!text.isEmpty());
+}
+
+void KavriCopyDlg::setControlsEnabled(bool on)
+{
+    setInputsEnabled(on);
+    m_fileButton->setEnabled(on);
+    m_ok->setEnabled(on);
 }
 
 void KavriCopyDlg::setOutputPath(const QString &path)
@@ -87,7 +127,7 @@ void KavriCopyDlg::oon_choose_file()
 void KavriCopyDlg::accept()
 {
     if (isRunning()) return;
-    if (m_finished) {
+    if (m_state == State::Done) {
         QDialog::accept();
         return;
     }
@@ -110,42 +150,69 @@ void KavriCopyDlg::accept()
         showFailure(this, why);
         return;
     }
-    m_work.reset(makeWork(overwrite));
-    m_finished = false;
-    connect(m_work.get(), &CopyWork::status, this, &KavriCopyDlg::oon_status, Qt::QueuedConnection);
-    setInputsEnabled(false);
-    m_fileButton->setEnabled(false);
-    m_ok->setEnabled(false);
-    m_cancel->setEnabled(false);
+    dropWork();
+    m_work = makeWork(overwrite);
+    m_state = State::Running;
+    connect(m_work, &CopyWork::status, this, &KavriCopyDlg::oon_status, Qt::QueuedConnection);
+    setControlsEnabled(false);
+    m_cancel->setEnabled(true);
     m_progress->setValue(0);
-    QThreadPool::globalInstance()->start(m_work.get());
+    setStatusText(QString());
+    QThreadPool::globalInstance()->start(m_work);
 }
 
 void KavriCopyDlg::reject()
 {
-    // The copy cannot be stopped half-way without leaving the user unsure what was written; it is short
-    // and leaves nothing behind on failure, so the dialog stays until it ends.
-    if (isRunning()) return;
-    QDialog::reject();
+    if (m_state == State::Cancelling) return;
+    if (m_state != State::Running) {
+        QDialog::reject();
+        return;
+    }
+    // The job stops before its next chunk and removes what it wrote; the dialog closes once it reports
+    // back, so nothing is still being written (or removed) when the dialog is gone.
+    m_work->cancel();
+    if (QThreadPool::globalInstance()->tryTake(m_work)) {
+        // Never started: nothing was written.
+        delete std::exchange(m_work, nullptr);
+        m_state = State::Idle;
+        setControlsEnabled(true);
+        QDialog::reject();
+        return;
+    }
+    m_state = State::Cancelling;
+    m_cancel->setEnabled(false);
+    setStatusText(QStringLiteral("Cancelling ..."));
 }
 
 void KavriCopyDlg::oon_status(int percent)
 {
+    if (!isRunning() || !m_work) return;
     m_progress->setValue(std::clamp(percent, 0, 100));
-    if (percent < 100 || !m_work) return;
-    m_finished = true;
-    if (m_work->succeeded()) {
-        QDialog::accept();
+    if (percent < 100) return;
+    const bool ok = m_work->succeeded();
+    const bool cancelled = m_work->wasCancelled();
+    const uint64_t frames = m_work->framesWritten();
+    const QString written = m_work->job().output;
+    const QString detail = m_work->errorText();
+    dropWork();
+    if (ok) {
+        // Even when a cancel came too late to stop it, the file is there, and the dialog says so.
+        m_state = State::Done;
+        setStatusText(writtenText(frames, written));
+        m_cancel->setEnabled(false);
+        m_ok->setEnabled(true);
+        m_ok->setFocus();
         return;
     }
-    const QString detail = m_work->errorText();
-    m_work.reset();
-    m_finished = false;
-    setInputsEnabled(true);
-    m_fileButton->setEnabled(true);
-    m_ok->setEnabled(true);
+    m_state = State::Idle;
+    setControlsEnabled(true);
     m_cancel->setEnabled(true);
     m_progress->setValue(0);
+    setStatusText(QString());
+    if (cancelled) {
+        QDialog::reject();
+        return;
+    }
     showFailure(this, detail);
 }
 

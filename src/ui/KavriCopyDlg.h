@@ -1,11 +1,12 @@
 // "Extract Video" and "Reverse Video": write a frame range, or all frames in reverse order, of the open
-// file to a new file on the global thread pool, with a progress bar.
+// file to a new file on the global thread pool, with a progress bar. Cancel (or Esc, or closing the
+// dialog) stops a running job, which leaves nothing behind, and closes the dialog once the job has
+// stopped; a finished job says what it wrote, and OK then closes the dialog.
 #pragma once
 
 #include "formats/VideoProps.h"
 
 #include <QDialog>
-#include <memory>
 
 class CopyWork;
 class QLabel;
@@ -23,7 +24,14 @@ public:
 
     QString outputPath() const { return m_output; }
     void setOutputPath(const QString &path);
-    bool isRunning() const { return m_work != nullptr && !m_finished; }
+    // From OK until the job has stopped, also while a cancel is awaited.
+    bool isRunning() const { return m_state == State::Running || m_state == State::Cancelling; }
+    // The line below the progress bar: "Cancelling ..." while a cancel is awaited, and what was written
+    // once the job succeeded; empty otherwise.
+    QString statusText() const;
+
+    // The sentence that confirms a finished job.
+    static QString writtenText(uint64_t frames, const QString &path);
 
     // The failure box the dialogs show; `detail` goes behind "Show Details...".
     static void showFailure(QWidget *parent, const QString &detail);
@@ -50,9 +58,17 @@ protected:
     QPushButton *m_cancel = nullptr;
 
 private:
+    enum class State { Idle, Running, Cancelling, Done };
+
+    void setStatusText(const QString &text);
+    void setControlsEnabled(bool on);
+    // Lets go of the job without waiting for it (see CopyWork::abandon).
+    void dropWork();
+
     QString m_output;
-    std::unique_ptr<CopyWork> m_work;
-    bool m_finished = false;
+    QLabel *m_status = nullptr;
+    CopyWork *m_work = nullptr;
+    State m_state = State::Idle;
 };
 
 class KavriExtractDlg : public KavriCopyDlg {

@@ -1,10 +1,15 @@
 #include "cli/CliTestSupport.h"
+#include "cli/StopSignals.h"
 #include "support/TempFiles.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <gtest/gtest.h>
+
+#ifdef Q_OS_UNIX
+#include <csignal>
+#endif
 
 using kavri::test::runCli;
 using kavri::test::TempDir;
@@ -111,3 +116,47 @@ TEST(NormalizeCommand, DryRunThenRenameThenNeverOverwrite)
     EXPECT_EQ(readAll(again), QByteArray("other"));
     EXPECT_EQ(readAll(to), lumaFrames(0, 2));
 }
+
+#ifdef Q_OS_UNIX
+namespace {
+
+volatile std::sig_atomic_t g_handlerHits = 0;
+extern "C" void countingHandler(int) { g_handlerHits = g_handlerHits + 1; }
+
+} // namespace
+
+// While a copy runs, Ctrl-C, TERM and HUP only ask it to stop (it then removes its temporary file, and
+// the command ends with 128 + the signal); before and after, whatever handled them before does again.
+TEST(StopSignals, TurnTheSignalIntoAStopAndPutTheOldHandlerBack)
+{
+    TempDir dir;
+    const QString in = dir.write("clip.bin", lumaFrames(0, 3));
+    for (int sig : {SIGINT, SIGTERM, SIGHUP}) {
+        SCOPED_TRACE(sig);
+        struct sigaction mine {
+        }, saved{};
+        mine.sa_handler = countingHandler;
+        sigemptyset(&mine.sa_mask);
+        ASSERT_EQ(::sigaction(sig, &mine, &saved), 0);
+        g_handlerHits = 0;
+        {
+            kavri::cli::StopSignals stop;
+            EXPECT_FALSE(stop.flag()->load());
+            EXPECT_EQ(stop.signalNumber(), 0);
+            ASSERT_EQ(::raise(sig), 0); // delivered to this thread before raise() returns
+            EXPECT_TRUE(stop.flag()->load());
+            EXPECT_EQ(stop.signalNumber(), sig);
+            EXPECT_EQ(stop.exitStatus(), 128 + sig);
+            EXPECT_EQ(g_handlerHits, 0);
+        }
+        ASSERT_EQ(::raise(sig), 0);
+        EXPECT_EQ(g_handlerHits, 1) << "the previous handler is back";
+        // A whole command puts it back too.
+        const auto r = runCli(QStringList{"reverse"} + kFormat + QStringList{in, "-o", dir.path("rev.bin"), "--force"});
+        EXPECT_EQ(r.rc, 0) << r.err.toStdString();
+        ASSERT_EQ(::raise(sig), 0);
+        EXPECT_EQ(g_handlerHits, 2) << "the command left its handler behind";
+        ::sigaction(sig, &saved, nullptr);
+    }
+}
+#endif

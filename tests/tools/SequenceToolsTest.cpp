@@ -1,6 +1,7 @@
 #include "formats/FormatDetector.h"
 #include "formats/FormatNames.h"
 #include "support/TempFiles.h"
+#include "support/WorkGate.h"
 #include "tools/CopyWork.h"
 #include "tools/SequenceCopy.h"
 #include "tools/SequenceNames.h"
@@ -8,8 +9,11 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QPointer>
 #include <QSignalSpy>
+#include <QTest>
 #include <QThreadPool>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -24,6 +28,7 @@
 using namespace kavri;
 using namespace kavri::tools;
 using kavri::test::TempDir;
+using kavri::test::WorkGate;
 
 namespace {
 
@@ -59,6 +64,30 @@ CopyJob job(const QString &in, const QString &out, uint32_t frameBytes, uint32_t
 }
 
 QStringList entries(const QString &dir) { return QDir(dir).entryList(QDir::Files | QDir::Hidden | QDir::System); }
+
+// Frames larger than a copy chunk, whose bytes differ also between offsets a chunk (or any power of two)
+// apart, so that a chunk read twice, skipped or written at the wrong place shows.
+char bigByte(uint64_t frame, uint64_t at)
+{
+    uint64_t x = (frame + 1) * 0x9E3779B97F4A7C15ull ^ (at * 0xBF58476D1CE4E5B9ull);
+    x ^= x >> 31;
+    x *= 0x94D049BB133111EBull;
+    return char(x >> 56);
+}
+
+QByteArray bigFrame(int k, int frameBytes)
+{
+    QByteArray b(frameBytes, Qt::Uninitialized);
+    for (int j = 0; j < frameBytes; ++j) b[j] = bigByte(uint64_t(k), uint64_t(j));
+    return b;
+}
+
+QByteArray bigSequence(int header, int frames, int frameBytes)
+{
+    QByteArray b(header, char(0xEE));
+    for (int k = 0; k < frames; ++k) b += bigFrame(k, frameBytes);
+    return b;
+}
 
 } // namespace
 
@@ -151,6 +180,174 @@ TEST(CopyWorkTest, ZeroFrameFileFailsWithoutOutput)
     EXPECT_EQ(spy.first().at(0).toInt(), 100);
     EXPECT_FALSE(work.succeeded());
     EXPECT_FALSE(QFileInfo::exists(dir.path("rev.yuv")));
+}
+
+// Frames of more than one chunk: every chunk lands where it belongs, and the progress moves inside a frame.
+TEST(CopyChunks, FramesLargerThanAChunkAreCopiedExactly)
+{
+    const int frameBytes = int(kCopyChunkBytes) * 2 + 13; // two whole chunks and a short tail
+    TempDir dir;
+    const QString in = dir.write("in.yuv", bigSequence(7, 3, frameBytes));
+    for (bool reverse : {false, true}) {
+        SCOPED_TRACE(reverse ? "reverse" : "extract");
+        const QString out = dir.path(reverse ? "rev.yuv" : "ext.yuv");
+        std::vector<int> reported;
+        const CopyJob j = reverse ? job(in, out, frameBytes, 7, 0, 2, true) : job(in, out, frameBytes, 7, 1, 2);
+        const CopyResult r = copyFrames(j, [&](int p) { reported.push_back(p); });
+        ASSERT_TRUE(r.ok) << r.error.toStdString();
+        const QByteArray expected = reverse
+                                        ? bigFrame(2, frameBytes) + bigFrame(1, frameBytes) + bigFrame(0, frameBytes)
+                                        : bigFrame(1, frameBytes) + bigFrame(2, frameBytes);
+        EXPECT_TRUE(readAll(out) == expected) << "the output differs from the frames asked for";
+        EXPECT_EQ(r.framesWritten, reverse ? 3u : 2u);
+        // The bar moves already while the first frame is copied, and only forward.
+        ASSERT_FALSE(reported.empty());
+        EXPECT_LT(reported.front(), 100 / int(r.framesWritten));
+        EXPECT_TRUE(std::is_sorted(reported.begin(), reported.end()));
+        EXPECT_EQ(std::adjacent_find(reported.begin(), reported.end()), reported.end()) << "no report twice";
+    }
+}
+
+// ---- cancelling -------------------------------------------------------------------------------------------
+
+struct CancelCase {
+    const char *name;
+    int frames, frameBytes;
+    bool reverse;
+    bool existingOutput; // replacing was asked; the old file must survive the cancel
+};
+
+class CancelCopy : public ::testing::TestWithParam<CancelCase> {};
+
+// The cancel is asked for from the progress report after the first chunk, while the temporary file is
+// open: the copy stops before the next chunk and removes it. (Where the system offers unnamed temporary
+// files the folder never shows it; elsewhere it is a hidden name beside the output.)
+TEST_P(CancelCopy, StopsAtTheNextChunkAndLeavesNothing)
+{
+    const CancelCase c = GetParam();
+    TempDir dir;
+    const QString in = dir.write("in.yuv", bigSequence(16, c.frames, c.frameBytes));
+    const QString out = dir.path("out.yuv");
+    QStringList before{"in.yuv"};
+    if (c.existingOutput) {
+        dir.write("out.yuv", "old");
+        before << "out.yuv";
+    }
+    CopyJob j = job(in, out, c.frameBytes, 16, 0, c.frames - 1, c.reverse);
+    j.overwrite = c.existingOutput;
+    std::atomic<bool> cancel{false};
+    int reports = 0;
+    QStringList whileCopying;
+    const CopyResult r = copyFrames(
+        j,
+        [&](int) {
+            if (++reports == 1) whileCopying = entries(dir.dir());
+            cancel.store(true);
+        },
+        &cancel);
+    EXPECT_FALSE(r.ok);
+    EXPECT_TRUE(r.cancelled);
+    EXPECT_TRUE(r.error.contains("cancelled")) << r.error.toStdString();
+    EXPECT_EQ(reports, 1) << "stopped before the chunk after the cancel";
+    EXPECT_EQ(whileCopying.contains("out.yuv"), c.existingOutput) << "the output name shows nothing new while copying";
+    EXPECT_LE(whileCopying.size(), before.size() + 1);
+    EXPECT_EQ(entries(dir.dir()), before) << "no output and no temporary file left";
+    if (c.existingOutput) {
+        EXPECT_EQ(readAll(out), QByteArray("old"));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Jobs, CancelCopy,
+    ::testing::Values(CancelCase{"Extract", 10, 64, false, false}, CancelCase{"Reverse", 10, 64, true, false},
+                      CancelCase{"InsideALargeFrame", 1, int(kCopyChunkBytes) * 2 + 13, false, false},
+                      CancelCase{"ReplacingKeepsTheOldFile", 10, 64, true, true}),
+    [](const auto &i) { return std::string(i.param.name); });
+
+TEST(CancelCopy, CancelledBeforeItStartsTouchesNothing)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(0, 4, 16));
+    const std::atomic<bool> cancel{true};
+    bool reported = false;
+    const CopyResult r = copyFrames(
+        job(in, dir.path("out.yuv"), 16, 0, 0, 3), [&](int) { reported = true; }, &cancel);
+    EXPECT_FALSE(r.ok);
+    EXPECT_TRUE(r.cancelled);
+    EXPECT_FALSE(reported);
+    EXPECT_EQ(entries(dir.dir()), QStringList{"in.yuv"});
+}
+
+// A pool job cancelled at its first progress report (a direct connection runs on the worker) still ends
+// with status(100), says it was cancelled and leaves nothing.
+TEST(CopyWorkTest, CancelFromTheFirstReportLeavesNothing)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(512, 10, 64));
+    ReverseWork work(in, dir.path("rev.yuv"), 64, 512, 10, false);
+    QObject::connect(
+        &work, &CopyWork::status, &work,
+        [&work](int p) {
+            if (p < 100) work.cancel();
+        },
+        Qt::DirectConnection);
+    QSignalSpy spy(&work, &CopyWork::status);
+    QThreadPool::globalInstance()->start(&work);
+    QThreadPool::globalInstance()->waitForDone();
+    ASSERT_EQ(spy.size(), 2);
+    EXPECT_EQ(spy.last().at(0).toInt(), 100);
+    EXPECT_TRUE(work.wasCancelled());
+    EXPECT_FALSE(work.succeeded());
+    EXPECT_TRUE(work.hasFinished());
+    EXPECT_EQ(entries(dir.dir()), QStringList{"in.yuv"});
+}
+
+TEST(CopyWorkTest, CancelledBeforeItRunsTouchesNothing)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(0, 3, 16));
+    ExtractWork work(in, dir.path("out.yuv"), 16, 0, 0, 2, false);
+    QSignalSpy spy(&work, &CopyWork::status);
+    work.cancel();
+    work.run();
+    ASSERT_EQ(spy.size(), 1);
+    EXPECT_TRUE(work.wasCancelled());
+    EXPECT_FALSE(work.succeeded());
+    EXPECT_EQ(entries(dir.dir()), QStringList{"in.yuv"});
+}
+
+// An owner that goes away while its job runs hands the job over to itself: the job stops, removes its
+// temporary file and is deleted without anybody waiting for it; a finished job is deleted at once.
+TEST(CopyWorkTest, AbandonedJobStopsAndDeletesItself)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", sequenceBytes(0, 10, 64));
+    auto gate = std::make_shared<WorkGate>();
+    auto *work = new ExtractWork(in, dir.path("out.yuv"), 64, 0, 0, 9, false);
+    QObject::connect(
+        work, &CopyWork::status, work,
+        [gate](int p) {
+            if (p < 100) gate->pauseOnce();
+        },
+        Qt::DirectConnection);
+    QPointer<CopyWork> alive(work);
+    QThreadPool::globalInstance()->start(work);
+    ASSERT_TRUE(gate->reached());
+    work->abandon();
+    EXPECT_FALSE(alive.isNull()) << "still running: not deleted under the worker's feet";
+    gate->release();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return alive.isNull(); }, WorkGate::kLimitMs));
+    QThreadPool::globalInstance()->waitForDone();
+    EXPECT_FALSE(gate->timedOut());
+    EXPECT_EQ(entries(dir.dir()), QStringList{"in.yuv"});
+
+    auto *done = new ExtractWork(in, dir.path("out.yuv"), 64, 0, 0, 9, false);
+    QPointer<CopyWork> doneAlive(done);
+    done->run();
+    ASSERT_TRUE(done->succeeded());
+    done->abandon();
+    EXPECT_TRUE(doneAlive.isNull());
+    EXPECT_EQ(readAll(dir.path("out.yuv")), sequenceBytes(0, 10, 64)) << "a finished job's file stays";
 }
 
 // ---- nothing lost -----------------------------------------------------------------------------------------
@@ -286,7 +483,9 @@ TEST(NothingLost, PipesAndDevicesAreNeverReplaced)
             EXPECT_TRUE(r.error.contains("not a regular file")) << r.error.toStdString();
         }
     }
-    if (targets.contains(fifo)) EXPECT_FALSE(QFileInfo(fifo).isFile()) << "the FIFO is still a FIFO";
+    if (targets.contains(fifo)) {
+        EXPECT_FALSE(QFileInfo(fifo).isFile()) << "the FIFO is still a FIFO";
+    }
     EXPECT_EQ(entries(dir.dir()), expected) << "no temporary left";
 }
 #endif

@@ -1,17 +1,39 @@
 #include "formats/Settings.h"
+#include "support/TempFiles.h"
+#include "support/WorkGate.h"
+#include "tools/CopyWork.h"
+#include "ui/KavriCopyDlg.h"
 #include "ui/KavriFormatDialog.h"
 #include "ui/KavriSettingsDlg.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDir>
 #include <QDoubleSpinBox>
+#include <QFile>
 #include <QLineEdit>
+#include <QMessageBox>
+#include <QPointer>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QSpinBox>
 #include <QTabWidget>
+#include <QTest>
+#include <QThreadPool>
+#include <QTimer>
+#include <cerrno>
+#include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
+#include <memory>
+
+#ifdef Q_OS_UNIX
+#include <csignal>
+#include <sys/resource.h>
+#endif
 
 using namespace kavri;
 
@@ -191,3 +213,305 @@ TEST(SettingsDialog, BadAnamorphicFactorStoresZeroAndCancelWritesNothing)
     QSettings s;
     EXPECT_EQ(s.value("Settings/AnamorphicScale").toDouble(), 0.0);
 }
+
+// ---- Extract and Reverse ----------------------------------------------------------------------------------
+
+namespace {
+
+using kavri::test::TempDir;
+using kavri::test::WorkGate;
+
+constexpr int kWaitMs = WorkGate::kLimitMs;
+
+// `frames` frames of `frameBytes` after a 16-byte header; byte j of frame k is (k * 37 + j) & 0xff.
+QByteArray clipBytes(int frames, int frameBytes)
+{
+    QByteArray b(16, char(0xEE));
+    for (int k = 0; k < frames; ++k)
+        for (int j = 0; j < frameBytes; ++j) b.append(char((k * 37 + j) & 0xff));
+    return b;
+}
+
+QByteArray clipFrame(int k, int frameBytes) { return clipBytes(k + 1, frameBytes).mid(16 + k * frameBytes); }
+
+QByteArray fileBytes(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+QStringList filesIn(const QString &dir) { return QDir(dir).entryList(QDir::Files | QDir::Hidden | QDir::System); }
+
+VideoProps clipProps(const QString &file, int frames, int frameBytes)
+{
+    VideoProps p;
+    p.fileName = file;
+    p.width = 8;
+    p.height = frameBytes / 8;
+    p.frameRate = 25;
+    p.bitDepth = 8;
+    p.format = BW;
+    p.headerBytes = 16;
+    p.frameBytes = uint32_t(frameBytes);
+    p.frameCount = uint64_t(frames);
+    return p;
+}
+
+// The dialog under test, with its job held at the gate at its first progress report (on the worker
+// thread), so that the test acts while the job is known to be part-way.
+template <typename Dlg>
+class GatedDialog : public Dlg {
+public:
+    template <typename... Args>
+    explicit GatedDialog(std::shared_ptr<WorkGate> gate, Args &&...args)
+        : Dlg(std::forward<Args>(args)...), m_gate(std::move(gate))
+    {
+    }
+    QPointer<CopyWork> work;
+
+protected:
+    CopyWork *makeWork(bool overwrite) override
+    {
+        const std::unique_ptr<CopyWork> plain(Dlg::makeWork(overwrite));
+        auto *w = new CopyWork(plain->job());
+        QObject::connect(
+            w, &CopyWork::status, w,
+            [gate = m_gate](int p) {
+                if (p < 100) gate->pauseOnce();
+            },
+            Qt::DirectConnection);
+        work = w;
+        return w;
+    }
+
+private:
+    std::shared_ptr<WorkGate> m_gate;
+};
+
+std::unique_ptr<KavriCopyDlg> makeDialog(bool reverse, const VideoProps &p, uint64_t from,
+                                         std::shared_ptr<WorkGate> gate = {})
+{
+    if (gate) {
+        if (reverse) return std::make_unique<GatedDialog<KavriReverseDlg>>(gate, p);
+        return std::make_unique<GatedDialog<KavriExtractDlg>>(gate, p, from);
+    }
+    if (reverse) return std::make_unique<KavriReverseDlg>(p);
+    return std::make_unique<KavriExtractDlg>(p, from);
+}
+
+QPointer<CopyWork> gatedWork(KavriCopyDlg *dlg)
+{
+    if (auto *e = dynamic_cast<GatedDialog<KavriExtractDlg> *>(dlg)) return e->work;
+    if (auto *r = dynamic_cast<GatedDialog<KavriReverseDlg> *>(dlg)) return r->work;
+    return {};
+}
+
+struct FinishCase {
+    const char *name;
+    bool reverse;
+    int from; // the extraction's first frame (it runs to the last)
+    const char *sentence;
+};
+
+class CopyDialogFinish : public ::testing::TestWithParam<FinishCase> {};
+
+} // namespace
+
+// A finished job says what it wrote, in one plain sentence, and the dialog stays until OK.
+TEST_P(CopyDialogFinish, SaysWhatWasWrittenAndOkCloses)
+{
+    const FinishCase c = GetParam();
+    const int frames = 10, frameBytes = 64;
+    TempDir dir;
+    const QString in = dir.write("in.yuv", clipBytes(frames, frameBytes));
+    const QString out = dir.path("out.yuv");
+    auto dlg = makeDialog(c.reverse, clipProps(in, frames, frameBytes), uint64_t(c.from));
+    dlg->show();
+    dlg->setOutputPath(out);
+    child<QPushButton>(dlg.get(), "okButton")->click();
+    EXPECT_TRUE(dlg->isRunning());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !dlg->isRunning(); }, kWaitMs));
+    EXPECT_EQ(dlg->statusText(), QString::fromUtf8(c.sentence).arg(QDir::toNativeSeparators(out)));
+    EXPECT_TRUE(child<QWidget>(dlg.get(), "statusLabel")->isVisible());
+    EXPECT_EQ(child<QProgressBar>(dlg.get(), "progressBar")->value(), 100);
+    EXPECT_TRUE(dlg->isVisible()) << "not closed silently";
+    EXPECT_FALSE(child<QPushButton>(dlg.get(), "cancelButton")->isEnabled()) << "nothing left to cancel";
+    QByteArray expected;
+    if (c.reverse) {
+        for (int k = frames - 1; k >= 0; --k) expected += clipFrame(k, frameBytes);
+    } else {
+        for (int k = c.from; k < frames; ++k) expected += clipFrame(k, frameBytes);
+    }
+    EXPECT_EQ(fileBytes(out), expected);
+    EXPECT_EQ(filesIn(dir.dir()), (QStringList{"in.yuv", "out.yuv"}));
+    auto *ok = child<QPushButton>(dlg.get(), "okButton");
+    EXPECT_TRUE(ok->isEnabled());
+    ok->click();
+    EXPECT_FALSE(dlg->isVisible());
+    EXPECT_EQ(dlg->result(), QDialog::Accepted);
+}
+
+INSTANTIATE_TEST_SUITE_P(Jobs, CopyDialogFinish,
+                         ::testing::Values(FinishCase{"Extract", false, 2, "Wrote 8 frames to %1"},
+                                           FinishCase{"ExtractOneFrame", false, 9, "Wrote 1 frame to %1"},
+                                           FinishCase{"Reverse", true, 0, "Wrote 10 frames to %1"}),
+                         [](const auto &i) { return std::string(i.param.name); });
+
+namespace {
+
+struct CancelWay {
+    const char *name;
+    std::function<void(KavriCopyDlg *)> act;
+};
+
+const CancelWay kCancelWays[] = {
+    {"CancelButton", [](KavriCopyDlg *d) { child<QPushButton>(d, "cancelButton")->click(); }},
+    {"Escape", [](KavriCopyDlg *d) { QTest::keyClick(d, Qt::Key_Escape); }},
+    {"CloseWindow", [](KavriCopyDlg *d) { d->close(); }},
+};
+
+} // namespace
+
+// Cancel, Esc and closing the window stop a running job: the dialog waits (without blocking) until the
+// worker has stopped and removed its temporary file, then closes; nothing is left behind.
+TEST(CopyDialogCancel, StopsTheJobLeavesNothingAndCloses)
+{
+    const int frames = 10, frameBytes = 64;
+    for (const CancelWay &way : kCancelWays) {
+        for (bool reverse : {false, true}) {
+            SCOPED_TRACE(std::string(way.name) + (reverse ? " reverse" : " extract"));
+            TempDir dir;
+            const QString in = dir.write("in.yuv", clipBytes(frames, frameBytes));
+            auto gate = std::make_shared<WorkGate>();
+            auto dlg = makeDialog(reverse, clipProps(in, frames, frameBytes), 0, gate);
+            dlg->show();
+            dlg->setOutputPath(dir.path("out.yuv"));
+            child<QPushButton>(dlg.get(), "okButton")->click();
+            ASSERT_TRUE(gate->reached()) << "the job never reported progress";
+            QPointer<CopyWork> work = gatedWork(dlg.get());
+            ASSERT_FALSE(work.isNull());
+            auto *cancel = child<QPushButton>(dlg.get(), "cancelButton");
+            EXPECT_TRUE(cancel->isEnabled()) << "a running job can be cancelled";
+            EXPECT_FALSE(child<QPushButton>(dlg.get(), "okButton")->isEnabled());
+            // The disabled controls hand the focus on to Cancel; Enter (as pressed for OK) must not cancel.
+            dlg->activateWindow();
+            EXPECT_TRUE(QTest::qWaitForWindowActive(dlg.get()));
+            cancel->setFocus(Qt::TabFocusReason);
+            QTest::keyClick(dlg.get(), Qt::Key_Return);
+            EXPECT_FALSE(work->cancelRequested()) << "Enter cancelled the job";
+
+            way.act(dlg.get());
+            EXPECT_TRUE(work->cancelRequested());
+            EXPECT_TRUE(dlg->isVisible()) << "the dialog stays until the worker has stopped";
+            EXPECT_TRUE(dlg->isRunning());
+            EXPECT_EQ(dlg->statusText(), QStringLiteral("Cancelling ..."));
+            EXPECT_FALSE(cancel->isEnabled());
+
+            gate->release();
+            ASSERT_TRUE(QTest::qWaitFor([&] { return !dlg->isVisible(); }, kWaitMs));
+            EXPECT_EQ(dlg->result(), QDialog::Rejected);
+            EXPECT_FALSE(dlg->isRunning());
+            EXPECT_EQ(filesIn(dir.dir()), QStringList{"in.yuv"}) << "no output and no temporary file";
+            EXPECT_TRUE(QTest::qWaitFor([&] { return work.isNull(); }, kWaitMs)) << "the job was not deleted";
+            EXPECT_FALSE(gate->timedOut());
+        }
+    }
+}
+
+// Before the job runs, Cancel takes it back from the pool: nothing was written and the dialog closes
+// at once. The pool is kept busy with one thread held at a gate.
+TEST(CopyDialogCancel, QueuedJobIsTakenBackAndNothingIsWritten)
+{
+    QThreadPool *pool = QThreadPool::globalInstance();
+    const int threads = pool->maxThreadCount();
+    auto blocker = std::make_shared<WorkGate>();
+    // Whatever happens below, the pool gets its thread back and its old size.
+    const std::unique_ptr<QThreadPool, std::function<void(QThreadPool *)>> restore(pool, [blocker, threads](auto *p) {
+        blocker->release();
+        p->waitForDone();
+        p->setMaxThreadCount(threads);
+    });
+    pool->setMaxThreadCount(1);
+    pool->start([blocker] { blocker->pauseOnce(); });
+    ASSERT_TRUE(blocker->reached());
+
+    TempDir dir;
+    const QString in = dir.write("in.yuv", clipBytes(4, 64));
+    KavriReverseDlg dlg(clipProps(in, 4, 64));
+    dlg.show();
+    dlg.setOutputPath(dir.path("out.yuv"));
+    child<QPushButton>(&dlg, "okButton")->click();
+    EXPECT_TRUE(dlg.isRunning());
+    child<QPushButton>(&dlg, "cancelButton")->click();
+    EXPECT_FALSE(dlg.isVisible());
+    EXPECT_FALSE(dlg.isRunning());
+    blocker->release();
+    pool->waitForDone();
+    EXPECT_EQ(filesIn(dir.dir()), QStringList{"in.yuv"}) << "the job ran after all";
+}
+
+// A dialog destroyed while its job runs does not wait for the disk: the job stops on its own, removes
+// its temporary file and deletes itself.
+TEST(CopyDialogCancel, DestroyedWhileRunningDoesNotWait)
+{
+    TempDir dir;
+    const QString in = dir.write("in.yuv", clipBytes(10, 64));
+    auto gate = std::make_shared<WorkGate>();
+    auto dlg = makeDialog(false, clipProps(in, 10, 64), 0, gate);
+    dlg->show();
+    dlg->setOutputPath(dir.path("out.yuv"));
+    child<QPushButton>(dlg.get(), "okButton")->click();
+    ASSERT_TRUE(gate->reached());
+    QPointer<CopyWork> work = gatedWork(dlg.get());
+    dlg.reset(); // would wait for the held worker (until the gate gives up) if it blocked
+    EXPECT_FALSE(gate->timedOut()) << "the dialog waited for the worker";
+    ASSERT_FALSE(work.isNull());
+    EXPECT_TRUE(work->cancelRequested());
+    gate->release();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return work.isNull(); }, kWaitMs));
+    QThreadPool::globalInstance()->waitForDone();
+    EXPECT_EQ(filesIn(dir.dir()), QStringList{"in.yuv"});
+}
+
+#ifdef Q_OS_UNIX
+// A write that fails part-way (a file-size limit stands in for a full disk, and binds the superuser too)
+// is shown in the warning box with the system's reason; nothing is left and the dialog can try again.
+TEST(CopyDialogFailure, ShowsTheReasonAndLeavesNothing)
+{
+    const int frames = 16, frameBytes = 4096;
+    TempDir dir;
+    const QString in = dir.write("in.yuv", clipBytes(frames, frameBytes));
+    KavriExtractDlg dlg(clipProps(in, frames, frameBytes), 0);
+    dlg.show();
+    dlg.setOutputPath(dir.path("out.yuv"));
+    QString title, detail;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        if (!box) return;
+        title = box->windowTitle();
+        detail = box->detailedText();
+        box->accept();
+    });
+    poll.start(10);
+    struct rlimit old {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
+    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit small = old;
+    small.rlim_cur = 3 * frameBytes + 100;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    child<QPushButton>(&dlg, "okButton")->click();
+    const bool shown = QTest::qWaitFor([&] { return !title.isEmpty(); }, kWaitMs);
+    ::setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, previous);
+    ASSERT_TRUE(shown) << "no warning box";
+    EXPECT_EQ(title, QStringLiteral("Kavri"));
+    EXPECT_TRUE(detail.contains(QString::fromLocal8Bit(std::strerror(EFBIG)))) << detail.toStdString();
+    EXPECT_EQ(filesIn(dir.dir()), QStringList{"in.yuv"});
+    EXPECT_TRUE(dlg.isVisible());
+    EXPECT_FALSE(dlg.isRunning());
+    EXPECT_TRUE(dlg.statusText().isEmpty());
+    EXPECT_TRUE(child<QPushButton>(&dlg, "okButton")->isEnabled()) << "the user can try again";
+    EXPECT_EQ(child<QProgressBar>(&dlg, "progressBar")->value(), 0);
+}
+#endif
