@@ -156,6 +156,9 @@ void KavriLoader::postCommand(uint32_t kind, uint32_t flags, uint32_t argument)
     if (kind == kCmdQuit) m_quitRequested.store(true);
     // A burst of seeks or plays collapses to the newest, so a fast slider drag never builds a backlog.
     while (!m_queue.empty() && m_queue.back().kind == kind) m_queue.pop_back();
+    // Whatever delivers a frame shows the view as it is then: a redisplay still waiting has nothing to add.
+    if (kind == kCmdSeek || kind == kCmdPlay || kind == kCmdStop || kind == kCmdReload || kind == kCmdInit)
+        std::erase_if(m_queue, [](const Command &c) { return c.kind == kCmdRedisplay; });
     m_queue.push_back({kind, flags, argument});
     if (flags & kCmdAsync) {
         m_queueCond.wakeAll();

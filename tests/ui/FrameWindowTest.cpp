@@ -1,5 +1,6 @@
 #include "formats/Settings.h"
 #include "pixel/FramePipeline.h"
+#include "ui/BrightnessPanel.h"
 #include "ui/KavriFormatDialog.h"
 #include "ui/SaveFrame.h"
 #include "ui/frame.h"
@@ -13,7 +14,9 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QSettings>
+#include <QShortcut>
 #include <QSignalSpy>
+#include <QSlider>
 #include <QStatusBar>
 #include <QTimer>
 #include <gtest/gtest.h>
@@ -505,6 +508,11 @@ TEST(FrameWindow, NamedPipeOpensAtOnceAndSaysItIsWaiting)
                               QStringLiteral("Waiting for data from 'decoder_64x48.yuv'..."), 20000);
     EXPECT_TRUE(w.findChild<QLabel *>(QStringLiteral("lbl_status"))->text().endsWith(QLatin1String("pipe")))
         << w.findChild<QLabel *>(QStringLiteral("lbl_status"))->text().toStdString();
+    // A stream cannot be cut, reversed, renamed, compared or jumped in; it can be played.
+    for (const char *name : {"actionExtract", "actionReverse", "actionNormalize_File_Name", "actionDifference_against",
+                             "actionGo_to_frame"})
+        EXPECT_FALSE(w.action(name)->isEnabled()) << name;
+    EXPECT_TRUE(w.action("actionPlay")->isEnabled());
 
     std::thread writer([&] {
         QFile out(pipe);
@@ -516,4 +524,132 @@ TEST(FrameWindow, NamedPipeOpensAtOnceAndSaysItIsWaiting)
     QTRY_VERIFY_WITH_TIMEOUT(w.currentFrame() >= 2, 20000);
 }
 #endif
+} // namespace
+
+namespace {
+QStringList enabledOf(frame &w, const QStringList &names)
+{
+    QStringList on;
+    for (const QString &n : names)
+        if (w.action(n.toLatin1().constData())->isEnabled()) on << n;
+    return on;
+}
+
+// What the window can do follows from its state alone: nothing that needs a file without one, the tools
+// only on a playable file, the difference views only with a second file.
+TEST(FrameWindow, ActionsFollowTheWindowState)
+{
+    const QStringList fileActions{"actionPlay",
+                                  "actionStop",
+                                  "actionNext",
+                                  "actionLast_Frame",
+                                  "actionFormat",
+                                  "actionReload",
+                                  "actionGo_to_frame",
+                                  "actionExtract",
+                                  "actionReverse",
+                                  "actionNormalize_File_Name",
+                                  "actionDifference_against",
+                                  "actionCloseFile",
+                                  "actionSave_Frame"};
+    const QStringList diffActions{"actionNext_Diff_Component", "actionPrevious_Diff_Component"};
+    const QStringList always{"actionOpen", "actionQuit", "actionNew_Window", "actionSettings", "actionAbout"};
+    frame empty(nullptr);
+    EXPECT_EQ(enabledOf(empty, fileActions), QStringList());
+    EXPECT_EQ(enabledOf(empty, diffActions), QStringList());
+    EXPECT_EQ(enabledOf(empty, always), always);
+
+    kavri::test::TempDir dir;
+    KavriStartupConfig c;
+    c.file = dir.writeSized("a_64x48.yuv", 4608 * 3);
+    {
+        frame w(&c);
+        QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+        EXPECT_EQ(enabledOf(w, fileActions), fileActions);
+        EXPECT_EQ(enabledOf(w, diffActions), QStringList());
+        w.action("actionCloseFile")->trigger();
+        EXPECT_EQ(enabledOf(w, fileActions), QStringList());
+    }
+    c.diff = dir.writeSized("b_64x48.yuv", 4608 * 3);
+    frame pair(&c);
+    QTRY_VERIFY_WITH_TIMEOUT(pair.loader() && pair.loader()->isInitialized(), 20000);
+    EXPECT_EQ(enabledOf(pair, diffActions), diffActions);
+    kavri::forgetRemembered(c.file);
+}
+
+// Esc belongs to one owner at a time: the open brightness panel, then full screen, then quit.
+TEST(FrameWindow, EscapeHasOneOwnerAtATime)
+{
+    QSettings s;
+    kavri::settings::EscapeExits.write(s, true);
+    frame w(nullptr);
+    w.show();
+    const QKeySequence esc(Qt::Key_Escape);
+    auto owners = [&] {
+        QStringList o;
+        if (w.action("actionQuit")->shortcut() == esc) o << "quit";
+        if (w.action("actionFullscreen")->shortcuts().contains(esc)) o << "fullscreen";
+        for (QShortcut *sc : w.findChildren<QShortcut *>())
+            if (sc->key() == esc && sc->isEnabled()) o << "panel";
+        return o;
+    };
+    EXPECT_EQ(owners(), QStringList{"quit"});
+    w.action("actionFullscreen")->trigger();
+    EXPECT_EQ(owners(), QStringList{"fullscreen"});
+    w.action("actionBrightness_Contrast_etc")->trigger();
+    EXPECT_EQ(owners(), QStringList{"panel"});
+    w.action("actionBrightness_Contrast_etc")->trigger();
+    EXPECT_EQ(owners(), QStringList{"fullscreen"});
+    w.action("actionFullscreen")->trigger();
+    EXPECT_EQ(owners(), QStringList{"quit"});
+    // Without the preference nobody takes it outside full screen and the panel.
+    kavri::settings::EscapeExits.write(s, false);
+    w.updateActions();
+    EXPECT_EQ(owners(), QStringList());
+    kavri::settings::EscapeExits.write(s, true);
+}
+
+// The brightness panel shows its values; a file opened while they are set gets them too.
+TEST(FrameWindow, BrightnessPanelValuesApplyToANewlyOpenedFile)
+{
+    kavri::test::TempDir dir;
+    KavriStartupConfig c;
+    c.file = dir.writeSized("a_64x48.yuv", 4608 * 3);
+    frame w(&c);
+    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    w.action("actionBrightness_Contrast_etc")->trigger();
+    auto *panel = w.findChild<BrightnessPanel *>();
+    ASSERT_NE(panel, nullptr);
+    panel->brightnessSlider()->setValue(30);
+    panel->contrastSlider()->setValue(-20);
+    EXPECT_EQ(w.loader()->view().picture.brightness, 30);
+    EXPECT_EQ(w.loader()->view().picture.contrast, -20);
+    w.action("actionReload")->trigger();
+    KavriLoader *before = w.loader();
+    w.oon_mrufile(dir.writeSized("b_64x48.yuv", 4608 * 2));
+    QTRY_VERIFY_WITH_TIMEOUT(w.loader() != before && w.loader() && w.loader()->isInitialized(), 20000);
+    EXPECT_EQ(w.loader()->view().picture.brightness, 30);
+    EXPECT_EQ(w.loader()->view().picture.contrast, -20);
+    kavri::forgetRemembered(c.file);
+}
+
+// A record marked anamorphic (here by its name) is shown widened by the preference's factor.
+TEST(FrameWindow, AnamorphicRecordWidensThePicture)
+{
+    QSettings s;
+    kavri::settings::AnamorphicScale.write(s, 1.5);
+    kavri::test::TempDir dir;
+    KavriStartupConfig c;
+    c.file = dir.writeSized("wide_64x48_anamorph.yuv", 4608 * 2);
+    frame w(&c);
+    w.show();
+    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    EXPECT_TRUE(w.loader()->pendingProps().anamorphic);
+    EXPECT_TRUE(w.drawPanel()->anamorphic());
+    QTRY_COMPARE_WITH_TIMEOUT(w.drawPanel()->size(), QSize(96, 48), 20000);
+    w.action("action200")->trigger();
+    QTRY_COMPARE_WITH_TIMEOUT(w.drawPanel()->size(), QSize(192, 96), 20000);
+    kavri::settings::AnamorphicScale.write(s, 1.77);
+    kavri::forgetRemembered(c.file);
+}
 } // namespace
