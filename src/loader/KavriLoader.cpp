@@ -72,7 +72,6 @@ KavriLoader::KavriLoader(const QString &path, const QString &diffPath, const Opt
 
     kavri::ResolvedFormat found = kavri::resolvePair(m_path, m_hasDiff ? m_diffPath : QString(), options.useRemembered);
     m_pending = found.props;
-    m_formatSource = found.source;
     validate();
 }
 

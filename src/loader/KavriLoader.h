@@ -84,8 +84,6 @@ public:
     bool isStdin() const { return m_isStdin; }
     const QString &path() const { return m_path; }
     const QString &diffPath() const { return m_diffPath; }
-    // Where the pending record came from: "default", "remembered", "vix", "hdr" or "name".
-    const QString &formatSource() const { return m_formatSource; }
 
     // The record the window and the format dialog edit in place (GUI thread only). The loader thread never
     // reads it: validate() hands it a copy.
@@ -106,7 +104,6 @@ public:
     bool hasShownAFrame() const { return m_haveShown.load(); }
     bool isRunning() const { return m_running.load(); }
     bool isPlaying() const { return m_playing.load(); }
-    bool loop() const { return m_loop.load(); }
     void setLoop(bool on) { m_loop.store(on); }
 
     // The viewer's choices, and the one way to change them (GUI thread). A change while paused converts the
@@ -193,7 +190,6 @@ private:
     Options m_options;
     QString m_path;
     QString m_diffPath;
-    QString m_formatSource;
     bool m_isStdin = false;
     bool m_opened = false;
     bool m_hasDiff = false;

@@ -1,7 +1,7 @@
+#include "ui/PlaybackController.h"
 #include "formats/RememberedFormats.h"
 #include "loader/KavriLoader.h"
 #include "support/TempFiles.h"
-#include "ui/PlaybackController.h"
 
 #include <gtest/gtest.h>
 
@@ -80,7 +80,9 @@ TEST_F(Playback, SeeksAreClampedToTheSequenceAndPassedOn)
         {"one second on", 2, [](PlaybackController &c) { c.fastStep(1); }, {"seek 9", "partner Seek 9"}},
         {"one second back", 9, [](PlaybackController &c) { c.fastStep(-1); }, {"seek 0", "partner Seek 0"}},
         // A picked frame goes as picked: the loader and the partner clamp it to their own lengths.
-        {"slider", 0, [](PlaybackController &c) { c.seekPicked(1000, true); },
+        {"slider",
+         0,
+         [](PlaybackController &c) { c.seekPicked(1000, true); },
          {"seek 1000 dragged", "partner Seek 1000"}},
         {"reload", 0, [](PlaybackController &c) { c.reload(); }, {"reload", "partner Reload 0"}},
         {"stop", 0, [](PlaybackController &c) { c.stopPlayback(); }, {"stop", "partner Stop 0"}},
