@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 tool=${CLANG_FORMAT:-$(command -v clang-format-14 || command -v clang-format || echo clang-format)}
 # 77 tells CTest the check was skipped, not failed, on a machine without the tool.
 command -v "$tool" >/dev/null || { echo "check-format: $tool not found" >&2; exit 77; }
-mapfile -t files < <(git ls-files '*.cpp' '*.h' '*.inc' 2>/dev/null || find src tests bench -name '*.cpp' -o -name '*.h' -o -name '*.inc')
+mapfile -t files < <(git ls-files --cached --others --exclude-standard '*.cpp' '*.h' '*.inc' 2>/dev/null || find src tests bench -name '*.cpp' -o -name '*.h' -o -name '*.inc')
 if [[ "${1:-}" == "--fix" ]]; then
     "$tool" -i --style=file "${files[@]}"
     exit 0
