@@ -95,6 +95,7 @@ std::vector<Run> runsOf(const StatisticsFormat &f, int64_t frameSamples)
         runs.push_back(run("Y", 0, 1, W, W, H));
         runs.push_back(run("U", 0, 1, (W + 1) / 2, (W + 1) / 2, H));
         runs.push_back(run("V", 0, 1, (W + 1) / 2, (W + 1) / 2, H));
+        if (f.swapUV) std::swap(runs[1].name, runs[2].name);
         return runs;
     case LayoutKind::InterleavedRgb:
     case LayoutKind::PlanarRgb: {
@@ -111,6 +112,7 @@ std::vector<Run> runsOf(const StatisticsFormat &f, int64_t frameSamples)
     }
     }
     for (Run &r : runs) r.count = std::min(r.count, countBelow(r, frameSamples));
+    if (f.swapUV && info.kind != LayoutKind::InterleavedRgb && runs.size() >= 3) std::swap(runs[1].name, runs[2].name);
     return runs;
 }
 
@@ -267,6 +269,7 @@ StatisticsFormat statisticsFormatOf(const VideoProps &p)
     f.bits = p.format == YUV_v210 ? 10 : p.bitDepth;
     f.containerBits = p.containerBits;
     f.isSigned = p.format != YUV_v210 && p.signedValues;
+    f.swapUV = p.swapUV;
     return f;
 }
 
@@ -341,7 +344,8 @@ FrameStatistics computeFrameStatistics(const StatisticsFormat &format, const uin
         if (job.run < 0) {
             Tally t[3];
             for (Tally &one : t) one.codes.assign(span, 0);
-            tallyV210Rows(frame, f.width, job.row0, std::min<int64_t>(job.row1, runs[0].count / std::max(1, runs[0].cols)), t);
+            tallyV210Rows(frame, f.width, job.row0,
+                          std::min<int64_t>(job.row1, runs[0].count / std::max(1, runs[0].cols)), t);
             for (size_t c = 0; c < 3; ++c) tallies[c][size_t(j)] = std::move(t[c]);
             return;
         }
@@ -359,7 +363,8 @@ FrameStatistics computeFrameStatistics(const StatisticsFormat &format, const uin
             tallyRows<uint16_t>(frame, r, job.row0, job.row1, lo, span, t);
         }
     });
-    for (size_t c = 0; c < components; ++c) result.components.push_back(summarise(runs[c], tallies[c], f.bits, f.isSigned));
+    for (size_t c = 0; c < components; ++c)
+        result.components.push_back(summarise(runs[c], tallies[c], f.bits, f.isSigned));
     return result;
 }
 

@@ -9,6 +9,8 @@
 // is not stored, so not counted. Padding (v210's row padding and the unused pixels of its last group,
 // the odd column of packed 4:2:2 and nv12) is not a sample.
 //
+// Components are named by their storage position ("Y", "U", "V", or the colour letters, "A" for alpha).
+//
 // Signed layouts report signed values: min, max and mean are what the two's-complement samples say
 // (-512..511 at 10 bits), "zeros" counts samples at the bottom of the range (-2^(bits-1) for signed
 // samples, 0 otherwise) and "clipped" those at its top (2^(bits-1)-1, or 2^bits-1). A sample beyond the
@@ -34,12 +36,16 @@ struct StatisticsFormat {
     int32_t bits = 8;          // significant bits, 1..16 (v210 always 10)
     int32_t containerBits = 8; // 8 or 16 (not used for v210)
     bool isSigned = false;     // two's complement of the container (v210 is never signed)
+    // The record says the second and third stored components are the other way round (YV12 and the
+    // like): they keep their storage order but exchange names, as the conversion exchanges them
+    // (not for interleaved RGB and luma, where the conversion ignores it).
+    bool swapUV = false;
 };
 
 StatisticsFormat statisticsFormatOf(const VideoProps &props);
 
 struct ComponentStatistics {
-    std::string name; // "Y", "U", "V", "R", "G", "B" or "A"
+    std::string name;   // "Y", "U", "V", "R", "G", "B" or "A"
     uint64_t count = 0; // samples of this component in the frame
     // All 0 for a component with no samples (4:2:0 one pixel wide has no chroma).
     int32_t min = 0, max = 0;

@@ -1,7 +1,7 @@
 // The statistics engine against a plain reference: the test pattern's own sample values, placed where the
 // pattern writes them (last write wins, nothing past the end of the frame), then counted one by one.
-#include "formats/FrameSize.h"
 #include "pixel/FrameStatistics.h"
+#include "formats/FrameSize.h"
 #include "pixel/PatternGenerator.h"
 
 #include <gtest/gtest.h>
@@ -38,7 +38,8 @@ Reference referenceSamples(const PatternSpec &s, uint64_t frame)
     switch (info.kind) {
     case LayoutKind::Luma:
     case LayoutKind::PlanarYuv: {
-        ref.names = info.kind == LayoutKind::Luma ? std::vector<std::string>{"Y"} : std::vector<std::string>{"Y", "U", "V"};
+        ref.names =
+            info.kind == LayoutKind::Luma ? std::vector<std::string>{"Y"} : std::vector<std::string>{"Y", "U", "V"};
         for (int64_t y = 0; y < H; ++y)
             for (int64_t x = 0; x < W; ++x) put(y * W + x, 0, px(x, y).c1);
         if (info.kind == LayoutKind::Luma) break;
@@ -162,7 +163,8 @@ StatisticsFormat formatOf(const PatternSpec &s)
     return f;
 }
 
-void expectEqualsReference(const FrameStatistics &got, const Reference &ref, const PatternSpec &s, const std::string &what)
+void expectEqualsReference(const FrameStatistics &got, const Reference &ref, const PatternSpec &s,
+                           const std::string &what)
 {
     ASSERT_EQ(got.components.size(), ref.names.size()) << what;
     for (size_t c = 0; c < ref.names.size(); ++c) {
@@ -182,7 +184,8 @@ void expectEqualsReference(const FrameStatistics &got, const Reference &ref, con
 }
 
 // Computes the statistics with each of `threads` and compares every result with the reference.
-void expectMatches(const PatternSpec &s, uint64_t frame, std::initializer_list<int32_t> threads, const std::string &what)
+void expectMatches(const PatternSpec &s, uint64_t frame, std::initializer_list<int32_t> threads,
+                   const std::string &what)
 {
     const std::vector<uint8_t> b = nativeFrame(s, frame);
     const Reference ref = referenceSamples(s, frame);
@@ -201,13 +204,20 @@ struct Variant {
 
 // Depths 8, 10 and 16, odd and even sizes, signed samples and big-endian words.
 constexpr Variant kVariants[] = {
-    {"8-bit odd", 8, 8, false, false, 37, 23},   {"8-bit even", 8, 8, false, false, 40, 24},
-    {"8-bit signed", 8, 8, true, false, 37, 23}, {"8-bit in 16", 8, 16, false, false, 19, 9},
-    {"10-bit odd", 10, 16, false, false, 37, 23}, {"10-bit BE", 10, 16, false, true, 38, 21},
-    {"10-bit signed BE", 10, 16, true, true, 37, 22}, {"16-bit odd", 16, 16, false, false, 37, 23},
-    {"16-bit BE", 16, 16, false, true, 24, 17},   {"16-bit signed", 16, 16, true, false, 37, 23},
-    {"12-bit signed", 12, 16, true, false, 21, 11}, {"1-bit", 1, 8, false, false, 15, 7},
-    {"tiny", 8, 8, false, false, 1, 1},           {"thin", 10, 16, false, false, 3, 5},
+    {"8-bit odd", 8, 8, false, false, 37, 23},
+    {"8-bit even", 8, 8, false, false, 40, 24},
+    {"8-bit signed", 8, 8, true, false, 37, 23},
+    {"8-bit in 16", 8, 16, false, false, 19, 9},
+    {"10-bit odd", 10, 16, false, false, 37, 23},
+    {"10-bit BE", 10, 16, false, true, 38, 21},
+    {"10-bit signed BE", 10, 16, true, true, 37, 22},
+    {"16-bit odd", 16, 16, false, false, 37, 23},
+    {"16-bit BE", 16, 16, false, true, 24, 17},
+    {"16-bit signed", 16, 16, true, false, 37, 23},
+    {"12-bit signed", 12, 16, true, false, 21, 11},
+    {"1-bit", 1, 8, false, false, 15, 7},
+    {"tiny", 8, 8, false, false, 1, 1},
+    {"thin", 10, 16, false, false, 3, 5},
 };
 
 TEST(FrameStatistics, MatchesTheReferenceForEveryLayout)
@@ -254,11 +264,43 @@ TEST(FrameStatistics, NamesFollowTheStorageOrder)
         videoFormat_t layout;
         std::vector<std::string> names;
     } cases[] = {
-        {YUV_p420, {"Y", "U", "V"}},      {YUV_uyvy, {"Y", "U", "V"}},      {YUV_v210, {"Y", "U", "V"}},
-        {BW, {"Y"}},                      {BGR_i444, {"B", "G", "R"}},      {BGRA_i444, {"B", "G", "R", "A"}},
-        {GBRA_planar, {"G", "B", "R", "A"}}, {RBG_planar, {"R", "B", "G"}}, {RGB_i444, {"R", "G", "B"}},
+        {YUV_p420, {"Y", "U", "V"}},         {YUV_uyvy, {"Y", "U", "V"}},
+        {YUV_v210, {"Y", "U", "V"}},         {BW, {"Y"}},
+        {BGR_i444, {"B", "G", "R"}},         {BGRA_i444, {"B", "G", "R", "A"}},
+        {GBRA_planar, {"G", "B", "R", "A"}}, {RBG_planar, {"R", "B", "G"}},
+        {RGB_i444, {"R", "G", "B"}},
     };
     for (const auto &c : cases) EXPECT_EQ(componentNames(c.layout), c.names) << layoutInfo(c.layout).shortName;
+}
+
+TEST(FrameStatistics, SwappedChromaExchangesNamesNotOrder)
+{
+    PatternSpec s;
+    s.layout = YUV_p420;
+    s.width = 16;
+    s.height = 8;
+    std::vector<uint8_t> b = nativeFrame(s, 0);
+    StatisticsFormat f = formatOf(s);
+    const FrameStatistics plain = computeFrameStatistics(f, b.data(), b.size());
+    f.swapUV = true;
+    const FrameStatistics swapped = computeFrameStatistics(f, b.data(), b.size());
+    ASSERT_EQ(swapped.components.size(), 3u);
+    EXPECT_EQ(swapped.components[1].name, "V");
+    EXPECT_EQ(swapped.components[2].name, "U");
+    EXPECT_EQ(swapped.components[1].histogram, plain.components[1].histogram);
+    for (const auto &[layout, names] : std::vector<std::pair<videoFormat_t, std::vector<std::string>>>{
+             {YUV_v210, {"Y", "V", "U"}}, {BGR_planar, {"B", "R", "G"}}, {BGR_i444, {"B", "G", "R"}}, {BW, {"Y"}}}) {
+        s.layout = layout;
+        s.bits = layout == YUV_v210 ? 10 : 8;
+        s.containerBits = layout == YUV_v210 ? 16 : 8;
+        b = nativeFrame(s, 0);
+        f = formatOf(s);
+        f.swapUV = true;
+        std::vector<std::string> got;
+        for (const ComponentStatistics &c : computeFrameStatistics(f, b.data(), b.size()).components)
+            got.push_back(c.name);
+        EXPECT_EQ(got, names) << layoutInfo(layout).shortName;
+    }
 }
 
 TEST(FrameStatistics, SamplesBeyondTheDepthCountAsClippedWithTheirTrueValue)
