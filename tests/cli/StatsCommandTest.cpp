@@ -64,26 +64,33 @@ TEST(CliStats, FrameLinesAndSummaryFollowTheContract)
          {"-f", "yuv420", "--bits", "10", "--toggle-endian"},
          spec(YUV_p420, 10, 16, false, true),
          {"Y", "U", "V"}},
-        {"gbrap 8-bit signed", {"-f", "gbrap", "--signed"}, {"-f", "gbrap", "--signed"},
-         spec(GBRA_planar, 8, 8, true, false), {"G", "B", "R", "A"}},
-        {"luma 16-bit", {"-f", "luma", "--bits", "16"}, {"-f", "luma", "--bits", "16"}, spec(BW, 16, 16, false, false),
+        {"gbrap 8-bit signed",
+         {"-f", "gbrap", "--signed"},
+         {"-f", "gbrap", "--signed"},
+         spec(GBRA_planar, 8, 8, true, false),
+         {"G", "B", "R", "A"}},
+        {"luma 16-bit",
+         {"-f", "luma", "--bits", "16"},
+         {"-f", "luma", "--bits", "16"},
+         spec(BW, 16, 16, false, false),
          {"Y"}},
         {"uyvy 8-bit", {"-f", "uyvy"}, {"-f", "uyvy"}, spec(YUV_uyvy, 8, 8, false, false), {"Y", "U", "V"}},
     };
     for (const ContractCase &c : cases) {
         test::TempDir dir;
         const QString file = dir.path("clip.raw");
-        ASSERT_EQ(runCli(QStringList{"synth", "--size", "30x17", "--frames", "3", "-o", file} + c.synth).rc, 0) << c.name;
+        ASSERT_EQ(runCli(QStringList{"synth", "--size", "30x17", "--frames", "3", "-o", file} + c.synth).rc, 0)
+            << c.name;
         const auto r = runCli(QStringList{"stats", "-w", "30", "-h", "17", "--no-remembered", file} + c.read);
         ASSERT_EQ(r.rc, 0) << c.name << ": " << r.err.toStdString();
         const QStringList lines = linesOf(r.out);
         ASSERT_EQ(lines.size(), 4) << c.name;
-        int32_t min[4] = {INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX}, max[4] = {INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN};
+        int32_t min[4] = {INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX},
+                max[4] = {INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN};
         double sum[4] = {0, 0, 0, 0};
         for (int i = 0; i < 3; ++i) {
-            EXPECT_TRUE(lines[i].startsWith(QStringLiteral("{\"frame\": %1, \"components\": [{\"name\": \"%2\", \"min\": ")
-                                                .arg(i)
-                                                .arg(c.names[0])))
+            EXPECT_TRUE(lines[i].startsWith(
+                QStringLiteral("{\"frame\": %1, \"components\": [{\"name\": \"%2\", \"min\": ").arg(i).arg(c.names[0])))
                 << lines[i].toStdString();
             const QJsonObject j = jsonLine(lines[i]);
             EXPECT_EQ(j.keys(), (QStringList{"components", "frame"})) << c.name;
@@ -130,9 +137,9 @@ TEST(CliStats, SignedSamplesReportSignedValues)
 {
     test::TempDir dir;
     const QString file = dir.path("s.yuv");
-    ASSERT_EQ(runCli({"synth", "-f", "yuv444", "--size", "16x8", "--bits", "10", "--signed", "--frames", "1", "-o", file})
-                  .rc,
-              0);
+    ASSERT_EQ(
+        runCli({"synth", "-f", "yuv444", "--size", "16x8", "--bits", "10", "--signed", "--frames", "1", "-o", file}).rc,
+        0);
     const auto r = runCli({"stats", "-w", "16", "-h", "8", "-f", "yuv444", "--bits", "10", "--signed", file});
     ASSERT_EQ(r.rc, 0) << r.err.toStdString();
     const QJsonObject y = jsonLine(linesOf(r.out)[0])["components"].toArray()[0].toObject();
