@@ -1,6 +1,6 @@
 // Per-component statistics of the stored samples of one frame: minimum, maximum, mean, standard
-// deviation, samples at either end of the depth and a histogram. The player's scopes and kavri-cli stats
-// both read them from here.
+// deviation, samples at either end of the depth and a histogram. kavri-cli stats reads them from here, and
+// so should anything in the player that shows them, so the two cannot disagree.
 //
 // What is counted: every sample the frame stores, once, in the component that owns it. Chroma that is
 // subsampled counts its own samples (a 4:2:0 U plane has a quarter of the luma's), not one a pixel. Where
