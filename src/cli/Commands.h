@@ -17,5 +17,6 @@ Command diffCommand();
 Command extractCommand();
 Command reverseCommand();
 Command normalizeCommand();
+Command statsCommand();
 
 } // namespace kavri::cli
