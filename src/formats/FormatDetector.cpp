@@ -3,6 +3,7 @@
 #include "formats/SideFile.h"
 #include "formats/VixHeader.h"
 
+#include <QHash>
 #include <QRegularExpression>
 
 namespace kavri {
@@ -83,8 +84,13 @@ constexpr qsizetype kMaxSearchedPathLength = 32768;
 
 QRegularExpressionMatch search(const QString &pattern, const QString &text)
 {
-    const QRegularExpression re(pattern, QRegularExpression::CaseInsensitiveOption);
-    return re.match(text);
+    // The patterns are a fixed set of about a hundred; compiling each one anew for every name cost far
+    // more than matching it. One compiled copy per thread, since an expression object is only reentrant.
+    thread_local QHash<QString, QRegularExpression> compiled;
+    auto it = compiled.constFind(pattern);
+    if (it == compiled.constEnd())
+        it = compiled.insert(pattern, QRegularExpression(pattern, QRegularExpression::CaseInsensitiveOption));
+    return it->match(text);
 }
 
 } // namespace
