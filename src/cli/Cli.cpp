@@ -18,8 +18,9 @@ void Context::warn(const QString &message) { err << "kavri-cli: " << message << 
 const std::vector<Command> &commands()
 {
     static const std::vector<Command> table = {
-        infoCommand(),   rememberCommand(), forgetCommand(), benchCommand(),   playCommand(),    synthCommand(),
-        renderCommand(), pixelCommand(),    diffCommand(),   extractCommand(), reverseCommand(), normalizeCommand(),
+        infoCommand(),    rememberCommand(),  forgetCommand(),  benchCommand(), playCommand(),
+        synthCommand(),   renderCommand(),    pixelCommand(),   diffCommand(),  extractCommand(),
+        reverseCommand(), normalizeCommand(), metricsCommand(),
     };
     return table;
 }
