@@ -32,9 +32,9 @@ std::vector<Metric> parseMetrics(const ParsedArgs &args)
                 if (std::find(out.begin(), out.end(), m) == out.end()) out.push_back(m);
             }
         if (!known)
-            throw UsageError(("option '--metrics' takes psnr, ssim, msssim, wpsnr separated by commas, not '" +
-                              word + "'")
-                                 .toStdString());
+            throw UsageError(
+                ("option '--metrics' takes psnr, ssim, msssim, wpsnr separated by commas, not '" + word + "'")
+                    .toStdString());
     }
     return out;
 }
@@ -60,10 +60,7 @@ void parseFrames(const ParsedArgs &args, uint64_t &from, uint64_t &to)
 
 JsonValue triple(const double (&v)[3]) { return JsonValue::array({v[0], v[1], v[2]}); }
 
-JsonValue metricJson(Metric m, const double (&v)[3])
-{
-    return metricComponents(m) == 1 ? JsonValue(v[0]) : triple(v);
-}
+JsonValue metricJson(Metric m, const double (&v)[3]) { return metricComponents(m) == 1 ? JsonValue(v[0]) : triple(v); }
 
 QString csvNumber(double v) { return QString(JsonValue(v).text()).remove(QLatin1Char('"')); }
 
@@ -94,17 +91,18 @@ int runMetrics(Context &ctx)
     }
     pb.frameBytes = frameBytes(pb.format, pb.containerBits, pb.width, pb.height);
     pb.frameCount = frameCountOf(pos[1], pb.frameBytes, pb.headerBytes, nullptr);
-    if (pb.frameBytes == 0) return ctx.fail(QStringLiteral("'%1' cannot be read at %2 bits").arg(pos[1]).arg(pb.bitDepth));
+    if (pb.frameBytes == 0)
+        return ctx.fail(QStringLiteral("'%1' cannot be read at %2 bits").arg(pos[1]).arg(pb.bitDepth));
     std::ifstream second(QFile::encodeName(pos[1]).toStdString(), std::ios::binary);
     if (!second) return ctx.fail(QStringLiteral("cannot read '%1'").arg(pos[1]));
     FramePipeline pipelineB;
     try {
         pipelineB.setup(pb, false);
     } catch (const std::bad_alloc &) {
-        return ctx.fail(QStringLiteral("'%1' cannot be read: %2")
-                            .arg(pos[1], notEnoughMemoryText(pb.width, pb.height,
-                                                             allocationSize(pb.format, pb.containerBits, pb.width,
-                                                                            pb.height))));
+        return ctx.fail(
+            QStringLiteral("'%1' cannot be read: %2")
+                .arg(pos[1], notEnoughMemoryText(pb.width, pb.height,
+                                                 allocationSize(pb.format, pb.containerBits, pb.width, pb.height))));
     }
 
     FrameMetricsEngine engine;
@@ -151,9 +149,10 @@ int runMetrics(Context &ctx)
     SequenceSummary summary(mask, engine.bits());
     for (uint64_t i = from; i <= to; ++i) {
         if (!readFrame(src, i, error)) return ctx.fail(error);
-        if (!pipelineB.read(second, nullptr, i)) return ctx.fail(QStringLiteral("frame %1 of '%2' could not be read").arg(i).arg(pos[1]));
-        FrameMetrics fm =
-            engine.compute(src.pipeline.buffer(FramePipeline::Buffer::First), pipelineB.buffer(FramePipeline::Buffer::First));
+        if (!pipelineB.read(second, nullptr, i))
+            return ctx.fail(QStringLiteral("frame %1 of '%2' could not be read").arg(i).arg(pos[1]));
+        FrameMetrics fm = engine.compute(src.pipeline.buffer(FramePipeline::Buffer::First),
+                                         pipelineB.buffer(FramePipeline::Buffer::First));
         fm.frame = int64_t(i);
         summary.add(fm);
         const double w[3] = {fm.wpsnr, 0, 0};
@@ -185,7 +184,8 @@ int runMetrics(Context &ctx)
     double ofMean[3];
     for (int k = 0; k < 3; ++k) ofMean[k] = summary.psnrOfMeanMse(k);
     const SequenceSummary::Mismatch mm = summary.firstMismatch();
-    const std::vector<int64_t> worst = metrics.empty() ? std::vector<int64_t>{} : summary.worst(metrics.front(), worstCount);
+    const std::vector<int64_t> worst =
+        metrics.empty() ? std::vector<int64_t>{} : summary.worst(metrics.front(), worstCount);
     if (csv) {
         // Two closing rows in the columns of the frames: the means and the minima (the mean MSE under mse).
         for (int which = 0; which < 2; ++which) {

@@ -81,8 +81,8 @@ struct SsimSums {
 };
 
 template <typename T>
-using AccOf = std::conditional_t<std::is_floating_point_v<T>, double,
-                                 std::conditional_t<sizeof(T) == 1, uint32_t, uint64_t>>;
+using AccOf =
+    std::conditional_t<std::is_floating_point_v<T>, double, std::conditional_t<sizeof(T) == 1, uint32_t, uint64_t>>;
 
 // The four sums of each 4x4 block of block row `by`: s1, s2, ss, s12 at [4 * bx + i].
 template <typename T, typename Acc>
@@ -122,8 +122,7 @@ int32_t windowRows(int32_t cols, int32_t rows)
 
 // Adds the windows whose top block row lies in [wy0, wy1).
 template <typename T>
-void ssimWindows(const View<T> &a, const View<T> &b, int32_t wy0, int32_t wy1, const SsimConstants &c,
-                 SsimSums &out)
+void ssimWindows(const View<T> &a, const View<T> &b, int32_t wy0, int32_t wy1, const SsimConstants &c, SsimSums &out)
 {
     using Acc = AccOf<T>;
     const int32_t bw = a.cols / 4, bh = a.rows / 4;
@@ -281,8 +280,10 @@ bool FrameMetricsEngine::setup(const MetricsFormat &f, uint32_t metrics, std::st
         d->containerA < f.bitsA || d->containerB < f.bitsB)
         return refuse("containers are 8 or 16 bits and hold the depth");
     if (f.layout == YUV_v210 && (d->containerA != 16 || d->containerB != 16)) return refuse("v210 is stored in words");
-    d->widened[0] = f.bitsA != m_bits || d->containerA != d->container ? allocateAligned(size_t(bytes)) : AlignedBuffer();
-    d->widened[1] = f.bitsB != m_bits || d->containerB != d->container ? allocateAligned(size_t(bytes)) : AlignedBuffer();
+    d->widened[0] =
+        f.bitsA != m_bits || d->containerA != d->container ? allocateAligned(size_t(bytes)) : AlignedBuffer();
+    d->widened[1] =
+        f.bitsB != m_bits || d->containerB != d->container ? allocateAligned(size_t(bytes)) : AlignedBuffer();
     d->constants = ssimConstants(m_bits);
     for (int k = 0; k < 3; ++k)
         d->direct[k] = f.layout != YUV_v210 && k < onGrid && d->grids[k].step == 1 && !f.isSigned;
@@ -361,8 +362,8 @@ FrameMetrics FrameMetricsEngine::compute(const uint8_t *a, const uint8_t *b)
                                 const int32_t col = (k == 0 ? 6 : 3) * g + kCol[field];
                                 if (col >= cols) continue;
                                 const uint8_t *p = frame + (y * rowWords + 4 * int64_t(g) + field / 3) * 4;
-                                const uint32_t word = uint32_t(p[0]) | uint32_t(p[1]) << 8 |
-                                                      uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+                                const uint32_t word =
+                                    uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
                                 plane[size_t(y) * size_t(cols) + size_t(col)] =
                                     uint16_t((word >> (10 * (field % 3))) & 0x3ffu);
                             }
