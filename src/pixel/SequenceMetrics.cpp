@@ -2,6 +2,7 @@
 
 #include "formats/FrameSize.h"
 #include "pixel/PlaneGeometry.h"
+#include "pixel/RowKernels.h"
 #include "pixel/WorkerPool.h"
 
 #include <algorithm>
@@ -120,11 +121,12 @@ int32_t windowRows(int32_t cols, int32_t rows)
     return (bw < 2 || bh < 2) ? 1 : bh - 1;
 }
 
-// Adds the windows whose top block row lies in [wy0, wy1).
+// Adds the windows whose top block row lies in [wy0, wy1). With a block kernel (samples whose sums fit
+// 32 bits), the kernel set's row functions do the work; otherwise plain loops with wide sums.
 template <typename T>
-void ssimWindows(const View<T> &a, const View<T> &b, int32_t wy0, int32_t wy1, const SsimConstants &c, SsimSums &out)
+void ssimWindows(const View<T> &a, const View<T> &b, int32_t wy0, int32_t wy1, const SsimConstants &c, SsimSums &out,
+                 SsimBlocksFn blocks = nullptr)
 {
-    using Acc = AccOf<T>;
     const int32_t bw = a.cols / 4, bh = a.rows / 4;
     if (bw < 2 || bh < 2) {
         if (wy0 > 0 || wy1 < 1) return;
@@ -144,6 +146,20 @@ void ssimWindows(const View<T> &a, const View<T> &b, int32_t wy0, int32_t wy1, c
         out.windows += 1;
         return;
     }
+    if (blocks && a.stride == b.stride) {
+        const SsimWindowsFn windows = bestKernels().ssimWindows;
+        std::vector<uint32_t> top(size_t(4 * bw)), bottom(size_t(4 * bw));
+        auto rowOf = [&](const View<T> &v, int32_t by) { return v.p + int64_t(by) * 4 * v.stride; };
+        blocks(rowOf(a, wy0), rowOf(b, wy0), a.stride, bw, top.data());
+        for (int32_t wy = wy0; wy < wy1; ++wy) {
+            blocks(rowOf(a, wy + 1), rowOf(b, wy + 1), a.stride, bw, bottom.data());
+            out.ssim += windows(top.data(), bottom.data(), bw, c.c1, c.c2, &out.cs);
+            out.windows += bw - 1;
+            std::swap(top, bottom);
+        }
+        return;
+    }
+    using Acc = AccOf<T>;
     std::vector<Acc> cols;
     std::vector<Acc> top(size_t(4 * bw)), bottom(size_t(4 * bw));
     blockRow<T, Acc>(a, b, wy0, bw, cols, top.data());
@@ -419,10 +435,13 @@ FrameMetrics FrameMetricsEngine::compute(const uint8_t *a, const uint8_t *b)
         if (job <= int32_t(bands.size())) {
             const Band &band = bands[size_t(job - 1)];
             const int32_t k = band.component;
+            const KernelSet &kernels = bestKernels();
+            SsimSums &sum = sums[size_t(job - 1)];
             if (m.direct[k] && !wide)
-                ssimWindows(m.directA8[k], m.directB8[k], band.wy0, band.wy1, m.constants, sums[size_t(job - 1)]);
+                ssimWindows(m.directA8[k], m.directB8[k], band.wy0, band.wy1, m.constants, sum, kernels.ssimBlocks[0]);
             else
-                ssimWindows(m.viewA[k], m.viewB[k], band.wy0, band.wy1, m.constants, sums[size_t(job - 1)]);
+                ssimWindows(m.viewA[k], m.viewB[k], band.wy0, band.wy1, m.constants, sum,
+                            m_bits <= 12 ? kernels.ssimBlocks[1] : nullptr);
             return;
         }
         const int32_t k = job - 1 - int32_t(bands.size());

@@ -1,16 +1,18 @@
 // The metrics engine against plain double-precision implementations written from the definitions, with
 // the test pattern as the source of sample values, for every family of layouts and several depths.
+#include "pixel/SequenceMetrics.h"
 #include "formats/FrameSize.h"
 #include "pixel/DifferencePicture.h"
 #include "pixel/PatternGenerator.h"
 #include "pixel/PlaneGeometry.h"
-#include "pixel/SequenceMetrics.h"
+#include "pixel/RowKernels.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <random>
 #include <vector>
 
 using namespace kavri;
@@ -311,10 +313,10 @@ TEST(SequenceMetrics, DifferentDepthsAreComparedAtTheLargerDepth)
         ASSERT_TRUE(mixed.setup({c.layout, W, H, c.bitsA, c.bitsB, 0, 0, c.isSigned}, kAllMetrics));
         ASSERT_TRUE(same.setup({c.layout, W, H, hi, hi, 0, 0, c.isSigned}, kAllMetrics));
         EXPECT_EQ(mixed.bits(), hi);
-        const FrameMetrics m = aSmall ? mixed.compute(small.data(), large.data())
-                                      : mixed.compute(large.data(), small.data());
-        const FrameMetrics r = aSmall ? same.compute(shifted.data(), large.data())
-                                      : same.compute(large.data(), shifted.data());
+        const FrameMetrics m =
+            aSmall ? mixed.compute(small.data(), large.data()) : mixed.compute(large.data(), small.data());
+        const FrameMetrics r =
+            aSmall ? same.compute(shifted.data(), large.data()) : same.compute(large.data(), shifted.data());
         for (int k = 0; k < 3; ++k) {
             EXPECT_EQ(m.mse[k], r.mse[k]);
             EXPECT_EQ(m.ssim[k], r.ssim[k]);
@@ -342,6 +344,68 @@ TEST(SequenceMetrics, RefusesWhatItCannotCompare)
     // A refused engine computes nothing.
     std::vector<uint8_t> f(16 * 8 * 2);
     EXPECT_FALSE(e.compute(f.data(), f.data()).differs());
+}
+
+// Every kernel set the CPU can run sums blocks exactly as plain loops do (across the chunks of columns)
+// and gives the windows' SSIM and contrast-structure sums of windowSsim.
+TEST(SequenceMetrics, KernelSetsSumBlocksAndWindowsAlike)
+{
+    const int32_t blocks = 67, stride = 4 * blocks + 5;
+    std::mt19937 rng(3);
+    for (const KernelSet *k : {&portableKernels(), avx2Kernels(), avx512Kernels()}) {
+        if (!k) continue;
+        SCOPED_TRACE(k->name);
+        for (int wide = 0; wide < 2; ++wide) {
+            const uint32_t mask = wide ? 0xfff : 0xff;
+            std::vector<uint16_t> a16(size_t(8 * stride)), b16(a16.size());
+            std::vector<uint8_t> a8(a16.size()), b8(a16.size());
+            for (size_t i = 0; i < a16.size(); ++i) {
+                a16[i] = uint16_t(rng() & mask);
+                // The second picture close to the first in half the columns, so both terms vary.
+                b16[i] = (i / 7) % 2 ? uint16_t(rng() & mask) : uint16_t(std::min<uint32_t>(a16[i] + rng() % 9, mask));
+                a8[i] = uint8_t(a16[i]);
+                b8[i] = uint8_t(b16[i]);
+            }
+            std::vector<uint32_t> rows[2];
+            for (int r = 0; r < 2; ++r) {
+                rows[r].assign(size_t(4 * blocks), 0);
+                const size_t off = size_t(4 * r * stride);
+                if (wide)
+                    k->ssimBlocks[1](a16.data() + off, b16.data() + off, stride, blocks, rows[r].data());
+                else
+                    k->ssimBlocks[0](a8.data() + off, b8.data() + off, stride, blocks, rows[r].data());
+                for (int32_t i = 0; i < blocks; ++i) {
+                    uint64_t want[4] = {0, 0, 0, 0};
+                    for (int y = 0; y < 4; ++y)
+                        for (int x = 0; x < 4; ++x) {
+                            const size_t at = off + size_t(y * stride + 4 * i + x);
+                            const uint64_t va = wide ? a16[at] : a8[at], vb = wide ? b16[at] : b8[at];
+                            want[0] += va;
+                            want[1] += vb;
+                            want[2] += va * va + vb * vb;
+                            want[3] += va * vb;
+                        }
+                    for (int q = 0; q < 4; ++q) ASSERT_EQ(rows[r][size_t(q * blocks + i)], want[q]) << i << " " << q;
+                }
+            }
+            const SsimConstants c = ssimConstants(wide ? 12 : 8);
+            double wantSsim = 0, wantCs = 0;
+            for (int32_t i = 0; i + 1 < blocks; ++i) {
+                double s[4];
+                for (int q = 0; q < 4; ++q)
+                    s[q] = double(rows[0][size_t(q * blocks + i)]) + rows[0][size_t(q * blocks + i + 1)] +
+                           rows[1][size_t(q * blocks + i)] + rows[1][size_t(q * blocks + i + 1)];
+                double cs;
+                wantSsim += windowSsim(s[0], s[1], s[2], s[3], 64, c, &cs);
+                wantCs += cs;
+            }
+            double cs = 0;
+            const double got = k->ssimWindows(rows[0].data(), rows[1].data(), blocks, c.c1, c.c2, &cs);
+            EXPECT_NEAR(got, wantSsim, 1e-9);
+            EXPECT_NEAR(cs, wantCs, 1e-9);
+            EXPECT_LT(wantSsim / (blocks - 1), 0.9); // the data are far from equal
+        }
+    }
 }
 
 // ---- the sequence summary ----
