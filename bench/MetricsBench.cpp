@@ -69,7 +69,9 @@ void metrics(benchmark::State &state, int32_t w, int32_t h, int32_t bits, uint32
 
 const uint32_t kPsnrSsim = metricBit(Metric::Psnr) | metricBit(Metric::Ssim);
 
-BENCHMARK_CAPTURE(metrics, psnr_ssim_1080p_8bit, 1920, 1080, 8, kPsnrSsim)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(metrics, psnr_ssim_1080p_8bit, 1920, 1080, 8, kPsnrSsim)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK_CAPTURE(metrics, psnr_1080p_8bit, 1920, 1080, 8, metricBit(Metric::Psnr))
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
