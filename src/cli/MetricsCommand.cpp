@@ -62,8 +62,6 @@ JsonValue triple(const double (&v)[3]) { return JsonValue::array({v[0], v[1], v[
 
 JsonValue metricJson(Metric m, const double (&v)[3]) { return metricComponents(m) == 1 ? JsonValue(v[0]) : triple(v); }
 
-QString csvNumber(double v) { return QString(JsonValue(v).text()).remove(QLatin1Char('"')); }
-
 int runMetrics(Context &ctx)
 {
     const QStringList &pos = ctx.args.positionals();
@@ -133,18 +131,7 @@ int runMetrics(Context &ctx)
                             .arg(count - 1));
     to = std::min(to, count - 1);
 
-    if (csv) {
-        QStringList head{QStringLiteral("frame"), QStringLiteral("mse_1"), QStringLiteral("mse_2"),
-                         QStringLiteral("mse_3")};
-        for (Metric m : kMetricOrder) {
-            if (!(mask & metricBit(m))) continue;
-            if (metricComponents(m) == 1)
-                head << QLatin1String(metricName(m));
-            else
-                for (int k = 1; k <= 3; ++k) head << QStringLiteral("%1_%2").arg(QLatin1String(metricName(m))).arg(k);
-        }
-        ctx.out << head.join(QLatin1Char(',')) << '\n';
-    }
+    if (csv) ctx.out << QString::fromStdString(metricsCsvHeader(mask));
 
     SequenceSummary summary(mask, engine.bits());
     for (uint64_t i = from; i <= to; ++i) {
@@ -157,13 +144,7 @@ int runMetrics(Context &ctx)
         summary.add(fm);
         const double w[3] = {fm.wpsnr, 0, 0};
         if (csv) {
-            QStringList row{QString::number(i)};
-            for (double v : fm.mse) row << csvNumber(v);
-            for (Metric m : kMetricOrder) {
-                if (!(mask & metricBit(m))) continue;
-                for (int k = 0; k < metricComponents(m); ++k) row << csvNumber(fm.value(m, k));
-            }
-            ctx.out << row.join(QLatin1Char(',')) << '\n';
+            ctx.out << QString::fromStdString(metricsCsvRow(fm, mask));
             continue;
         }
         JsonObject o;
@@ -188,22 +169,7 @@ int runMetrics(Context &ctx)
         metrics.empty() ? std::vector<int64_t>{} : summary.worst(metrics.front(), worstCount);
     if (csv) {
         // Two closing rows in the columns of the frames: the means and the minima (the mean MSE under mse).
-        for (int which = 0; which < 2; ++which) {
-            QStringList row{QLatin1String(which ? "min" : "mean")};
-            for (int k = 0; k < 3; ++k) {
-                double sum = 0;
-                for (const FrameMetrics &f : summary.frames()) sum += f.mse[k];
-                double mn = std::numeric_limits<double>::infinity();
-                for (const FrameMetrics &f : summary.frames()) mn = std::min(mn, f.mse[k]);
-                row << csvNumber(which ? mn : sum / double(frames));
-            }
-            for (Metric m : kMetricOrder) {
-                if (!(mask & metricBit(m))) continue;
-                for (int k = 0; k < metricComponents(m); ++k)
-                    row << csvNumber(which ? summary.min(m, k) : summary.mean(m, k));
-            }
-            ctx.out << row.join(QLatin1Char(',')) << '\n';
-        }
+        ctx.out << QString::fromStdString(metricsCsvSummaryRows(summary));
         return kExitOk;
     }
     JsonObject mean, min;

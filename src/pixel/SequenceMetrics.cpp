@@ -6,8 +6,10 @@
 #include "pixel/WorkerPool.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <type_traits>
 
@@ -532,6 +534,84 @@ SequenceSummary::Mismatch SequenceSummary::firstMismatch() const
             }
     }
     return best;
+}
+
+std::string csvNumber(double v)
+{
+    if (std::isnan(v)) return "nan";
+    if (std::isinf(v)) return v > 0 ? "inf" : "-inf";
+    char buf[64];
+    const auto r = std::to_chars(buf, buf + sizeof buf, v);
+    std::string text(buf, r.ptr);
+    if (text.find_first_of(".e") == std::string::npos) text += ".0";
+    return text;
+}
+
+std::string metricsCsvHeader(uint32_t metrics)
+{
+    std::string h = "frame,mse_1,mse_2,mse_3";
+    for (int i = 0; i < kMetricCount; ++i) {
+        const Metric m = Metric(i);
+        if (!(metrics & metricBit(m))) continue;
+        for (int k = 1; k <= metricComponents(m); ++k) {
+            h += ',';
+            h += metricName(m);
+            if (metricComponents(m) > 1) {
+                h += '_';
+                h += char('0' + k);
+            }
+        }
+    }
+    h += '\n';
+    return h;
+}
+
+namespace {
+
+std::string csvValues(const std::string &first, const double (&mse)[3], const std::function<double(Metric, int)> &value,
+                      uint32_t metrics)
+{
+    std::string row = first;
+    for (double v : mse) {
+        row += ',';
+        row += csvNumber(v);
+    }
+    for (int i = 0; i < kMetricCount; ++i) {
+        const Metric m = Metric(i);
+        if (!(metrics & metricBit(m))) continue;
+        for (int k = 0; k < metricComponents(m); ++k) {
+            row += ',';
+            row += csvNumber(value(m, k));
+        }
+    }
+    row += '\n';
+    return row;
+}
+
+} // namespace
+
+std::string metricsCsvRow(const FrameMetrics &f, uint32_t metrics)
+{
+    return csvValues(
+        std::to_string(f.frame), f.mse, [&](Metric m, int k) { return f.value(m, k); }, metrics);
+}
+
+std::string metricsCsvSummaryRows(const SequenceSummary &s)
+{
+    double mean[3] = {0, 0, 0}, min[3] = {0, 0, 0};
+    for (int k = 0; k < 3; ++k) {
+        double sum = 0, low = std::numeric_limits<double>::infinity();
+        for (const FrameMetrics &f : s.frames()) {
+            sum += f.mse[k];
+            low = std::min(low, f.mse[k]);
+        }
+        mean[k] = s.frames().empty() ? 0.0 : sum / double(s.frames().size());
+        min[k] = s.frames().empty() ? 0.0 : low;
+    }
+    return csvValues(
+               "mean", mean, [&](Metric m, int k) { return s.mean(m, k); }, s.metrics()) +
+           csvValues(
+               "min", min, [&](Metric m, int k) { return s.min(m, k); }, s.metrics());
 }
 
 } // namespace kavri::pixel

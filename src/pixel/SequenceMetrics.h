@@ -124,6 +124,15 @@ private:
     std::vector<FrameMetrics> m_frames;
 };
 
+// The CSV table of the metrics in `metrics`: the header ("frame,mse_1,mse_2,mse_3,psnr_1,...,wpsnr",
+// always with the MSE), one row a frame, and the closing rows of the sequence's means and minima
+// (first column "mean" and "min"). Numbers are the shortest text that reads back as the same double,
+// whole numbers with ".0", infinities as "inf".
+std::string metricsCsvHeader(uint32_t metrics);
+std::string metricsCsvRow(const FrameMetrics &m, uint32_t metrics);
+std::string metricsCsvSummaryRows(const SequenceSummary &s);
+std::string csvNumber(double v);
+
 // PSNR at a depth: 10 log10(peak^2 / mse) with peak 2^bits - 1, infinite for mse 0.
 double psnrOfMse(double mse, int32_t bits);
 
