@@ -5,8 +5,8 @@
 #include "pixel/FramePipeline.h"
 
 #include <QChart>
-#include <QCloseEvent>
 #include <QChartView>
+#include <QCloseEvent>
 #include <QComboBox>
 #include <QFile>
 #include <QFileDialog>
@@ -18,8 +18,8 @@
 #include <QMouseEvent>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QValueAxis>
 #include <QVBoxLayout>
+#include <QValueAxis>
 
 #include <cmath>
 #include <fstream>
@@ -226,6 +226,10 @@ void MetricsDock::setPair(const VideoProps &props)
         redraw();
         return;
     }
+    m_componentNames.clear();
+    if (isValidFormat(props.format))
+        for (std::string_view letter : layoutInfo(props.format).letters)
+            m_componentNames << QString::fromLatin1(letter.data(), qsizetype(letter.size()));
     const QString key = pairKey(props);
     if (key == m_key && (busy() || !m_summary->frames().empty())) return;
     cancel();
@@ -281,11 +285,12 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
             const uint64_t step = std::max<uint64_t>(1, props.frameCount / 100);
             for (uint64_t i = 0; i < props.frameCount && !m_stop; ++i) {
                 if (!a.read(fa, nullptr, i) || !b.read(fb, nullptr, i)) break;
-                FrameMetrics m = engine.compute(a.buffer(FramePipeline::Buffer::First),
-                                                b.buffer(FramePipeline::Buffer::First));
+                FrameMetrics m =
+                    engine.compute(a.buffer(FramePipeline::Buffer::First), b.buffer(FramePipeline::Buffer::First));
                 m.frame = int64_t(i);
                 table->add(m);
-                if ((i + 1) % step == 0) post([this, i] { m_progress->setValue(int(std::min<uint64_t>(i + 1, INT_MAX))); });
+                if ((i + 1) % step == 0)
+                    post([this, i] { m_progress->setValue(int(std::min<uint64_t>(i + 1, INT_MAX))); });
             }
         } catch (const std::exception &e) {
             error = QString::fromStdString(e.what());
@@ -336,7 +341,6 @@ void MetricsDock::redraw()
 {
     const std::vector<FrameMetrics> &frames = m_summary->frames();
     const int components = pixel::metricComponents(m_metric);
-    static const char *kNames[3] = {"1", "2", "3"};
     double low = std::numeric_limits<double>::infinity(), high = -low;
     for (int k = 0; k < 3; ++k) {
         QList<QPointF> points;
@@ -351,8 +355,10 @@ void MetricsDock::redraw()
             }
         }
         m_series[k]->replace(points);
-        m_series[k]->setName(components == 1 ? m_metricBox->currentText()
-                                             : tr("component %1").arg(QLatin1String(kNames[k])));
+        const QString letter = k < m_componentNames.size() ? m_componentNames[k] : QString();
+        m_series[k]->setName(components == 1    ? m_metricBox->currentText()
+                             : letter.isEmpty() ? tr("component %1").arg(k + 1)
+                                                : letter);
         for (QLegendMarker *mk : m_chart->legend()->markers(m_series[k])) mk->setVisible(k < components);
     }
     if (frames.empty()) {
@@ -392,7 +398,9 @@ void MetricsDock::updateSummaryText()
     }
     const SequenceSummary &s = *m_summary;
     auto three = [](double a, double b, double c, int digits) {
-        auto one = [digits](double v) { return std::isinf(v) ? QStringLiteral("inf") : QString::number(v, 'f', digits); };
+        auto one = [digits](double v) {
+            return std::isinf(v) ? QStringLiteral("inf") : QString::number(v, 'f', digits);
+        };
         return QStringLiteral("%1 / %2 / %3").arg(one(a), one(b), one(c));
     };
     QString text = tr("%1 frames. Mean PSNR %2 dB (of the mean MSE %3), min %4; mean SSIM %5, min %6; "

@@ -1,9 +1,9 @@
 // The metrics panel: the background pass over a pair, its cache, the buttons that ask for frames, the
 // exports, and the panel in the player window following the shown frame.
+#include "ui/MetricsDock.h"
 #include "formats/FrameSize.h"
 #include "pixel/PatternGenerator.h"
 #include "support/TempFiles.h"
-#include "ui/MetricsDock.h"
 #include "ui/frame.h"
 
 #include <QAction>
