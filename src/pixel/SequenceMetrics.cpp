@@ -343,12 +343,18 @@ FrameMetrics FrameMetricsEngine::compute(const uint8_t *a, const uint8_t *b)
     }
 
     const bool wantSsim = m_metrics & (metricBit(Metric::Ssim) | metricBit(Metric::MsSsim));
+    auto runJobs = [this](int32_t count, const std::function<void(int32_t)> &fn) {
+        if (m_usePool)
+            WorkerPool::shared().run(count, WorkerPool::shared().threadCount(), fn);
+        else
+            for (int32_t i = 0; i < count; ++i) fn(i);
+    };
     const int32_t comps = m_components;
     const int32_t offset = f.isSigned ? 1 << (m_bits - 1) : 0;
 
     // The components as views: straight onto the frames where a row is contiguous, else taken out.
     if (wantSsim) {
-        WorkerPool::shared().run(comps, WorkerPool::shared().threadCount(), [&](int32_t k) {
+        runJobs(comps, [&](int32_t k) {
             if (m.direct[k]) {
                 const SampleGrid &g = m.grids[k];
                 if (wide) {
@@ -429,7 +435,7 @@ FrameMetrics FrameMetricsEngine::compute(const uint8_t *a, const uint8_t *b)
     std::vector<SsimSums> sums(bands.size());
     double msScaled[3] = {1, 1, 1}; // the product over scales 2..5, times cs1 later
     const int32_t jobs = 1 + int32_t(bands.size()) + (wantMs ? comps : 0);
-    WorkerPool::shared().run(jobs, WorkerPool::shared().threadCount(), [&](int32_t job) {
+    runJobs(jobs, [&](int32_t job) {
         if (job == 0) {
             m.difference.compute(const_cast<uint8_t *>(a), b, m.differenceOut.get());
             return;

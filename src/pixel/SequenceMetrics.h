@@ -79,6 +79,9 @@ public:
     int32_t bits() const { return m_bits; }
     int32_t components() const { return m_components; }
     uint32_t metrics() const { return m_metrics; }
+    // Whether compute spreads its work over the shared worker pool (the default) or does it all on the
+    // calling thread, as a background pass should that must not take the pool from playback.
+    void setUsePool(bool on) { m_usePool = on; }
 
     // The metrics of `a` against `b`, both in native byte order in buffers of the allocation size of
     // their own container. MSE, PSNR and the first difference are always computed.
@@ -89,6 +92,7 @@ private:
     Impl *d;
     int32_t m_bits = 8, m_components = 0;
     uint32_t m_metrics = 0;
+    bool m_usePool = true;
 };
 
 // The summary of the frames compared so far.
