@@ -112,7 +112,7 @@ struct Case {
     bool isSigned;
 };
 
-PatternSpec specOf(const Case &c)
+PatternSpec patternOf(const Case &c)
 {
     PatternSpec s;
     s.layout = c.layout;
@@ -191,7 +191,7 @@ TEST(SequenceMetrics, AgreesWithTheReferenceAndTheDifferencePicture)
 {
     for (const Case &c : kCases) {
         SCOPED_TRACE(c.name);
-        const PatternSpec s = specOf(c);
+        const PatternSpec s = patternOf(c);
         // Frame 0 against a later frame: the moving block and the frame number differ.
         std::vector<uint8_t> a = frameOf(s, 0), b = frameOf(s, 37);
         FrameMetricsEngine engine;
@@ -241,7 +241,7 @@ TEST(SequenceMetrics, IdenticalFramesAreInfiniteAndOne)
 {
     for (const Case &c : kCases) {
         SCOPED_TRACE(c.name);
-        const PatternSpec s = specOf(c);
+        const PatternSpec s = patternOf(c);
         std::vector<uint8_t> a = frameOf(s, 5), b = a;
         FrameMetricsEngine engine;
         ASSERT_TRUE(engine.setup({c.layout, c.width, c.height, c.bits, c.bits, 0, 0, c.isSigned}, kAllMetrics));
@@ -261,7 +261,7 @@ TEST(SequenceMetrics, IdenticalFramesAreInfiniteAndOne)
 TEST(SequenceMetrics, WeightedPsnrIsSixToOneToOneForYuv)
 {
     const Case c{"yuv420", YUV_p420, 64, 48, 8, false};
-    const PatternSpec s = specOf(c);
+    const PatternSpec s = patternOf(c);
     std::vector<uint8_t> a = frameOf(s, 0), b = frameOf(s, 20);
     FrameMetricsEngine engine;
     ASSERT_TRUE(engine.setup({c.layout, c.width, c.height, 8, 8}, metricBit(Metric::Wpsnr)));
@@ -292,8 +292,8 @@ TEST(SequenceMetrics, DifferentDepthsAreComparedAtTheLargerDepth)
         SCOPED_TRACE(c.name);
         const int32_t W = 40, H = 32, hi = std::max(c.bitsA, c.bitsB), lo = std::min(c.bitsA, c.bitsB);
         const Case low{"", c.layout, W, H, lo, c.isSigned}, high{"", c.layout, W, H, hi, c.isSigned};
-        const std::vector<uint8_t> small = frameOf(specOf(low), 3);
-        const std::vector<uint8_t> large = frameOf(specOf(high), 40);
+        const std::vector<uint8_t> small = frameOf(patternOf(low), 3);
+        const std::vector<uint8_t> large = frameOf(patternOf(high), 40);
         // The smaller frame shifted by hand into the larger depth's container.
         const int64_t n = int64_t(allocationSize(c.layout, containerForBits(lo), W, H)) / (containerForBits(lo) / 8);
         std::vector<uint8_t> shifted(allocationSize(c.layout, containerForBits(hi), W, H));
@@ -475,7 +475,7 @@ TEST(SequenceSummary, MeanMinWorstAndPsnrOfTheMeanMse)
 TEST(SequenceSummary, OneChangedSampleInTheLastFrameIsTheFirstMismatch)
 {
     const Case c{"", YUV_p420, 32, 16, 8, false};
-    const PatternSpec s = specOf(c);
+    const PatternSpec s = patternOf(c);
     FrameMetricsEngine engine;
     ASSERT_TRUE(engine.setup({c.layout, c.width, c.height, 8, 8}, kAllMetrics));
     SequenceSummary summary(kAllMetrics, engine.bits());
