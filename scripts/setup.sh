@@ -6,6 +6,7 @@ set -euo pipefail
 packages=(
     g++ cmake ninja-build pkg-config
     qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins qt6-image-formats-plugins libgl-dev
+    qt6-charts-dev libqt6opengl6-dev
     libboost-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     fonts-dejavu-core

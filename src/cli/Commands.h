@@ -14,6 +14,7 @@ Command synthCommand();
 Command renderCommand();
 Command pixelCommand();
 Command diffCommand();
+Command metricsCommand();
 Command extractCommand();
 Command reverseCommand();
 Command normalizeCommand();

@@ -17,14 +17,6 @@ namespace {
 
 constexpr int32_t kDefaultGain = 0x7fffffff;
 
-// One component's samples seen as a grid: sample (col, row) at start + row * stride + col * step.
-struct Grid {
-    int64_t start;
-    int32_t cols, rows;
-    int64_t stride;
-    int32_t step;
-};
-
 struct Metrics {
     uint64_t sum[3] = {0, 0, 0}; // exact sums of squares (a double would drop bits beyond 2^53)
     int32_t *firstX, *firstY;
@@ -48,7 +40,7 @@ inline void storeSample(uint8_t *base, int64_t index, int32_t value)
 // Differences one component grid: squares summed, first difference found, destination written.
 // Contiguous 8-bit rows go to the row kernel of the fastest kernel set, with the byte table.
 template <typename T>
-void diffGrid(const Grid &g, int k, const uint8_t *a, const uint8_t *b, uint8_t *dst, const int32_t *table,
+void diffGrid(const SampleGrid &g, int k, const uint8_t *a, const uint8_t *b, uint8_t *dst, const int32_t *table,
               const uint8_t *table8, int32_t mid, int32_t peak, Metrics &m)
 {
     uint64_t sum = 0;
@@ -156,65 +148,16 @@ void DifferencePicture::compute(uint8_t *a, const uint8_t *b, uint8_t *dst)
     const int64_t bufferBytes = allocationSize(m_layout, containerForBits(m_bits), W, H);
     if (bufferBytes == 0) return;
     const int64_t samples = bufferBytes / (wide ? 2 : 1);
-    const int64_t pixels = int64_t(W) * H;
     Metrics m;
     m.firstX = firstDiffX;
     m.firstY = firstDiffY;
-    double count[3] = {double(pixels), double(pixels), double(pixels)};
-    int components = 3;
-
+    double count[3];
     // The planes or strided sample sets of the layout, one per component.
-    Grid grids[3];
-    const LayoutInfo &info = layoutInfo(m_layout);
-    switch (info.kind) {
-    case LayoutKind::PlanarYuv:
-    case LayoutKind::PlanarRgb:
-        grids[0] = {0, W, H, W, 1};
-        if (info.kind == LayoutKind::PlanarYuv) {
-            const ChromaPlanes c = chromaPlanes(m_layout, W, H, samples);
-            grids[1] = {c.uStart, c.cols, c.uFit, c.cols, 1};
-            grids[2] = {c.vStart, c.cols, c.vFit, c.cols, 1};
-            // Chroma counts: halves and quarters taken as integers, as the planes' nominal sizes.
-            const double chroma = double(W >> c.shiftX) * double(c.shiftY ? H / 2 : H);
-            count[1] = count[2] = chroma;
-        } else {
-            // All twelve orders in stored plane order; the alpha plane is not part of the difference.
-            grids[1] = {pixels, W, H, W, 1};
-            grids[2] = {2 * pixels, W, H, W, 1};
-        }
-        break;
-    case LayoutKind::Packed422: {
-        const int64_t stride = int64_t(W / 2) * 4;
-        const bool uFirst = m_layout == YUV_uyvy;
-        // Luma of pixel x sits at 2x + 1 (U Y V Y) or 2x (Y U Y V) within the row.
-        grids[0] = {uFirst ? 1 : 0, 2 * (W / 2), H, stride, 2};
-        grids[1] = {uFirst ? 0 : 1, W / 2, H, stride, 4};
-        grids[2] = {uFirst ? 2 : 3, W / 2, H, stride, 4};
-        count[1] = count[2] = double(W / 2) * H;
-        break;
-    }
-    case LayoutKind::SemiPlanar: {
-        const ChromaPlanes c = chromaPlanes(m_layout, W, H, samples);
-        grids[0] = {0, W, H, W, 1};
-        grids[1] = {c.uStart, W / 2, c.uFit, W, 2};
-        grids[2] = {c.uStart + 1, W / 2, c.uFit, W, 2};
-        count[1] = count[2] = double(W / 2) * double(H / 2);
-        break;
-    }
-    case LayoutKind::InterleavedRgb: {
-        const int32_t n = info.samplesPerPixel;
-        for (int k = 0; k < 3; ++k) grids[k] = {k, W, H, int64_t(W) * n, n};
-        break;
-    }
-    case LayoutKind::Luma:
-        grids[0] = {0, W, H, W, 1};
-        components = 1;
-        break;
-    case LayoutKind::V210:
+    SampleGrid grids[3];
+    int components = componentGrids(m_layout, W, H, samples, grids, count);
+    if (m_layout == YUV_v210) {
         computeV210(a, b, dst, m.sum);
-        count[1] = count[2] = double(W / 2) * H;
         components = -1;
-        break;
     }
 
     if (components > 0) {

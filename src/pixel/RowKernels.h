@@ -44,6 +44,17 @@ using Swap16Fn = void (*)(uint16_t *words, size_t n);
 // table (entries past the depth's peak repeat the peak's), returning the sum of the squared differences.
 using DiffRow8Fn = uint64_t (*)(const uint8_t *a, const uint8_t *b, uint8_t *dst, int32_t n, const uint8_t *table,
                                 int32_t mid);
+// The SSIM sums of `blocks` 4x4 blocks side by side, from four rows of either picture starting at a and
+// b (rows `stride` samples apart), as four arrays of `blocks` sums one after the other: of a, of b, of
+// a^2 + b^2 and of a b. 8-bit samples, or 16-bit ones of at most 12 significant bits (whose sums over
+// 64 samples still fit 32 bits).
+using SsimBlocksFn = void (*)(const void *a, const void *b, int64_t stride, int32_t blocks, uint32_t *out);
+// The windows of one row: window i joins blocks i and i + 1 of the block sums `top` and `bottom` (laid
+// out as SsimBlocksFn writes them), blocks - 1 windows. Returns the sum of their SSIM with the constants
+// c1 and c2 (in units of the 64-sample sums) and adds the sum of their contrast-structure terms to *cs
+// unless cs is null.
+using SsimWindowsFn = double (*)(const uint32_t *top, const uint32_t *bottom, int32_t blocks, double c1, double c2,
+                                 double *cs);
 // Replaces blue, green and red of n pixels by their tone-table bytes, keeping the fourth byte.
 using ToneRowFn = void (*)(void *dst, int32_t n, const uint8_t *table);
 
@@ -61,7 +72,9 @@ struct KernelSet {
     // Sets with a fast table pass use the identity rows followed by this pass instead of the [tone]
     // variants (null in the portable set, whose tone variants are the reference).
     ToneRowFn toneRow;
-    DiffRow8Fn diffRow8[2]; // [unsigned/signed]
+    DiffRow8Fn diffRow8[2];     // [unsigned/signed]
+    SsimBlocksFn ssimBlocks[2]; // [8-bit / 16-bit container]
+    SsimWindowsFn ssimWindows;
 };
 
 // The portable set (the reference every other set is tested against) and, on x86-64 builds, the

@@ -31,7 +31,7 @@ struct ActionSpec {
     ActionSlot slot;
 };
 
-inline constexpr std::array<ActionSpec, 45> kActions = {{
+inline constexpr std::array<ActionSpec, 46> kActions = {{
     // clang-format off
     {"actionOpen", "Open File(s) ...", "O", false, false, "", "", onTrigger(&frame::oon_open)},
     {"actionQuit", "Quit", "Esc", false, false, "", "", onTrigger(&frame::oon_close)},
@@ -78,6 +78,7 @@ inline constexpr std::array<ActionSpec, 45> kActions = {{
     {"actionNext_Diff_Component", "Next Diff Component", "V", false, false, "", "", onTrigger(&frame::oon_next_diff_component)},
     {"actionPrevious_Diff_Component", "Previous Diff Component", "C", false, false, "", "", onTrigger(&frame::oon_prev_diff_component)},
     {"actionStay_on_top", "Stay on top", "Ctrl+T", true, false, "", "", onTrigger(&frame::oon_stay_on_top)},
+    {"actionMetrics", "Metrics Panel", "Ctrl+M", true, false, "PSNR, SSIM and MS-SSIM of every frame of the difference", "", onToggle(&frame::oon_metrics)},
     // clang-format on
 }};
 
@@ -107,7 +108,7 @@ inline constexpr std::array<MenuSpec, 6> kMenus = {{
     {"menuTools_2",
      "Tools",
      {"actionMagnifier", "actionDifference_against", "actionGrid", "actionDeinterlace", "actionBrightness_Contrast_etc",
-      "-", "actionNormalize_File_Name", "actionExtract", "actionReverse", "-", "actionSettings"}},
+      "-", "actionNormalize_File_Name", "actionExtract", "actionReverse", "-", "actionSettings", "actionMetrics"}},
     {"menuHelp", "Help", {"actionOnline_Help", "actionAbout"}},
 }};
 

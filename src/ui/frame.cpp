@@ -13,6 +13,7 @@
 #include "ui/KavriSettingsDlg.h"
 #include "ui/KavriSlider.h"
 #include "ui/LinkController.h"
+#include "ui/MetricsDock.h"
 #include "ui/PlaybackController.h"
 #include "ui/SaveFrame.h"
 #include "ui/SequenceTools.h"
@@ -455,6 +456,7 @@ void frame::oon_new_frame(frame_t *f)
 {
     // Runs on the loader thread: only atomics, the panel's locked swap and queued signals.
     m_playback->frameShown(f->frameIndex);
+    if (kavri::ui::MetricsDock *dock = m_metricsDock.load()) dock->frameShown(f);
     // The corner texts go into the panel's spare pair and appear together with the frame they describe.
     view::TimeTextInput t;
     t.frameIndex = f->frameIndex;
@@ -708,6 +710,23 @@ void frame::leftFullScreen()
     updateActions();
     // Back at the zoom step that was chosen before.
     if (const std::optional<view::ZoomStep> step = checkedZoomStep()) showAtZoomStep(*step);
+}
+
+void frame::oon_metrics(bool on)
+{
+    kavri::ui::MetricsDock *dock = m_metricsDock.load();
+    if (!dock && on) {
+        dock = new kavri::ui::MetricsDock(this);
+        addDockWidget(Qt::BottomDockWidgetArea, dock);
+        connect(dock, &kavri::ui::MetricsDock::frameRequested, this,
+                [this](quint64 n) { m_playback->seekPicked(n, false); });
+        connect(dock, &kavri::ui::MetricsDock::closed, action("actionMetrics"),
+                [this] { action("actionMetrics")->setChecked(false); });
+        m_metricsDock.store(dock);
+    }
+    if (!dock) return;
+    dock->setVisible(on);
+    if (on) dock->setPair(m_loader ? m_loader->pendingProps() : VideoProps());
 }
 
 void frame::oon_stay_on_top()

@@ -32,6 +32,9 @@ class LinkController;
 class PlaybackController;
 class QShortcut;
 class SequenceTools;
+namespace kavri::ui {
+class MetricsDock;
+}
 struct frame_t;
 
 class frame : public QMainWindow,
@@ -126,6 +129,7 @@ public slots:
     void oon_new_window();
     void oon_fullscreen(bool on);
     void oon_stay_on_top();
+    void oon_metrics(bool on);
     void oon_maintain_ar();
     void oon_menu_size();
     void oon_magnify();
@@ -211,4 +215,6 @@ private:
     std::atomic<bool> m_diffOpen{false};
     // A stream was opened and has not delivered its first frame: the status bar says so until it does.
     std::atomic<bool> m_waitingForData{false};
+    // Made on first use; read on the loader thread to hand it each frame shown.
+    std::atomic<kavri::ui::MetricsDock *> m_metricsDock{nullptr};
 };

@@ -99,9 +99,10 @@ TEST(FrameWindow, MenusInOrder)
                            "Next Channel", "Loop", "-", "Next Diff Component", "Previous Diff Component"}));
     EXPECT_EQ(menuContents(w.findChild<QMenu *>("menuSize")),
               QStringList({"25%", "33%", "50%", "100%", "200%", "Smaller", "Larger"}));
-    EXPECT_EQ(menuContents(w.findChild<QMenu *>("menuTools_2")),
-              QStringList({"Magnifier", "Difference against ...", "Grid", "Deinterlace", "Brightness, Contrast etc.",
-                           "-", "Normalize File Name ...", "Extract ...", "Reverse ...", "-", "Settings"}));
+    EXPECT_EQ(
+        menuContents(w.findChild<QMenu *>("menuTools_2")),
+        QStringList({"Magnifier", "Difference against ...", "Grid", "Deinterlace", "Brightness, Contrast etc.", "-",
+                     "Normalize File Name ...", "Extract ...", "Reverse ...", "-", "Settings", "Metrics Panel"}));
 }
 
 TEST(FrameWindow, EscapeFollowsThePreference)
