@@ -132,7 +132,9 @@ QImage nativePicture(const FramePipeline &pipeline, int channel)
     const bool planarChroma = !colour && component > 0 && info.kind == LayoutKind::PlanarYuv;
     const int64_t bytes = pipeline.allocationSize();
     const bool wide = p.bitDepth > 8;
-    const pixel::ChromaPlanes planes = pixel::chromaPlanes(p.format, p.width, p.height, bytes / (wide ? 2 : 1));
+    // Only the stored frame counts: the buffer's padding past it holds no samples.
+    const int64_t samples = int64_t(pipeline.frameBytes()) / (wide ? 2 : 1);
+    const pixel::ChromaPlanes planes = pixel::chromaPlanes(p.format, p.width, p.height, samples);
 
     QImage image(p.width, p.height,
                  colour ? (alpha ? QImage::Format_RGBA64 : QImage::Format_RGBX64) : QImage::Format_Grayscale16);
@@ -144,14 +146,18 @@ QImage nativePicture(const FramePipeline &pipeline, int channel)
         auto *line = reinterpret_cast<uint16_t *>(image.scanLine(y));
         if (planarChroma) {
             // Interlaced 4:2:0 shares a chroma row between two rows of the same field.
-            int32_t chromaRow = p.interlaced && p.format == YUV_p420 ? 2 * (row / 4) + row % 2 : row >> planes.shiftY;
-            chromaRow = std::min(chromaRow, (component == 1 ? planes.uFit : planes.vFit) - 1);
+            const int32_t wanted =
+                p.interlaced && p.format == YUV_p420 ? 2 * (row / 4) + row % 2 : row >> planes.shiftY;
             const int64_t start = component == 1 ? planes.uStart : planes.vStart;
             for (int32_t x = 0; x < p.width; ++x) {
+                // With an odd width the last pixels have no chroma column of their own, and with an odd
+                // height the last chroma row may be cut off: they repeat the nearest stored sample.
                 const int32_t col = std::min(x >> planes.shiftX, planes.cols - 1);
+                int32_t chromaRow = std::min(wanted, planes.rows - 1);
+                int64_t pos = start + int64_t(chromaRow) * planes.cols + col;
+                while (chromaRow > 0 && pos >= samples) pos = start + int64_t(--chromaRow) * planes.cols + col;
                 int32_t v = 0;
-                if (chromaRow >= 0 && col >= 0) {
-                    const int64_t pos = start + int64_t(chromaRow) * planes.cols + col;
+                if (col >= 0 && chromaRow >= 0 && pos < samples) {
                     if (wide) {
                         uint16_t w;
                         std::memcpy(&w, frame + pos * 2, 2);

@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QImage>
+#include <algorithm>
 #include <gtest/gtest.h>
 
 using namespace kavri;
@@ -214,12 +215,20 @@ struct NativeCase {
     bool bigEndian;
     bool isSigned;
     int channel; // 0: the colour picture of an RGB layout
+    int width = 48, height = 20;
 };
 
 // The pattern's value at (x, y) of frame 1, as --native must write it: the stored value (moved up by
-// half the range when signed, which gives back the pattern's unsigned value) shifted to 16 bits.
+// half the range when signed, which gives back the pattern's unsigned value) shifted to 16 bits. Planar
+// chroma rows hold W >> shift samples, so with an odd width the last pixels have no column of their own
+// and repeat the last stored one.
 uint16_t expected(const PatternSpec &s, int channel, int x, int y)
 {
+    const LayoutInfo &info = layoutInfo(s.layout);
+    if (info.kind == LayoutKind::PlanarYuv && channel >= 2) {
+        const int sx = info.chromaShiftX;
+        x = std::min(x >> sx, (s.width >> sx) - 1) << sx;
+    }
     const PatternPixel p = patternPixel(s, 1, x, y);
     const int32_t v = channel == 1 ? p.c1 : channel == 2 ? p.c2 : channel == 3 ? p.c3 : p.alpha;
     return uint16_t(v << (16 - s.bits));
@@ -233,25 +242,14 @@ TEST_P(CliRenderNative, ValuesAreTheStoredSamplesShifted)
     const LayoutInfo &info = layoutInfo(c.layout);
     test::TempDir dir;
     const QString f = dir.path("in.raw");
-    QStringList synth = {"synth",
-                         "-f",
-                         QString::fromUtf8(info.keyword.data(), qsizetype(info.keyword.size())),
-                         "--size",
-                         "48x20",
-                         "--bits",
-                         QString::number(c.bits),
-                         "--frames",
-                         "2",
-                         "-o",
-                         f};
+    const QString keyword = QString::fromUtf8(info.keyword.data(), qsizetype(info.keyword.size()));
+    const QString w = QString::number(c.width), h = QString::number(c.height), bits = QString::number(c.bits);
+    QStringList synth = {"synth", "-f", keyword, "--size", w + "x" + h, "--bits", bits, "--frames", "2", "-o", f};
     if (c.bigEndian) synth << "--big-endian";
     if (c.isSigned) synth << "--signed";
     ASSERT_EQ(runCli(synth).rc, 0);
-    QStringList args = {"render",   "-w",      "48",
-                        "-h",       "20",      "-f",
-                        synth[2],   "--bits",  QString::number(c.bits),
-                        f,          "--frame", "1",
-                        "--native", "-o",      dir.path("n.png")};
+    QStringList args = {"render", "-w", w,         "-h", h,          "-f", keyword,          "--bits",
+                        bits,     f,    "--frame", "1",  "--native", "-o", dir.path("n.png")};
     if (c.bigEndian) args << "--toggle-endian";
     if (c.isSigned) args << "--signed";
     if (c.channel != 0) args << "--channel" << QString::number(c.channel);
@@ -262,19 +260,19 @@ TEST_P(CliRenderNative, ValuesAreTheStoredSamplesShifted)
 
     PatternSpec s;
     s.layout = c.layout;
-    s.width = 48;
-    s.height = 20;
+    s.width = c.width;
+    s.height = c.height;
     s.bits = c.bits;
     s.containerBits = c.bits > 8 ? 16 : 8;
     const QImage img(dir.path("n.png"));
     ASSERT_FALSE(img.isNull());
-    ASSERT_EQ(img.size(), QSize(48, 20));
+    ASSERT_EQ(img.size(), QSize(c.width, c.height));
     if (c.channel == 0) {
         const QImage rgba = img.convertToFormat(QImage::Format_RGBA64);
         EXPECT_EQ(img.hasAlphaChannel(), info.hasAlpha);
-        for (int y = 0; y < 20; ++y) {
+        for (int y = 0; y < c.height; ++y) {
             const auto *line = reinterpret_cast<const uint16_t *>(rgba.constScanLine(y));
-            for (int x = 0; x < 48; ++x) {
+            for (int x = 0; x < c.width; ++x) {
                 for (int k = 0; k < 3; ++k)
                     ASSERT_EQ(line[4 * x + k], expected(s, k + 1, x, y))
                         << "x " << x << " y " << y << " component " << k;
@@ -283,9 +281,10 @@ TEST_P(CliRenderNative, ValuesAreTheStoredSamplesShifted)
         }
     } else {
         ASSERT_EQ(img.format(), QImage::Format_Grayscale16);
-        for (int y = 0; y < 20; ++y) {
+        for (int y = 0; y < c.height; ++y) {
             const auto *line = reinterpret_cast<const uint16_t *>(img.constScanLine(y));
-            for (int x = 0; x < 48; ++x) ASSERT_EQ(line[x], expected(s, c.channel, x, y)) << "x " << x << " y " << y;
+            for (int x = 0; x < c.width; ++x)
+                ASSERT_EQ(line[x], expected(s, c.channel, x, y)) << "x " << x << " y " << y;
         }
     }
 }
@@ -312,6 +311,10 @@ const NativeCase kCases[] = {
     {"brgap10", BRGA_planar, 10, false, false, 0},
     {"rgbp10_signed", RGB_planar, 10, false, true, 0},
     {"rgbp10_green_only", RGB_planar, 10, false, false, 2},
+    // Odd sizes: the chroma rows are cut short in storage.
+    {"yuv420_odd_v", YUV_p420, 8, false, false, 3, 47, 20},
+    {"yuv422_odd_u", YUV_p422, 10, false, false, 2, 47, 19},
+    {"yuv411_odd_v", YUV_p411, 8, false, false, 3, 45, 7},
 };
 
 INSTANTIATE_TEST_SUITE_P(Layouts, CliRenderNative, testing::ValuesIn(kCases),
@@ -326,6 +329,10 @@ TEST(CliRenderNativeGrey, DefaultsToTheFirstComponentAndRefusesMissingOnes)
     ASSERT_EQ(runCli(base + QStringList{"-o", dir.path("d.png")}).rc, 0);
     ASSERT_EQ(runCli(base + QStringList{"--channel", "1", "-o", dir.path("y.png")}).rc, 0);
     EXPECT_EQ(readAll(dir.path("d.png")), readAll(dir.path("y.png")));
+    // --flip turns the picture upside down, as the player shows it.
+    ASSERT_EQ(runCli(base + QStringList{"--channel", "2", "-o", dir.path("u.png")}).rc, 0);
+    ASSERT_EQ(runCli(base + QStringList{"--channel", "2", "--flip", "-o", dir.path("f.png")}).rc, 0);
+    EXPECT_EQ(QImage(dir.path("f.png")), QImage(dir.path("u.png")).mirrored(false, true));
     // A luma-only file has no second component.
     const QString l = dir.path("a.bw");
     ASSERT_EQ(runCli({"synth", "-f", "luma", "--size", "16x8", "--frames", "1", "-o", l}).rc, 0);
