@@ -174,7 +174,7 @@ QImage nativePicture(const FramePipeline &pipeline, int channel)
             if (!pixel::readStored(frame, bytes, p.format, p.width, p.height, p.bitDepth, p.signedValues, x, row, s))
                 return QImage();
             if (!colour) {
-                line[x] = scaled(s.c[component]);
+                line[x] = scaled(s.c[rgbLayout ? rgb[size_t(component)] : component]);
                 continue;
             }
             uint16_t *px = line + 4 * x;
@@ -183,6 +183,13 @@ QImage nativePicture(const FramePipeline &pipeline, int channel)
         }
     }
     return image;
+}
+
+int nativeChannel(videoFormat_t layout, int channel)
+{
+    const LayoutKind kind = layoutInfo(layout).kind;
+    const bool rgbLayout = kind == LayoutKind::InterleavedRgb || kind == LayoutKind::PlanarRgb;
+    return rgbLayout ? channel : std::max(channel, 1);
 }
 
 // The frame as the player shows it (before display scaling), in `rgb` (width x height x 4 bytes).
@@ -297,6 +304,8 @@ int runRender(Context &ctx)
         }
         if (n != first && !readFrame(src, n, error)) return ctx.fail(error);
         const QImage image = native ? nativePicture(src.pipeline, view.channel) : shownPicture(src, view, rgb.get());
+        if (image.isNull() && native)
+            return ctx.fail(QStringLiteral("frame %1: the stored samples of this layout cannot be read").arg(n));
         if (image.isNull())
             return ctx.fail(QStringLiteral("frame %1 cannot be shown: %2")
                                 .arg(n)
@@ -320,7 +329,8 @@ int runRender(Context &ctx)
     else
         o.add("file", out).add("frame", first);
     o.add("width", p.width).add("height", p.height);
-    if (native) o.add("native", true).add("depth", p.bitDepth).add("channel", view.channel);
+    // The channel written: 0 for a colour picture, else the component shown in grey.
+    if (native) o.add("native", true).add("depth", p.bitDepth).add("channel", nativeChannel(p.format, view.channel));
     ctx.out << o.toString() << '\n';
     return kExitOk;
 }
@@ -333,8 +343,9 @@ Command renderCommand()
     for (const OptionSpec &s : frameSelectionSpecs()) opts.push_back(s);
     opts.push_back({nullptr, "--frames", "A-B",
                     "frames A..B, included (cut to the file's last frame); OUT holds one number such as %05d"});
-    opts.push_back({nullptr, "--channel", "0..3",
-                    "0 full colour, 1..3 one component as grey (with --native: Y, U, V as stored; Y by default)"});
+    opts.push_back(
+        {nullptr, "--channel", "0..3",
+         "0 full colour, 1..3 one component as grey (with --native: Y, U, V as stored, or R, G, B; Y by default)"});
     opts.push_back(
         {nullptr, "--brightness", "B", "tone curve brightness (default 0; ignored while a difference is shown)"});
     opts.push_back({nullptr, "--contrast", "C",

@@ -256,6 +256,7 @@ TEST_P(CliRenderNative, ValuesAreTheStoredSamplesShifted)
     const auto r = runCli(args);
     ASSERT_EQ(r.rc, 0) << r.err.toStdString();
     EXPECT_EQ(r.json()["depth"].toInt(), c.bits);
+    EXPECT_EQ(r.json()["channel"].toInt(), c.channel);
     EXPECT_TRUE(r.json()["native"].toBool());
 
     PatternSpec s;
@@ -311,6 +312,9 @@ const NativeCase kCases[] = {
     {"brgap10", BRGA_planar, 10, false, false, 0},
     {"rgbp10_signed", RGB_planar, 10, false, true, 0},
     {"rgbp10_green_only", RGB_planar, 10, false, false, 2},
+    // One component of an RGB layout is named red, green, blue whatever the storage order.
+    {"gbrp10_red_only", GBR_planar, 10, false, false, 1},
+    {"bgr8_blue_only", BGR_i444, 8, false, false, 3},
     // Odd sizes: the chroma rows are cut short in storage.
     {"yuv420_odd_v", YUV_p420, 8, false, false, 3, 47, 20},
     {"yuv422_odd_u", YUV_p422, 10, false, false, 2, 47, 19},
