@@ -491,6 +491,9 @@ void frame::oon_load_init()
     // A reload has counted the file again on the loader thread; the record the window owns takes it up.
     if (m_loader) m_loader->adoptRecount();
     updateStatus();
+    // An open metrics panel follows the pair (a new file, a changed format, a reload that grew it).
+    if (kavri::ui::MetricsDock *dock = m_metricsDock.load(); dock && dock->isVisible() && m_loader)
+        dock->setPair(m_loader->pendingProps());
     fitToRecordZoom();
     if (m_loader && m_loader->isStdin() && !m_loader->hasShownAFrame()) {
         m_waitingForData = true;
@@ -679,6 +682,7 @@ void frame::oon_close_file()
     m_panel->setMagnifier(false, false);
     m_panel->resetToStartup();
     oon_magnifier_off();
+    if (kavri::ui::MetricsDock *dock = m_metricsDock.load()) dock->setPair(VideoProps());
     showEmptyState();
 }
 
