@@ -15,11 +15,7 @@ using kavri::test::runCli;
 
 namespace {
 
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+using kavri::test::readAll;
 
 QJsonObject jsonLine(const QString &line) { return QJsonDocument::fromJson(line.toUtf8()).object(); }
 

@@ -16,11 +16,7 @@ using kavri::test::runCli;
 
 namespace {
 
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+using kavri::test::readAll;
 
 QStringList filesIn(const QString &dir)
 {

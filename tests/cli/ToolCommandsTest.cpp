@@ -25,11 +25,7 @@ QByteArray lumaFrames(int header, int frames)
     return b;
 }
 
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+using kavri::test::readAll;
 
 const QStringList kFormat{"-w", "4", "-h", "2", "-f", "luma", "-r", "25", "--no-remembered"};
 

@@ -43,11 +43,7 @@ QByteArray sequenceBytes(int header, int frames, int frameBytes)
 
 QByteArray frameOf(int k, int frameBytes) { return sequenceBytes(0, k + 1, frameBytes).mid(k * frameBytes); }
 
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+using kavri::test::readAll;
 
 CopyJob job(const QString &in, const QString &out, uint32_t frameBytes, uint32_t header, uint64_t first, uint64_t last,
             bool reverse = false)
