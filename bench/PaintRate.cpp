@@ -2,8 +2,10 @@
 // sequence plays at its rate. Run it under the platform to be judged (Xvfb, a desktop, or "offscreen"):
 //
 //   kavri_paint_rate FILE WIDTH HEIGHT [--bits N] [--rate R] [--seconds S] [--zoom 25|33|50|100|200]
-//                    [--window WxH] [--fullscreen]
+//                    [--window WxH] [--fullscreen] [--diff FILE2 [--metrics]]
 //
+// With --diff the window shows the difference against FILE2; --metrics opens the metrics panel, whose
+// pass over the whole pair then runs in the background while the rate is measured.
 // Prints one JSON line. The settings store goes to a temporary folder, so nothing of the user's changes.
 #include "formats/Settings.h"
 #include "formats/Validation.h"
@@ -35,7 +37,7 @@ public:
 int usage()
 {
     std::fprintf(stderr, "usage: kavri_paint_rate FILE WIDTH HEIGHT [--bits N] [--rate R] [--seconds S] "
-                         "[--zoom 25|33|50|100|200] [--window WxH] [--fullscreen]\n");
+                         "[--zoom 25|33|50|100|200] [--window WxH] [--fullscreen] [--diff FILE2 [--metrics]]\n");
     return 2;
 }
 
@@ -69,7 +71,7 @@ int main(int argc, char **argv)
     config.rate = 60.0;
     int bits = 8, seconds = 5, zoom = 100;
     QSize window;
-    bool fullscreen = false;
+    bool fullscreen = false, metrics = false;
     for (int i = 3; i < args.size(); ++i) {
         const QString &a = args[i];
         const QString v = i + 1 < args.size() ? args[i + 1] : QString();
@@ -85,6 +87,10 @@ int main(int argc, char **argv)
             window = QSize(v.section('x', 0, 0).toInt(), v.section('x', 1, 1).toInt()), ++i;
         else if (a == "--fullscreen")
             fullscreen = true;
+        else if (a == "--diff")
+            config.diff = v, ++i;
+        else if (a == "--metrics")
+            metrics = true;
         else
             return usage();
     }
@@ -107,6 +113,7 @@ int main(int argc, char **argv)
     if (QAction *z = w.action(QStringLiteral("action%1").arg(zoom).toLatin1().constData())) z->trigger();
     if (window.isValid()) w.resize(window);
     if (fullscreen) w.action("actionFullscreen")->trigger();
+    if (metrics) w.action("actionMetrics")->trigger();
     loader->setLoop(true);
     spinUntil([] { return false; }, 500); // let the window settle at its size
 
@@ -127,8 +134,9 @@ int main(int argc, char **argv)
     w.oon_play_pause();
     const QSize panel = w.drawPanel()->size();
     std::printf("{\"platform\": \"%s\", \"video\": \"%dx%d\", \"bits\": %d, \"rate\": %.3f, \"zoom\": %d, "
-                "\"panel\": \"%dx%d\", \"seconds\": %.3f, \"delivered_fps\": %.2f, \"painted_fps\": %.2f}\n",
+                "\"panel\": \"%dx%d\", \"metrics\": %s, \"seconds\": %.3f, \"delivered_fps\": %.2f, "
+                "\"painted_fps\": %.2f}\n",
                 qPrintable(QGuiApplication::platformName()), config.width, config.height, bits, config.rate, zoom,
-                panel.width(), panel.height(), s, frames / s, paints / s);
+                panel.width(), panel.height(), metrics ? "true" : "false", s, frames / s, paints / s);
     return 0;
 }
