@@ -13,7 +13,7 @@ packages=(
     # The fuzz targets (libFuzzer ships with clang's runtime) and the format check of the sources.
     clang-14 libclang-rt-14-dev clang-format-14
     # The Debian package (dpkg-shlibdeps works out its dependencies) and the checks of its desktop files.
-    dpkg-dev appstream desktop-file-utils shared-mime-info
+    dpkg-dev file appstream desktop-file-utils shared-mime-info
 )
 # Optional extras: benchmark baselines and the tools used to look at the player under Xvfb.
 if [[ "${KAVRI_EXTRAS:-0}" == 1 ]]; then

@@ -148,8 +148,10 @@ void KavriLoader::postCommand(uint32_t kind, uint32_t flags, uint32_t argument)
     // A synchronous command posted from the loader's own thread could never be taken while its poster
     // waits; it runs asynchronously instead.
     if (QThread::currentThread() == thread()) flags |= kCmdAsync;
-    // Only init and quit may hold their poster; the others take the queue mutex themselves while they run.
-    if (kind != kCmdInit && kind != kCmdQuit) flags |= kCmdAsync;
+    // Only init, pause and quit may hold their poster (they run without taking the queue mutex); the others
+    // take it themselves while they run. A held pause returns once playback has ended: no frame is
+    // delivered after it, so the frame on screen is final (a linked player seeks its partner to it).
+    if (kind != kCmdInit && kind != kCmdQuit && kind != kCmdPause) flags |= kCmdAsync;
     QMutexLocker lock(&m_queueMutex);
     if (m_loopDone.load()) return;
     if (kind == kCmdQuit) m_quitRequested.store(true);

@@ -170,8 +170,10 @@ frame::frame(const KavriStartupConfig *config, QWidget *parent) : QMainWindow(pa
 
 frame::~frame()
 {
-    // The loader delivers to the parts until it is gone.
+    // The loader delivers to the parts until it is gone, and the link reports to the window's widgets:
+    // both end while those are still here.
     closeLoader();
+    endLink();
 }
 
 void frame::wireParts()
