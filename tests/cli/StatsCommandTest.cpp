@@ -39,11 +39,11 @@ struct ContractCase {
     const char *name;
     QStringList synth; // synth options besides size, frames and output
     QStringList read;  // format options for stats
-    PatternSpec spec;
+    PatternSpec pattern;
     QStringList names;
 };
 
-PatternSpec spec(videoFormat_t layout, int bits, int container, bool isSigned, bool bigEndian)
+PatternSpec patternOf(videoFormat_t layout, int bits, int container, bool isSigned, bool bigEndian)
 {
     PatternSpec s;
     s.layout = layout;
@@ -62,19 +62,19 @@ TEST(CliStats, FrameLinesAndSummaryFollowTheContract)
         {"yuv420 10-bit big-endian",
          {"-f", "yuv420", "--bits", "10", "--big-endian"},
          {"-f", "yuv420", "--bits", "10", "--toggle-endian"},
-         spec(YUV_p420, 10, 16, false, true),
+         patternOf(YUV_p420, 10, 16, false, true),
          {"Y", "U", "V"}},
         {"gbrap 8-bit signed",
          {"-f", "gbrap", "--signed"},
          {"-f", "gbrap", "--signed"},
-         spec(GBRA_planar, 8, 8, true, false),
+         patternOf(GBRA_planar, 8, 8, true, false),
          {"G", "B", "R", "A"}},
         {"luma 16-bit",
          {"-f", "luma", "--bits", "16"},
          {"-f", "luma", "--bits", "16"},
-         spec(BW, 16, 16, false, false),
+         patternOf(BW, 16, 16, false, false),
          {"Y"}},
-        {"uyvy 8-bit", {"-f", "uyvy"}, {"-f", "uyvy"}, spec(YUV_uyvy, 8, 8, false, false), {"Y", "U", "V"}},
+        {"uyvy 8-bit", {"-f", "uyvy"}, {"-f", "uyvy"}, patternOf(YUV_uyvy, 8, 8, false, false), {"Y", "U", "V"}},
     };
     for (const ContractCase &c : cases) {
         test::TempDir dir;
@@ -96,7 +96,7 @@ TEST(CliStats, FrameLinesAndSummaryFollowTheContract)
             EXPECT_EQ(j.keys(), (QStringList{"components", "frame"})) << c.name;
             EXPECT_EQ(j["frame"].toInt(), i);
             const QJsonArray comps = j["components"].toArray();
-            const pixel::FrameStatistics want = engineStatistics(c.spec, uint64_t(i));
+            const pixel::FrameStatistics want = engineStatistics(c.pattern, uint64_t(i));
             ASSERT_EQ(comps.size(), c.names.size()) << c.name;
             for (int k = 0; k < comps.size(); ++k) {
                 const QJsonObject o = comps[k].toObject();
