@@ -199,19 +199,6 @@ void MetricsDock::frameShown(const frame_t *f)
     // Loader thread: one queued call at a time carries the latest index; frames shown meanwhile only
     // move the index it will read.
     m_pendingCursor.store(f->frameIndex);
-    if (f->props && (f->props->fileName != m_seenFile || f->props->diffFileName != m_seenDiff ||
-                     f->props->frameCount != m_seenCount)) {
-        m_seenFile = f->props->fileName;
-        m_seenDiff = f->props->diffFileName;
-        m_seenCount = f->props->frameCount;
-        const VideoProps props = *f->props;
-        QMetaObject::invokeMethod(
-            this,
-            [this, props] {
-                if (isVisible()) setPair(props);
-            },
-            Qt::QueuedConnection);
-    }
     if (!m_cursorQueued.exchange(true))
         QMetaObject::invokeMethod(
             this,

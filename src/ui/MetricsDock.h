@@ -30,7 +30,8 @@ public:
     explicit MetricsDock(QWidget *parent = nullptr);
     ~MetricsDock() override;
 
-    // From the loader's thread for every delivered frame: copies what it needs and queues the rest.
+    // From the loader's thread for every delivered frame: moves the cursor (queued). The pair itself comes
+    // from the window through setPair whenever its loader is set up.
     void frameShown(const frame_t *f);
     // Works out the pair's metrics unless they are cached for the files as they are now; a record
     // without a second file clears the panel.
@@ -81,9 +82,6 @@ private:
     uint64_t m_cursor = 0;
     std::atomic<uint64_t> m_pendingCursor{0};
     std::atomic<bool> m_cursorQueued{false};
-    // The pair last seen on the loader's thread (touched there only), to notice a new pair.
-    QString m_seenFile, m_seenDiff;
-    uint64_t m_seenCount = 0;
 
     std::thread m_worker;
     std::atomic<bool> m_stop{false};
