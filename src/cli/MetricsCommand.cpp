@@ -106,11 +106,12 @@ int runMetrics(Context &ctx)
     FrameMetricsEngine engine;
     std::string why;
     MetricsFormat format;
-    format.layout = pa.format;
+    // Measured on the samples as unpacked: a descriptor-read layout is compared in its canonical layout.
+    format.layout = src.pipeline.props().format;
     format.width = pa.width;
     format.height = pa.height;
-    format.bitsA = pa.bitDepth;
-    format.bitsB = pb.bitDepth;
+    format.bitsA = src.pipeline.props().bitDepth;
+    format.bitsB = pipelineB.props().bitDepth;
     format.containerA = src.pipeline.props().containerBits;
     format.containerB = pipelineB.props().containerBits;
     format.isSigned = pa.signedValues;

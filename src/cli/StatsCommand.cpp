@@ -65,12 +65,12 @@ int runStats(Context &ctx)
         return ctx.fail(QStringLiteral("'%1': %2").arg(pos[0], error));
     if (clamped && ranged) ctx.warn(QStringLiteral("'%1' ends at frame %2; counting up to it").arg(pos[0]).arg(last));
 
-    const pixel::StatisticsFormat format = pixel::statisticsFormatOf(p);
+    const pixel::StatisticsFormat format = pixel::statisticsFormatOf(src.pipeline.props());
     std::vector<Summary> summary;
     for (uint64_t i = first; i <= last; ++i) {
         if (!readFrame(src, i, error)) return ctx.fail(error);
         const pixel::FrameStatistics st = pixel::computeFrameStatistics(
-            format, src.pipeline.buffer(FramePipeline::Buffer::First), src.pipeline.frameBytes());
+            format, src.pipeline.buffer(FramePipeline::Buffer::First), src.pipeline.sampleBytes());
         summary.resize(st.components.size());
         QList<JsonValue> comps;
         for (size_t c = 0; c < st.components.size(); ++c) {

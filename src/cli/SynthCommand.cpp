@@ -2,6 +2,7 @@
 #include "cli/Commands.h"
 #include "cli/Json.h"
 #include "formats/FormatNames.h"
+#include "formats/PixelDescriptor.h"
 #include "pixel/PatternGenerator.h"
 
 #include <QDir>
@@ -41,7 +42,9 @@ PatternSpec specFrom(const ParsedArgs &a)
     s.width = int32_t(w);
     s.height = int32_t(h);
     const bool v210 = s.layout == YUV_v210;
-    s.bits = a.intValue("--bits", v210 ? 10 : 8, 1, 16);
+    // A layout that names its depth (P010, Y210, ...) is written at that depth unless told otherwise.
+    const int32_t ownDepth = v210 ? 10 : pixelDescriptor(s.layout)->fixedDepth;
+    s.bits = a.intValue("--bits", ownDepth ? ownDepth : 8, 1, 16);
     const int smallest = s.bits <= 8 ? 8 : 16;
     s.containerBits = a.intValue("--container", v210 ? 16 : smallest, 8, 16);
     if (s.containerBits != 8 && s.containerBits != 16) throw UsageError("option '--container' takes 8 or 16");

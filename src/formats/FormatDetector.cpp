@@ -6,6 +6,8 @@
 #include <QHash>
 #include <QRegularExpression>
 
+#include <cstring>
+
 namespace kavri {
 
 namespace {
@@ -62,6 +64,38 @@ constexpr LayoutRow kLayoutRows[] = {
     {BW, {".bw$", 1.0}}, {BW, {".y$", 1.0}}, {BW, {".gray$", 1.0}}, {BW, {".luma", 0.01}}, {BW, {".luminance", 0.01}},
     {BW, {".+gray.+", 0.9}}, {BW, {".+luma.+", 0.9}}, {BW, {".+luminance.+", 0.9}}, {BW, {".+gray.+", 0.9}},
     {BW, {"p400", 1.0}},
+    // clang-format on
+};
+
+// Words that name one of the layouts after the original 27: the layout's own keyword and the names the
+// common tools give it (pix_fmt names). They count only as whole words (between non-alphanumerics), and
+// the longest word found decides, so none of them changes what a name without them detects. `bits` sets
+// the depth where the word states it (0: left to the rest of the name).
+struct LayoutWord {
+    const char *word;
+    videoFormat_t layout;
+    int32_t bits;
+};
+constexpr LayoutWord kLayoutWords[] = {
+    // clang-format off
+    {"nv21", YUV_nv21, 0}, {"nv16", YUV_nv16, 0}, {"nv61", YUV_nv61, 0}, {"nv24", YUV_nv24, 0}, {"nv42", YUV_nv42, 0},
+    {"p010", YUV_p010, 0}, {"p010le", YUV_p010, 0}, {"p012", YUV_p012, 0}, {"p012le", YUV_p012, 0},
+    {"p016", YUV_p016, 0}, {"p016le", YUV_p016, 0}, {"p210", YUV_p210, 0}, {"p210le", YUV_p210, 0},
+    {"p216", YUV_p216, 0}, {"p216le", YUV_p216, 0}, {"p410w", YUV_p410w, 0}, {"p410le", YUV_p410w, 0},
+    {"p416", YUV_p416, 0}, {"p416le", YUV_p416, 0},
+    {"yuv440", YUV_p440, 0}, {"p440", YUV_p440, 0}, {"yuv440p", YUV_p440, 8},
+    {"y210", YUV_y210, 0}, {"y210le", YUV_y210, 0}, {"y212", YUV_y212, 0}, {"y212le", YUV_y212, 0},
+    {"y216", YUV_y216, 0}, {"y216le", YUV_y216, 0}, {"y410", YUV_y410, 0},
+    {"ayuv", YUV_ayuv, 0}, {"vuya", YUV_vuya, 0},
+    {"x2rgb10", RGB_x2rgb10, 0}, {"x2rgb10le", RGB_x2rgb10, 0}, {"x2bgr10", RGB_x2bgr10, 0}, {"x2bgr10le", RGB_x2bgr10, 0},
+    {"rgba64", RGBA_64, 0}, {"rgba64le", RGBA_64, 0}, {"bgra64", BGRA_64, 0}, {"bgra64le", BGRA_64, 0},
+    {"rgb565", RGB_565, 0}, {"rgb565le", RGB_565, 0},
+    {"rggb", BAYER_rggb, 0}, {"bggr", BAYER_bggr, 0}, {"grbg", BAYER_grbg, 0}, {"gbrg", BAYER_gbrg, 0},
+    {"bayer_rggb8", BAYER_rggb, 8}, {"bayer_bggr8", BAYER_bggr, 8}, {"bayer_grbg8", BAYER_grbg, 8},
+    {"bayer_gbrg8", BAYER_gbrg, 8}, {"bayer_rggb16le", BAYER_rggb, 16}, {"bayer_bggr16le", BAYER_bggr, 16},
+    {"bayer_grbg16le", BAYER_grbg, 16}, {"bayer_gbrg16le", BAYER_gbrg, 16},
+    {"rggb10p", BAYER_rggb10p, 0}, {"bggr10p", BAYER_bggr10p, 0}, {"grbg10p", BAYER_grbg10p, 0},
+    {"gbrg10p", BAYER_gbrg10p, 0},
     // clang-format on
 };
 
@@ -219,6 +253,18 @@ void FormatDetector::readName(const QString &path)
             r.bitDepth = bits < 0 ? -bits : bits;
             if (bits < 0) r.signedValues = true;
         }
+    }
+
+    // A word naming a layout after the original 27 overrides the vote (which never chooses one of them).
+    const LayoutWord *named = nullptr;
+    for (const LayoutWord &w : kLayoutWords) {
+        if (named && std::strlen(w.word) <= std::strlen(named->word)) continue;
+        const QString pattern = QStringLiteral("(^|[^a-z0-9])%1([^a-z0-9]|$)").arg(QLatin1String(w.word));
+        if (search(pattern, name).hasMatch()) named = &w;
+    }
+    if (named) {
+        r.format = named->layout;
+        if (named->bits) r.bitDepth = named->bits;
     }
 
     r.flipped = search(QStringLiteral("flip|upside.down"), name).hasMatch();

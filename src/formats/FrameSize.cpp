@@ -1,5 +1,6 @@
 #include "formats/FrameSize.h"
 
+#include "formats/PixelDescriptor.h"
 #include "formats/StreamPath.h"
 
 #include <QFile>
@@ -71,6 +72,10 @@ uint32_t frameBytes(int32_t format, int32_t containerBits, int32_t width, int32_
     // Every layout takes at least a byte a pixel, so more than 2^32 pixels or a container wider than
     // 32 bits cannot fit; refusing them first keeps the 64-bit arithmetic below from overflowing.
     if (int64_t(width) * height > (int64_t(1) << 32) || containerBits < 0 || containerBits > 32) return 0;
+    // The layouts after the original ones take their size from their descriptor: whole samples for
+    // every subsampled chroma row and column, rows one after the other.
+    if (isDescribedLayout(format))
+        return narrow(planeLayout(*pixelDescriptor(format), containerBits, width, height).frameBytes);
     return narrow(rawFrameBytes(format, containerBits, width, height));
 }
 

@@ -1,6 +1,7 @@
 #include "formats/Validation.h"
 
 #include "formats/FrameSize.h"
+#include "formats/PixelDescriptor.h"
 #include "formats/StreamPath.h"
 
 #include <cmath>
@@ -29,6 +30,13 @@ uint32_t validateProps(VideoProps &p)
     if (p.format == YUV_v210) {
         p.bitDepth = 10;
         p.signedValues = false;
+    } else if (isDescribedLayout(p.format)) {
+        // A layout that names its depth (P010, Y210, RGB565, ...) stores exactly that, in its own words.
+        const PixelDescriptor &d = *pixelDescriptor(p.format);
+        if (d.fixedDepth) {
+            p.bitDepth = d.fixedDepth;
+            p.containerBits = containerBitsFor(d.fixedDepth);
+        }
     }
     if (p.bitDepth <= kMaxBitDepth) mask |= kDepthSettled;
     normaliseContainer(p);

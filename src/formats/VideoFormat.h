@@ -1,10 +1,13 @@
-// The 27 sample layouts of a raw sequence, described as data: names, suffixes, plane structure.
-// Byte counts, the name tables, the pixel kernels, the readout and the test-pattern writer all read
-// this one table, so a layout is described in exactly one place.
+// The sample layouts of a raw sequence, described as data: names, suffixes, plane structure. The first 27
+// are the player's original layouts; the ones after them are described further by their pixel descriptor
+// (formats/PixelDescriptor.h), which says where every sample lies. Byte counts, the name tables, the pixel
+// kernels, the readout and the test-pattern writer all read these tables, so a layout is described in
+// exactly one place.
 #pragma once
 
 #include <array>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 enum videoFormat_t : int32_t {
@@ -36,6 +39,43 @@ enum videoFormat_t : int32_t {
     GBR_planar = 25,
     GBRA_planar = 26,
     BW = 27,
+    // Layouts read through their pixel descriptor; each is shown, compared and read out through the
+    // original layout its samples unpack into (its `canonical` layout).
+    YUV_nv21 = 28,
+    YUV_nv16 = 29,
+    YUV_nv61 = 30,
+    YUV_nv24 = 31,
+    YUV_nv42 = 32,
+    YUV_p010 = 33,
+    YUV_p012 = 34,
+    YUV_p016 = 35,
+    YUV_p210 = 36,
+    YUV_p216 = 37,
+    YUV_p410w = 38, // P410: 16-bit words, 4:4:4 semi-planar (YUV_p410 is planar 4:1:0)
+    YUV_p416 = 39,
+    YUV_yv12 = 40,
+    YUV_yv16 = 41,
+    YUV_yv24 = 42,
+    YUV_p440 = 43,
+    YUV_y210 = 44,
+    YUV_y212 = 45,
+    YUV_y216 = 46,
+    YUV_y410 = 47,
+    YUV_ayuv = 48,
+    YUV_vuya = 49,
+    RGB_x2rgb10 = 50,
+    RGB_x2bgr10 = 51,
+    RGBA_64 = 52,
+    BGRA_64 = 53,
+    RGB_565 = 54,
+    BAYER_rggb = 55,
+    BAYER_bggr = 56,
+    BAYER_grbg = 57,
+    BAYER_gbrg = 58,
+    BAYER_rggb10p = 59,
+    BAYER_bggr10p = 60,
+    BAYER_grbg10p = 61,
+    BAYER_gbrg10p = 62,
 };
 
 // The readout reports the layout of its values as the open file's layout number.
@@ -43,7 +83,10 @@ using colorSpace_t = videoFormat_t;
 
 namespace kavri {
 
-constexpr int kLayoutCount = 27;
+// The original layouts, whose numbers, names and behaviour never change.
+constexpr int kCoreLayoutCount = 27;
+// Every layout, the original ones first.
+constexpr int kLayoutCount = 62;
 
 // How the samples of a frame are arranged in storage.
 enum class LayoutKind : uint8_t {
@@ -53,7 +96,7 @@ enum class LayoutKind : uint8_t {
     V210,           // 10-bit 4:2:2, six pixels in four little-endian 32-bit words
     InterleavedRgb, // R G B (A) samples per pixel, in the layout's own order
     PlanarRgb,      // three (or four) full planes in the layout's own order
-    Luma,           // one luma plane
+    Luma,           // one luma plane (also the mosaic of a Bayer layout, whose stored samples are one plane)
 };
 
 struct LayoutInfo {
@@ -104,12 +147,58 @@ inline constexpr std::array<LayoutInfo, kLayoutCount> kLayouts = {{
     {GBR_planar,  "GBR_planar",  "_P444.gbr",  "GBR, planar,   4:4:4",      "gbrp",   LayoutKind::PlanarRgb,      0, 0, 3, false, {"G", "B", "R"}, {1, 2, 0}},
     {GBRA_planar, "GBRA_planar", "_P444.gbra", "GBRA, planar,  4:4:4",      "gbrap",  LayoutKind::PlanarRgb,      0, 0, 4, true,  {"G", "B", "R"}, {1, 2, 0}},
     {BW,          "BW",          ".bw",        "Luminance Only",            "luma",   LayoutKind::Luma,           0, 0, 0, false, {"", "", ""},    {0, 0, 0}},
+    // The descriptor-read layouts. Their kind, subsampling and letters are those of the samples as
+    // shown (the canonical layout's), so code that asks "is this RGB" or "how many components" gets the
+    // answer for the picture.
+    {YUV_nv21,    "YUV_nv21",    ".nv21",      "YUV, 4:2:0, NV21 ordering", "nv21",   LayoutKind::PlanarYuv,      1, 1, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_nv16,    "YUV_nv16",    ".nv16",      "YUV, 4:2:2, NV16 ordering", "nv16",   LayoutKind::PlanarYuv,      1, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_nv61,    "YUV_nv61",    ".nv61",      "YUV, 4:2:2, NV61 ordering", "nv61",   LayoutKind::PlanarYuv,      1, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_nv24,    "YUV_nv24",    ".nv24",      "YUV, 4:4:4, NV24 ordering", "nv24",   LayoutKind::PlanarYuv,      0, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_nv42,    "YUV_nv42",    ".nv42",      "YUV, 4:4:4, NV42 ordering", "nv42",   LayoutKind::PlanarYuv,      0, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_p010,    "YUV_p010",    ".p010",      "YUV, 4:2:0, P010 (10-bit)", "p010",   LayoutKind::PlanarYuv,      1, 1, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_p012,    "YUV_p012",    ".p012",      "YUV, 4:2:0, P012 (12-bit)", "p012",   LayoutKind::PlanarYuv,      1, 1, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_p016,    "YUV_p016",    ".p016",      "YUV, 4:2:0, P016 (16-bit)", "p016",   LayoutKind::PlanarYuv,      1, 1, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_p210,    "YUV_p210",    ".p210",      "YUV, 4:2:2, P210 (10-bit)", "p210",   LayoutKind::PlanarYuv,      1, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_p216,    "YUV_p216",    ".p216",      "YUV, 4:2:2, P216 (16-bit)", "p216",   LayoutKind::PlanarYuv,      1, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_p410w,   "YUV_p410w",   ".p410w",     "YUV, 4:4:4, P410 (10-bit)", "p410w",  LayoutKind::PlanarYuv,      0, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_p416,    "YUV_p416",    ".p416",      "YUV, 4:4:4, P416 (16-bit)", "p416",   LayoutKind::PlanarYuv,      0, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_yv12,    "YUV_yv12",    ".yv12",      "YUV, planar, 4:2:0, YV12",  "yv12",   LayoutKind::PlanarYuv,      1, 1, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_yv16,    "YUV_yv16",    ".yv16",      "YUV, planar, 4:2:2, YV16",  "yv16",   LayoutKind::PlanarYuv,      1, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_yv24,    "YUV_yv24",    ".yv24",      "YUV, planar, 4:4:4, YV24",  "yv24",   LayoutKind::PlanarYuv,      0, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_p440,    "YUV_p440",    "_P440.yuv",  "YUV, planar, 4:4:0",        "yuv440", LayoutKind::PlanarYuv,      0, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_y210,    "YUV_y210",    ".y210",      "YUV, 4:2:2, Y210 (10-bit)", "y210",   LayoutKind::PlanarYuv,      1, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_y212,    "YUV_y212",    ".y212",      "YUV, 4:2:2, Y212 (12-bit)", "y212",   LayoutKind::PlanarYuv,      1, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_y216,    "YUV_y216",    ".y216",      "YUV, 4:2:2, Y216 (16-bit)", "y216",   LayoutKind::PlanarYuv,      1, 0, 0, false, {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_y410,    "YUV_y410",    ".y410",      "YUV, 4:4:4, Y410 (10-bit)", "y410",   LayoutKind::PlanarYuv,      0, 0, 0, true,  {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_ayuv,    "YUV_ayuv",    ".ayuv",      "YUV, 4:4:4, AYUV ordering", "ayuv",   LayoutKind::PlanarYuv,      0, 0, 0, true,  {"Y", "U", "V"}, {0, 1, 2}},
+    {YUV_vuya,    "YUV_vuya",    ".vuya",      "YUV, 4:4:4, VUYA ordering", "vuya",   LayoutKind::PlanarYuv,      0, 0, 0, true,  {"Y", "U", "V"}, {0, 1, 2}},
+    {RGB_x2rgb10, "RGB_x2rgb10", ".x2rgb10",   "RGB, 10-bit in 32, X2RGB10","x2rgb10",LayoutKind::PlanarRgb,      0, 0, 3, false, {"R", "G", "B"}, {0, 1, 2}},
+    {RGB_x2bgr10, "RGB_x2bgr10", ".x2bgr10",   "BGR, 10-bit in 32, X2BGR10","x2bgr10",LayoutKind::PlanarRgb,      0, 0, 3, false, {"R", "G", "B"}, {0, 1, 2}},
+    {RGBA_64,     "RGBA_64",     ".rgba64",    "RGBA, interleaved, 16-bit", "rgba64", LayoutKind::PlanarRgb,      0, 0, 4, true,  {"R", "G", "B"}, {0, 1, 2}},
+    {BGRA_64,     "BGRA_64",     ".bgra64",    "BGRA, interleaved, 16-bit", "bgra64", LayoutKind::PlanarRgb,      0, 0, 4, true,  {"R", "G", "B"}, {0, 1, 2}},
+    {RGB_565,     "RGB_565",     ".rgb565",    "RGB, 5:6:5 in 16 bits",     "rgb565", LayoutKind::PlanarRgb,      0, 0, 3, false, {"R", "G", "B"}, {0, 1, 2}},
+    {BAYER_rggb,  "BAYER_rggb",  ".rggb",      "Bayer, RGGB",               "rggb",   LayoutKind::Luma,           0, 0, 0, false, {"", "", ""},    {0, 0, 0}},
+    {BAYER_bggr,  "BAYER_bggr",  ".bggr",      "Bayer, BGGR",               "bggr",   LayoutKind::Luma,           0, 0, 0, false, {"", "", ""},    {0, 0, 0}},
+    {BAYER_grbg,  "BAYER_grbg",  ".grbg",      "Bayer, GRBG",               "grbg",   LayoutKind::Luma,           0, 0, 0, false, {"", "", ""},    {0, 0, 0}},
+    {BAYER_gbrg,  "BAYER_gbrg",  ".gbrg",      "Bayer, GBRG",               "gbrg",   LayoutKind::Luma,           0, 0, 0, false, {"", "", ""},    {0, 0, 0}},
+    {BAYER_rggb10p,"BAYER_rggb10p",".rggb10p", "Bayer, RGGB, MIPI RAW10",   "rggb10p",LayoutKind::Luma,           0, 0, 0, false, {"", "", ""},    {0, 0, 0}},
+    {BAYER_bggr10p,"BAYER_bggr10p",".bggr10p", "Bayer, BGGR, MIPI RAW10",   "bggr10p",LayoutKind::Luma,           0, 0, 0, false, {"", "", ""},    {0, 0, 0}},
+    {BAYER_grbg10p,"BAYER_grbg10p",".grbg10p", "Bayer, GRBG, MIPI RAW10",   "grbg10p",LayoutKind::Luma,           0, 0, 0, false, {"", "", ""},    {0, 0, 0}},
+    {BAYER_gbrg10p,"BAYER_gbrg10p",".gbrg10p", "Bayer, GBRG, MIPI RAW10",   "gbrg10p",LayoutKind::Luma,           0, 0, 0, false, {"", "", ""},    {0, 0, 0}},
     // clang-format on
 }};
 
 constexpr bool isValidFormat(int32_t value) { return value >= 1 && value <= kLayoutCount; }
+// One of the 27 original layouts, which the pixel kernels read directly.
+constexpr bool isCoreLayout(int32_t value) { return value >= 1 && value <= kCoreLayoutCount; }
 
-// The table entry of a layout; only for values 1..27.
+// The rows of the 27 original layouts.
+constexpr std::span<const LayoutInfo> coreLayouts()
+{
+    return std::span<const LayoutInfo>(kLayouts).first(kCoreLayoutCount);
+}
+
+// The table entry of a layout; only for values 1..kLayoutCount.
 constexpr const LayoutInfo &layoutInfo(videoFormat_t value) { return kLayouts[size_t(value) - 1]; }
 
 } // namespace kavri

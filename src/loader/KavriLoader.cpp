@@ -320,7 +320,7 @@ void KavriLoader::doInit()
 
 bool KavriLoader::deliverFrame(bool readAhead)
 {
-    uint8_t *mainBuf = m_pipeline.buffer(kavri::FramePipeline::Buffer::First);
+    uint8_t *mainBuf = m_pipeline.readBuffer(kavri::FramePipeline::Buffer::First);
     if (!mainBuf || m_frameBytes == 0 || !m_main) return false;
     int64_t got = 0, gotDiff = 0;
     // From here on the buffers may hold part of another frame than the one on screen.
@@ -337,9 +337,9 @@ bool KavriLoader::deliverFrame(bool readAhead)
     } else {
         got = m_main->read(mainBuf, m_frameBytes, &m_quitRequested);
         if (got > 0 && m_hasDiff)
-            gotDiff = m_diffStream
-                          ? m_diffStream->read(m_pipeline.buffer(kavri::FramePipeline::Buffer::Second), m_frameBytes)
-                          : 0;
+            gotDiff = m_diffStream ? m_diffStream->read(m_pipeline.readBuffer(kavri::FramePipeline::Buffer::Second),
+                                                        m_frameBytes)
+                                   : 0;
     }
     // Nothing new (a vanished or exhausted file): the last good frame stays on screen.
     if (got <= 0 || m_quitRequested.load()) return false;

@@ -171,7 +171,7 @@ void X2RGBColorConv::convertNativeFrame(const uint8_t *src, uint8_t *dst)
     const videoFormat_t layout = m_props.format;
     const int32_t W = m_props.width, H = m_props.height;
     const int32_t bits = m_props.bitDepth, container = m_props.containerBits;
-    if (!src || !dst || !isValidFormat(layout) || W <= 0 || H <= 0) return;
+    if (!src || !dst || !isCoreLayout(layout) || W <= 0 || H <= 0) return;
     // Only 8- and 16-bit containers and depths 1..16 have kernels; anything else converts nothing.
     if (bits < 1 || bits > 16 || (container != 8 && container != 16)) return;
     const int64_t alloc = allocationSize(layout, container, W, H);
@@ -393,7 +393,7 @@ bool X2RGBColorConv::readNative(const uint8_t *frame, int32_t x, int32_t row, in
                                 int32_t *alpha) const
 {
     const videoFormat_t layout = m_props.format;
-    if (!isValidFormat(layout)) return false;
+    if (!isCoreLayout(layout)) return false;
     if (m_props.bitDepth > 16) return true; // no reader for such depths; nothing is read
     const int64_t bytes = allocationSize(layout, m_props.containerBits, m_props.width, m_props.height);
     StoredSample s;

@@ -52,6 +52,7 @@ public:
     // Threads used for large frames: 0 (default) the shared worker pool and the caller, 1 the caller
     // only, n at most n threads in all. The result never depends on it.
     void setThreadCount(int32_t threads) { m_threads = threads < 0 ? 0 : threads; }
+    int32_t threadCount() const { return m_threads; }
     // Chooses the kernel set by name ("portable", "avx2", "avx512"); false (and no change) when the
     // build or the CPU lacks it. The default is the fastest the CPU supports; results are identical.
     bool setKernelVariant(const char *name);

@@ -138,7 +138,7 @@ void DifferencePicture::compute(uint8_t *a, const uint8_t *b, uint8_t *dst)
         mse[k] = 0;
         firstDiffX[k] = firstDiffY[k] = -1;
     }
-    if (!a || !b || m_table.empty() || !isValidFormat(m_layout) || m_width <= 0 || m_height <= 0) return;
+    if (!a || !b || m_table.empty() || !isCoreLayout(m_layout) || m_width <= 0 || m_height <= 0) return;
     const bool wide = m_bits > 8;
     if (wide && isEightBitOnly(m_layout)) return;
     if (!dst) dst = a;
@@ -236,7 +236,7 @@ bool DifferencePicture::readDifference(const uint8_t *a, const uint8_t *b, int32
                                        int32_t &c2, int32_t &c3, int32_t *alpha) const
 {
     const bool packed = m_layout == YUV_uyvy || m_layout == YUV_yuyv || m_layout == YUV_yuy2 || m_layout == YUV_nv12;
-    if (!isValidFormat(m_layout) || (m_signed && packed)) {
+    if (!isCoreLayout(m_layout) || (m_signed && packed)) {
         qDebug("not supported");
         return false;
     }

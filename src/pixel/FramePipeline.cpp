@@ -2,6 +2,7 @@
 
 #include "formats/FrameSize.h"
 #include "formats/Validation.h"
+#include "pixel/LayoutUnpack.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -87,32 +88,49 @@ size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32
 
 void FramePipeline::setup(const VideoProps &props, bool withSecond)
 {
-    m_props = props;
+    m_stored = props;
     // Buffers, the conversion and the difference walk take the sample size from the same container.
-    kavri::normaliseContainer(m_props);
+    kavri::normaliseContainer(m_stored);
+    // A descriptor-read layout is unpacked into its canonical record after every read; everything past
+    // the read sees that record.
+    m_props = pixel::canonicalProps(m_stored);
     m_hasSecond = withSecond;
-    m_frameBytes = kavri::frameBytes(m_props.format, m_props.containerBits, m_props.width, m_props.height);
-    m_allocSize = kavri::allocationSize(m_props.format, m_props.containerBits, m_props.width, m_props.height);
+    m_frameBytes = kavri::frameBytes(m_stored.format, m_stored.containerBits, m_stored.width, m_stored.height);
+    m_allocSize = kavri::allocationSize(m_stored.format, m_stored.containerBits, m_stored.width, m_stored.height);
+    const uint32_t sampleAlloc =
+        kavri::allocationSize(m_props.format, m_props.containerBits, m_props.width, m_props.height);
+    m_sampleBytes = kavri::frameBytes(m_props.format, m_props.containerBits, m_props.width, m_props.height);
     // The old buffers go first, so a large record never needs both sets at once.
     release();
     try {
-        m_buffers[int(Buffer::First)] = allocateAligned(m_allocSize);
+        const bool described = this->described();
+        m_buffers[int(Buffer::First)] = allocateAligned(sampleAlloc);
+        if (described) m_raw[0] = allocateAligned(m_allocSize);
         if (withSecond) {
-            m_buffers[int(Buffer::Second)] = allocateAligned(m_allocSize);
-            m_buffers[int(Buffer::Difference)] = allocateAligned(m_allocSize);
+            m_buffers[int(Buffer::Second)] = allocateAligned(sampleAlloc);
+            m_buffers[int(Buffer::Difference)] = allocateAligned(sampleAlloc);
+            if (described) m_raw[1] = allocateAligned(m_allocSize);
         }
+        if (pixelDescriptor(m_stored.format)->cfa != Cfa::None)
+            m_mosaicRgb = allocateAligned(
+                size_t(kavri::allocationSize(RGB_planar, m_props.containerBits, m_props.width, m_props.height)));
     } catch (const std::bad_alloc &) {
         release();
-        m_frameBytes = m_allocSize = 0;
+        m_frameBytes = m_allocSize = m_sampleBytes = 0;
         throw;
     }
     m_shown = Buffer::First;
     m_converter.setDescription(m_props);
     m_converter.setUnsigned(!props.signedValues);
+    VideoProps rgb = m_props;
+    rgb.format = RGB_planar;
+    m_mosaicConverter.setDescription(rgb);
+    m_mosaicConverter.setUnsigned(!props.signedValues);
     // The difference picture walks the stored rows of the first plane, which are `width` samples long;
     // its setup builds the table with the default gain.
     if (withSecond) {
-        m_difference.setup(props.format, props.width, props.height, props.width, props.bitDepth, props.signedValues);
+        m_difference.setup(m_props.format, m_props.width, m_props.height, m_props.width, m_props.bitDepth,
+                           m_props.signedValues);
         m_differenceGain = ColorConversion::kDefaultValue;
     }
 }
@@ -134,28 +152,32 @@ void moveToneSlider(ViewSettings &view, bool hasSecond, ToneSlider slider, int32
 void FramePipeline::release()
 {
     for (AlignedBuffer &b : m_buffers) b.reset();
+    for (AlignedBuffer &b : m_raw) b.reset();
+    m_mosaicRgb.reset();
 }
 
 void FramePipeline::exchangeInput(AlignedBuffer &first, AlignedBuffer &second)
 {
-    std::swap(m_buffers[int(Buffer::First)], first);
-    if (m_hasSecond) std::swap(m_buffers[int(Buffer::Second)], second);
+    AlignedBuffer *read = described() ? m_raw : m_buffers;
+    std::swap(read[0], first);
+    if (m_hasSecond) std::swap(read[1], second);
 }
 
 void FramePipeline::setDeinterlace(bool on)
 {
     m_props.interlaced = on;
+    m_stored.interlaced = on;
     m_converter.setDescription(m_props);
 }
 
 bool FramePipeline::read(std::istream &first, std::istream *second, uint64_t index)
 {
-    uint8_t *a = buffer(Buffer::First);
+    uint8_t *a = readBuffer(Buffer::First);
     if (!a) return false;
-    const size_t n = readFrameAt(first, index, m_frameBytes, m_props.headerBytes, a);
+    const size_t n = readFrameAt(first, index, m_frameBytes, m_stored.headerBytes, a);
     if (n == 0) return false;
     if (m_hasSecond &&
-        (!second || readFrameAt(*second, index, m_frameBytes, m_props.headerBytes, buffer(Buffer::Second)) != n))
+        (!second || readFrameAt(*second, index, m_frameBytes, m_stored.headerBytes, readBuffer(Buffer::Second)) != n))
         return false;
     toNative();
     return true;
@@ -163,6 +185,13 @@ bool FramePipeline::read(std::istream &first, std::istream *second, uint64_t ind
 
 void FramePipeline::toNative()
 {
+    if (described()) {
+        for (Buffer b : {Buffer::First, Buffer::Second})
+            if (readBuffer(b) && buffer(b))
+                pixel::unpackFrame(m_stored, readBuffer(b), m_allocSize, buffer(b), m_sampleBytes,
+                                   m_converter.threadCount());
+        return;
+    }
     if (uint8_t *a = buffer(Buffer::First)) m_converter.swapToNative(a);
     if (uint8_t *b = buffer(Buffer::Second)) m_converter.swapToNative(b);
 }
@@ -178,6 +207,7 @@ void FramePipeline::applyTone(int32_t brightness, int32_t contrast, int32_t gamm
 {
     if (m_tone[0] == brightness && m_tone[1] == contrast && m_tone[2] == gamma) return;
     m_converter.setToneCurve(brightness, contrast, gamma);
+    m_mosaicConverter.setToneCurve(brightness, contrast, gamma);
     m_tone[0] = brightness;
     m_tone[1] = contrast;
     m_tone[2] = gamma;
@@ -206,7 +236,16 @@ FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst
     }
     m_converter.setChannelSelection(view.channel);
     if (!dst) return source;
-    m_converter.convertNativeFrame(src, dst);
+    if (m_mosaicRgb && source != Buffer::Difference) {
+        // A Bayer mosaic is shown in colour: demosaicked into RGB planes, then converted as RGB.
+        m_mosaicConverter.setUnsigned(!m_props.signedValues);
+        m_mosaicConverter.setThreadCount(m_converter.threadCount());
+        m_mosaicConverter.setChannelSelection(view.channel);
+        pixel::demosaicBilinear(pixelDescriptor(m_stored.format)->cfa, m_props, src, m_mosaicRgb.get());
+        m_mosaicConverter.convertNativeFrame(m_mosaicRgb.get(), dst);
+    } else {
+        m_converter.convertNativeFrame(src, dst);
+    }
     if (m_props.interlaced) deinterlaceFilter(dst, m_props.width, m_props.height);
     return source;
 }
@@ -220,6 +259,16 @@ bool FramePipeline::readout(int32_t x, int32_t y, int32_t &c1, int32_t &c2, int3
     const int32_t row = m_props.flipped ? m_props.height - 1 - y : y;
     if (m_shown == Buffer::Difference)
         return m_difference.readDifference(first, buffer(Buffer::Second), x, row, c1, c2, c3, alpha);
+    if (described()) {
+        // The stored values, read from the stored bytes through the layout's descriptor.
+        pixel::StoredSample s;
+        if (!pixel::readDescribed(m_stored, readBuffer(m_shown), m_allocSize, x, row, s)) return false;
+        c1 = s.c[0];
+        c2 = s.c[1];
+        c3 = s.c[2];
+        if (alpha && s.hasAlpha) *alpha = s.alpha;
+        return true;
+    }
     return m_converter.readNative(buffer(m_shown), x, row, c1, c2, c3, alpha);
 }
 

@@ -78,14 +78,29 @@ public:
     // Frees the buffers; setup builds them again.
     void release();
 
+    // The record of the samples in buffer(): the set-up record itself, or for a layout read through its
+    // descriptor (P010, NV21, ...) the original layout its samples unpack into. The conversion, the
+    // difference picture, the statistics and the metrics work on these.
     const VideoProps &props() const { return m_props; }
+    // The record as set up: the layout as stored in the file.
+    const VideoProps &storedProps() const { return m_stored; }
     bool hasSecond() const { return m_hasSecond; }
+    // Bytes of a stored frame, and the size of the buffers it is read into.
     uint32_t frameBytes() const { return m_frameBytes; }
     uint32_t allocationSize() const { return m_allocSize; }
+    // Bytes of the samples in buffer() (the frame bytes of props()).
+    uint32_t sampleBytes() const { return m_sampleBytes; }
 
-    // The buffers a frame is read into (First, and Second with a comparison) and the difference picture.
+    // The samples of the frames in native byte order (First, and Second with a comparison) and the
+    // difference picture.
     uint8_t *buffer(Buffer which) { return m_buffers[int(which)].get(); }
     const uint8_t *buffer(Buffer which) const { return m_buffers[int(which)].get(); }
+    // Where the stored bytes of a frame are read to (First or Second); toNative() brings them into buffer().
+    // The same buffer for the original layouts; a buffer of its own for a descriptor-read layout, which
+    // keeps the stored bytes for the readout.
+    uint8_t *readBuffer(Buffer which) { return described() ? m_raw[int(which) & 1].get() : buffer(which); }
+    const uint8_t *readBuffer(Buffer which) const { return described() ? m_raw[int(which) & 1].get() : buffer(which); }
+    bool described() const { return m_stored.format != m_props.format; }
     // Exchanges the read buffers with a reader's spare ones of the allocation size, so a frame read ahead
     // into a spare becomes the current frame without a copy. `second` is left alone without a comparison.
     void exchangeInput(AlignedBuffer &first, AlignedBuffer &second);
@@ -126,12 +141,17 @@ private:
     void applyTone(int32_t brightness, int32_t contrast, int32_t gamma);
 
     VideoProps m_props;
+    VideoProps m_stored;
     bool m_hasSecond = false;
     uint32_t m_frameBytes = 0;
     uint32_t m_allocSize = 0;
+    uint32_t m_sampleBytes = 0;
     AlignedBuffer m_buffers[3];
+    AlignedBuffer m_raw[2];    // stored bytes of a descriptor-read layout
+    AlignedBuffer m_mosaicRgb; // a Bayer frame demosaicked, as 16-bit RGB planes, for the conversion
     Buffer m_shown = Buffer::First;
     ColorConversion::X2RGBColorConv m_converter;
+    ColorConversion::X2RGBColorConv m_mosaicConverter; // RGB planes of a demosaicked Bayer frame
     DifferencePicture m_difference;
     // What the tone table and the difference table were last built from: a table is rebuilt only when a
     // setting changes, not for every frame.

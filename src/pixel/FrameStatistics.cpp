@@ -51,7 +51,7 @@ Run run(std::string name, int64_t start, int32_t step, int32_t cols, int64_t pit
 
 bool validFormat(const StatisticsFormat &f)
 {
-    if (!isValidFormat(f.layout) || f.width <= 0 || f.height <= 0) return false;
+    if (!isCoreLayout(f.layout) || f.width <= 0 || f.height <= 0) return false;
     if (f.layout == YUV_v210) return true;
     return f.bits >= 1 && f.bits <= 16 && (f.containerBits == 8 || f.containerBits == 16) && f.bits <= f.containerBits;
 }
@@ -293,7 +293,7 @@ int32_t highestCode(int32_t bits, bool isSigned) { return isSigned ? (1 << (bits
 std::vector<std::string> componentNames(videoFormat_t layout)
 {
     std::vector<std::string> names;
-    if (!isValidFormat(layout)) return names;
+    if (!isCoreLayout(layout)) return names;
     StatisticsFormat f;
     f.layout = layout;
     f.width = f.height = 1;

@@ -81,7 +81,7 @@ int32_t readAt(const uint8_t *frame, int64_t pos, bool wide, bool isSigned)
 bool readStored(const uint8_t *frame, int64_t bufferBytes, videoFormat_t layout, int32_t width, int32_t height,
                 int32_t bits, bool isSigned, int32_t x, int32_t row, StoredSample &out)
 {
-    if (!frame || !isValidFormat(layout) || bits < 1 || bits > 16) return false;
+    if (!frame || !isCoreLayout(layout) || bits < 1 || bits > 16) return false;
     if (x < 0 || row < 0 || x >= width || row >= height) return false;
     out = StoredSample{};
     if (layout == YUV_v210) {

@@ -1,11 +1,16 @@
 #include "pixel/PatternGenerator.h"
 
 #include "formats/FrameSize.h"
+#include "formats/PixelDescriptor.h"
+#include "formats/Validation.h"
+#include "formats/VideoProps.h"
+#include "pixel/LayoutUnpack.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <vector>
 
 namespace kavri {
 
@@ -311,10 +316,45 @@ void writeRgb(const Scene &sc, const PatternSpec &s, const LayoutInfo &info, con
 
 } // namespace
 
+namespace {
+
+// A descriptor-read layout's pattern is the pattern of its canonical layout at the layout's depth, packed.
+VideoProps describedRecord(const PatternSpec &s)
+{
+    VideoProps p;
+    p.format = s.layout;
+    p.width = s.width;
+    p.height = s.height;
+    p.bitDepth = s.bits;
+    p.containerBits = s.containerBits;
+    p.signedValues = s.isSigned;
+    p.toggleEndianness = s.bigEndian;
+    return p;
+}
+
+PatternSpec canonicalSpec(const PatternSpec &s)
+{
+    const VideoProps c = pixel::canonicalProps(describedRecord(s));
+    PatternSpec k = s;
+    k.layout = pixelDescriptor(s.layout)->cfa != Cfa::None ? RGB_planar : c.format;
+    k.bits = c.bitDepth;
+    k.containerBits = c.containerBits;
+    k.bigEndian = false;
+    return k;
+}
+
+} // namespace
+
 std::string patternSpecError(const PatternSpec &s)
 {
     if (!isValidFormat(s.layout)) return "unknown layout";
     if (s.width < 1 || s.height < 1) return "the frame size must be at least 1x1";
+    if (isDescribedLayout(s.layout)) {
+        const PixelDescriptor &d = *pixelDescriptor(s.layout);
+        if (d.fixedDepth && s.bits != d.fixedDepth)
+            return std::string(layoutInfo(s.layout).keyword) + " holds " + std::to_string(d.fixedDepth) +
+                   "-bit samples only";
+    }
     if (s.layout == YUV_v210) {
         if (s.bits != 10) return "v210 holds 10-bit samples only";
         if (s.isSigned) return "v210 samples are unsigned";
@@ -334,9 +374,83 @@ uint32_t patternFrameBytes(const PatternSpec &s)
     return frameBytes(s.layout, s.layout == YUV_v210 ? 16 : s.containerBits, s.width, s.height);
 }
 
+namespace {
+
+// The pattern of a described layout at pixel (x, y): the canonical pattern's values at the sample that
+// covers the pixel in the layout's own subsampling, cut to each component's depth. A mosaic sample is the
+// colour its filter passes, taken from the RGB pattern.
+PatternPixel describedPixel(const PatternSpec &s, uint64_t frame, int32_t x, int32_t y)
+{
+    const PixelDescriptor &d = *pixelDescriptor(s.layout);
+    const PatternSpec k = canonicalSpec(s);
+    PatternPixel p = patternPixel(k, frame, x, y);
+    if (d.cfa != Cfa::None) {
+        const int32_t c = cfaColour(d.cfa, x, y);
+        return PatternPixel{c == 0 ? p.c1 : c == 1 ? p.c2 : p.c3, 0, 0, -1};
+    }
+    const int32_t sx = layoutInfo(k.layout).chromaShiftX;
+    if (sx && (x >> sx) >= (s.width >> sx) && (s.width >> sx) > 0) {
+        // The last chroma column of an odd width is one the canonical layout does not keep: it repeats
+        // the column before it.
+        const PatternPixel left = patternPixel(k, frame, ((s.width >> sx) - 1) << sx, y);
+        p.c2 = left.c2;
+        p.c3 = left.c3;
+    }
+    if (d.log2ChromaH > layoutInfo(k.layout).chromaShiftY) {
+        // Chroma rows shared in the layout but not in the canonical one: the top row's chroma.
+        const PatternPixel top = patternPixel(k, frame, x, (y >> d.log2ChromaH) << d.log2ChromaH);
+        p.c2 = top.c2;
+        p.c3 = top.c3;
+    }
+    int32_t *c[4] = {&p.c1, &p.c2, &p.c3, &p.alpha};
+    for (int i = 0; i < 3; ++i) {
+        const int32_t depth = componentDepth(d, i, s.bits);
+        if (depth < k.bits) *c[i] >>= k.bits - depth;
+    }
+    if (d.components < 4) {
+        p.alpha = -1;
+    } else if (p.alpha < 0) {
+        p.alpha = 0; // stored but not carried by the canonical layout: written as 0
+    } else {
+        const int32_t depth = componentDepth(d, 3, s.bits);
+        if (depth < k.bits) p.alpha >>= k.bits - depth;
+    }
+    return p;
+}
+
+bool writeDescribedFrame(const PatternSpec &s, uint64_t frame, uint8_t *dst, size_t bytes)
+{
+    const PixelDescriptor &d = *pixelDescriptor(s.layout);
+    const VideoProps stored = describedRecord(s);
+    const VideoProps canon = pixel::canonicalProps(stored);
+    const PatternSpec k = canonicalSpec(s);
+    const uint32_t canonBytes = allocationSize(canon.format, canon.containerBits, canon.width, canon.height);
+    std::vector<uint8_t> samples(canonBytes);
+    if (d.cfa != Cfa::None) {
+        // The mosaic: one sample a pixel, of the colour the filter over it passes.
+        for (int32_t y = 0; y < s.height; ++y)
+            for (int32_t x = 0; x < s.width; ++x) {
+                const int64_t i = int64_t(y) * s.width + x;
+                const uint32_t v = uint32_t(patternStoredValue(k, describedPixel(s, frame, x, y).c1));
+                if (canon.containerBits == 16) {
+                    const uint16_t w = uint16_t(v);
+                    std::memcpy(samples.data() + 2 * i, &w, 2);
+                } else {
+                    samples[size_t(i)] = uint8_t(v);
+                }
+            }
+    } else if (!writePatternFrame(k, frame, samples.data(), samples.size())) {
+        return false;
+    }
+    return pixel::packFrame(stored, samples.data(), int64_t(samples.size()), dst, int64_t(bytes));
+}
+
+} // namespace
+
 PatternPixel patternPixel(const PatternSpec &s, uint64_t frame, int32_t x, int32_t y)
 {
     if (!patternSpecError(s).empty() || x < 0 || y < 0 || x >= s.width || y >= s.height) return {};
+    if (isDescribedLayout(s.layout)) return describedPixel(s, frame, x, y);
     const Scene sc(s, frame);
     const LayoutInfo &info = layoutInfo(s.layout);
     PatternPixel p = sc.at(x, y);
@@ -361,6 +475,7 @@ bool writePatternFrame(const PatternSpec &s, uint64_t frame, uint8_t *dst, size_
     if (!patternSpecError(s).empty()) return false;
     const uint32_t bytes = patternFrameBytes(s);
     if (!dst || dstSize < bytes) return false;
+    if (isDescribedLayout(s.layout)) return writeDescribedFrame(s, frame, dst, dstSize);
     std::memset(dst, 0, bytes);
     const Scene sc(s, frame);
     const LayoutInfo &info = layoutInfo(s.layout);

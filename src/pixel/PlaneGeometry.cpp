@@ -12,7 +12,7 @@ int32_t rowsInside(int64_t start, int32_t cols, int32_t rows, int64_t total)
 ChromaPlanes chromaPlanes(videoFormat_t layout, int32_t width, int32_t height, int64_t bufferSamples)
 {
     ChromaPlanes p;
-    if (!isValidFormat(layout) || width <= 0 || height <= 0) return p;
+    if (!isCoreLayout(layout) || width <= 0 || height <= 0) return p;
     const int64_t luma = int64_t(width) * height;
     p.uStart = luma;
     if (layout == YUV_nv12) {
@@ -44,7 +44,7 @@ namespace kavri::pixel {
 int32_t componentGrids(videoFormat_t layout, int32_t W, int32_t H, int64_t samples, SampleGrid grids[3],
                        double count[3])
 {
-    if (!isValidFormat(layout) || W <= 0 || H <= 0) return 0;
+    if (!isCoreLayout(layout) || W <= 0 || H <= 0) return 0;
     const int64_t pixels = int64_t(W) * H;
     for (int k = 0; k < 3; ++k) {
         grids[k] = SampleGrid{};

@@ -277,7 +277,7 @@ bool FrameMetricsEngine::setup(const MetricsFormat &f, uint32_t metrics, std::st
     };
     m_metrics = metrics & kAllMetrics;
     d->format = f;
-    if (!isValidFormat(f.layout) || f.width <= 0 || f.height <= 0) return refuse("no valid format");
+    if (!isCoreLayout(f.layout) || f.width <= 0 || f.height <= 0) return refuse("no valid format");
     if (f.bitsA < 1 || f.bitsA > 16 || f.bitsB < 1 || f.bitsB > 16) return refuse("depths are 1 to 16 bits");
     m_bits = std::max(f.bitsA, f.bitsB);
     if (m_bits > 8 && isEightBitOnly(f.layout)) return refuse("this layout holds 8-bit samples only");

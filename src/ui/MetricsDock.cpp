@@ -272,10 +272,11 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
             // On this thread alone: the shared pool stays free for the conversion of shown frames.
             engine.setUsePool(false);
             MetricsFormat format;
-            format.layout = props.format;
+            // Measured on the samples as unpacked: a descriptor-read layout is compared in its canonical layout.
+            format.layout = a.props().format;
             format.width = props.width;
             format.height = props.height;
-            format.bitsA = format.bitsB = props.bitDepth;
+            format.bitsA = format.bitsB = a.props().bitDepth;
             format.containerA = format.containerB = a.props().containerBits;
             format.isSigned = props.signedValues;
             std::string why;

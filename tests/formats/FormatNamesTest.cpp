@@ -19,7 +19,7 @@ TEST(FormatNames, EveryLayoutRoundTripsThroughItsNames)
 
 TEST(FormatNames, OutOfRangeValues)
 {
-    for (int v : {0, -1, 28, 1000}) {
+    for (int v : {0, -1, kLayoutCount + 1, 1000}) {
         EXPECT_EQ(shortName(v), "yuv");
         EXPECT_EQ(formatSuffix(v), ".raw");
         EXPECT_EQ(displayName(v), "");

@@ -82,9 +82,25 @@ constexpr BytesCase kOddAndPadded[] = {
 };
 INSTANTIATE_TEST_SUITE_P(OddAndPadded, FrameBytes, ::testing::ValuesIn(kOddAndPadded));
 
+// The layouts after the 27: whole chroma samples for odd sizes, their own word sizes.
+constexpr BytesCase kDescribed[] = {
+    {YUV_p010, 16, 1920, 1080, 6220800, 6220800},
+    {YUV_p010, 8, 1920, 1080, 6220800, 6220800}, // the container of the record plays no part
+    {YUV_nv21, 8, 3, 3, 17, 17},                 // 9 luma + 2 rows of 2 V U pairs
+    {YUV_nv16, 8, 3, 3, 21, 21},
+    {YUV_p440, 8, 4, 3, 28, 28},  // 12 luma + 2 x (4 x 2) chroma
+    {YUV_y210, 16, 5, 2, 48, 48}, // 3 pairs of 4 words a row
+    {YUV_y410, 16, 3, 2, 24, 24},
+    {RGB_565, 8, 3, 2, 12, 12},
+    {BAYER_rggb10p, 16, 5, 2, 20, 20}, // 2 groups of 5 bytes a row
+    {BAYER_gbrg, 16, 5, 2, 20, 20},
+    {YUV_yv12, 16, 4, 4, 48, 48},
+};
+INSTANTIATE_TEST_SUITE_P(Described, FrameBytes, ::testing::ValuesIn(kDescribed));
+
 constexpr BytesCase kRefused[] = {
     {0, 8, 352, 288, 0, 0},
-    {28, 8, 352, 288, 0, 0},
+    {kLayoutCount + 1, 8, 352, 288, 0, 0},
     {-1, 8, 352, 288, 0, 0},
     {YUV_p420, 8, 0, 288, 0, 0},
     {YUV_p420, 8, -352, 288, 0, 0},

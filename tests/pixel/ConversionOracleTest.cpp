@@ -92,7 +92,7 @@ ConvCase randomCase(std::mt19937 &rng)
     auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
     static const int kWide[] = {31, 33, 63, 65, 97, 129, 255, 257};
     ConvCase c;
-    c.layout = videoFormat_t(pick(1, kLayoutCount));
+    c.layout = videoFormat_t(pick(1, kCoreLayoutCount));
     c.width = pick(0, 3) == 0 ? kWide[pick(0, 7)] : pick(1, 15);
     c.height = pick(1, 9);
     c.bits = pick(1, 16);
@@ -165,7 +165,7 @@ TEST_P(KernelSetOracle, RandomLayoutsDepthsAndSizesMatch)
 TEST_P(KernelSetOracle, EveryLayoutAndDepth)
 {
     std::mt19937 rng(7);
-    for (int f = 1; f <= kLayoutCount; ++f) {
+    for (int f = 1; f <= kCoreLayoutCount; ++f) {
         for (int bits = 1; bits <= 16; ++bits) {
             ConvCase c;
             c.layout = videoFormat_t(f);

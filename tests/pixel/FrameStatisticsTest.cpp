@@ -222,7 +222,7 @@ constexpr Variant kVariants[] = {
 
 TEST(FrameStatistics, MatchesTheReferenceForEveryLayout)
 {
-    for (const LayoutInfo &info : kLayouts)
+    for (const LayoutInfo &info : coreLayouts())
         for (const Variant &v : kVariants) {
             PatternSpec s;
             s.layout = info.value;
@@ -361,7 +361,7 @@ TEST(FrameStatistics, NeverReadsPastTheBufferGiven)
 {
     // Buffers of exactly the size passed, so a read beyond them shows under AddressSanitizer; every
     // sample counted must still be one the shortened frame holds.
-    for (const LayoutInfo &info : kLayouts)
+    for (const LayoutInfo &info : coreLayouts())
         for (const int32_t bits : {8, 10}) {
             PatternSpec s;
             s.layout = info.value;

@@ -660,6 +660,10 @@ TEST(SequenceNames, CanonicalNamesRoundTripThroughTheDetector)
                 EXPECT_EQ(r.flipped, flip);
                 if (layoutInfo(videoFormat_t(v)).kind == LayoutKind::PlanarRgb) {
                     EXPECT_EQ(layoutInfo(r.format).kind, LayoutKind::PlanarRgb);
+                } else if (v == YUV_yv12 || v == YUV_yv16 || v == YUV_yv24) {
+                    // A YV name keeps its original reading: the planar layout with U and V exchanged.
+                    EXPECT_TRUE(r.swapUV);
+                    EXPECT_EQ(layoutInfo(r.format).kind, LayoutKind::PlanarYuv);
                 } else {
                     EXPECT_EQ(int(r.format), v);
                 }

@@ -74,7 +74,8 @@ TEST(FormatDialog, FillsControlsFromTheRecord)
     EXPECT_EQ(child<QLineEdit>(&dlg, "le_height")->text(), "288");
     EXPECT_DOUBLE_EQ(child<QDoubleSpinBox>(&dlg, "spin_rate")->value(), 29.97);
     EXPECT_EQ(child<QComboBox>(&dlg, "cb_format")->currentIndex(), 1);
-    EXPECT_EQ(child<QComboBox>(&dlg, "cb_format")->count(), 27);
+    EXPECT_EQ(child<QComboBox>(&dlg, "cb_format")->count(), kLayoutCount);
+    EXPECT_EQ(child<QComboBox>(&dlg, "cb_format")->itemText(27), "YUV, 4:2:0, NV21 ordering");
     EXPECT_EQ(child<QComboBox>(&dlg, "cb_format")->itemText(22), "GRB, planar,   4:4:4");
     EXPECT_EQ(child<QSpinBox>(&dlg, "spin_bits")->value(), 10);
     EXPECT_EQ(child<QComboBox>(&dlg, "cb_container")->currentText(), "16bit");

@@ -1,0 +1,50 @@
+// The layouts after the original 27 are shown, compared, measured and read back through the original
+// layout their samples unpack into (P010 into 16-bit 4:2:0 planes of 10-bit values, NV21 into 4:2:0
+// planes, Y210 into 4:2:2 planes, RGB565 into 8-bit RGB planes, a Bayer mosaic into one luma plane). The
+// unpack is driven by the pixel descriptor alone; its inverse, the pack, writes any described layout.
+#pragma once
+
+#include "formats/PixelDescriptor.h"
+#include "formats/VideoProps.h"
+#include "pixel/NativeReadout.h"
+
+#include <cstdint>
+
+namespace kavri::pixel {
+
+// The record of the samples a described layout unpacks into: the canonical layout at the layout's depth,
+// in native byte order. The 27 original layouts are their own canonical record (returned unchanged).
+VideoProps canonicalProps(const VideoProps &stored);
+
+// Unpacks one stored frame of a described layout (in the file's byte order, `srcBytes` bytes) into a
+// buffer of the canonical record's allocation size. Subsampled chroma that the canonical layout has no
+// room for (the last column of an odd width) is dropped; 4:4:0 chroma is repeated on both rows it covers;
+// samples narrower than the canonical depth (RGB565) are widened by repeating their top bits. Signed
+// samples are sign-extended into the canonical container. `threads` as for the converter: 0 the shared
+// pool, 1 the caller only.
+void unpackFrame(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst, int64_t dstBytes,
+                 int32_t threads = 0);
+
+// The reference unpack: the same result as unpackFrame, one sample at a time through readComponent.
+void unpackFrameReference(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst,
+                          int64_t dstBytes);
+
+// Writes one frame of a described layout (frameBytes of the record, in the record's byte order) from a
+// frame of its canonical record: the inverse of the unpack for every sample the layout stores. Bytes
+// no sample reaches are 0. False for a layout without a writer (v210) or short buffers.
+bool packFrame(const VideoProps &stored, const uint8_t *canonical, int64_t canonicalBytes, uint8_t *dst,
+               int64_t dstBytes);
+
+// The stored values at pixel (x, row) of a described layout, read from the stored frame: Y U V (or R G B)
+// and alpha, each from the sample that covers the pixel; a Bayer layout gives its one mosaic sample in c[0]
+// and the colour of its filter (0 red, 1 green, 2 blue) in c[1].
+bool readDescribed(const VideoProps &stored, const uint8_t *frame, int64_t bytes, int32_t x, int32_t row,
+                   StoredSample &out);
+
+// Bilinear demosaic of a mosaic frame (`mosaic`: the canonical luma plane of `props`, in its container)
+// into three full planes R, G, B in the same container: a sample's own colour is kept, a missing colour
+// is the rounded mean of the nearest samples of that colour in the 3x3 neighbourhood (two or four),
+// the picture mirrored at its edges.
+void demosaicBilinear(Cfa cfa, const VideoProps &props, const uint8_t *mosaic, uint8_t *rgbPlanes, int32_t threads = 0);
+
+} // namespace kavri::pixel
