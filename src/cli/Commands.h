@@ -19,5 +19,6 @@ Command extractCommand();
 Command reverseCommand();
 Command normalizeCommand();
 Command statsCommand();
+Command guessCommand();
 
 } // namespace kavri::cli

@@ -5,6 +5,7 @@
 
 #include <QHash>
 #include <QRegularExpression>
+#include <optional>
 
 #include <cstring>
 
@@ -127,6 +128,36 @@ QRegularExpressionMatch search(const QString &pattern, const QString &text)
     return it->match(text);
 }
 
+// How a bare line count ("720p", "1080") is read; see sizeInName.
+enum class LineCountReading { AsDetected, Exact };
+
+// The size a lower-cased name states: a number pair, else a size word, else a line count.
+std::optional<NamedFrameSize> sizeInName(const QString &name, LineCountReading lines)
+{
+    // Size as a number pair; the first digit is never 0, so "0x0" or "0x10" (hex) give nothing.
+    if (const auto m = search(QStringLiteral("([1-9][0-9]{0,5})x([1-9][0-9]{0,5})"), name); m.hasMatch()) {
+        bool okW = false, okH = false;
+        const int w = m.captured(1).toInt(&okW, 10);
+        const int h = m.captured(2).toInt(&okH, 10);
+        if (okW && okH) return NamedFrameSize{w, h};
+    }
+    for (const NamedSize &s : kNamedSizes)
+        if (search(QLatin1String(s.word), name).hasMatch()) return NamedFrameSize{s.width, s.height};
+    if (const auto m = search(QStringLiteral("(720p|1080)"), name); m.hasMatch()) {
+        // Detection drops the last character of the match before reading it as a line count: "720p" gives
+        // 720, but "1080" gives 108, so names with only 1080 or 1080p stay without a size. Long-standing
+        // behaviour that existing file collections are named around; kept on purpose for opening files.
+        // A size guess only ranks candidates that already fit the file, so it reads 1080 as meant.
+        QString text = m.captured(0);
+        if (lines == LineCountReading::AsDetected || text.endsWith(QLatin1Char('p'))) text.chop(1);
+        bool ok = false;
+        const int count = text.toInt(&ok, 10);
+        if (ok && count == 720) return NamedFrameSize{1280, 720};
+        if (ok && count == 1080) return NamedFrameSize{1920, 1080};
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 KeywordTable buildKeywordTable()
@@ -200,43 +231,9 @@ void FormatDetector::readName(const QString &path)
         }
     }
 
-    // Size as a number pair; the first digit is never 0, so "0x0" or "0x10" (hex) give nothing.
-    if (const auto m = search(QStringLiteral("([1-9][0-9]{0,5})x([1-9][0-9]{0,5})"), name); m.hasMatch()) {
-        bool okW = false, okH = false;
-        const int w = m.captured(1).toInt(&okW, 10);
-        const int h = m.captured(2).toInt(&okH, 10);
-        if (okW && okH) {
-            r.width = w;
-            r.height = h;
-        }
-    }
-
-    if (r.width < 0 || r.height < 0) {
-        bool found = false;
-        for (const NamedSize &s : kNamedSizes) {
-            if (search(QLatin1String(s.word), name).hasMatch()) {
-                r.width = s.width;
-                r.height = s.height;
-                found = true;
-                break;
-            }
-        }
-        // The matched text loses its last character before it is read as a line count: "720p" gives 720,
-        // but "1080" gives 108, so names with only 1080 or 1080p stay without a size. Long-standing
-        // behaviour that existing file collections are named around; kept on purpose.
-        if (!found) {
-            if (const auto m = search(QStringLiteral("(720p|1080)"), name); m.hasMatch()) {
-                bool ok = false;
-                const int lines = m.captured(0).chopped(1).toInt(&ok, 10);
-                if (ok && lines == 720) {
-                    r.width = 1280;
-                    r.height = 720;
-                } else if (ok && lines == 1080) {
-                    r.width = 1920;
-                    r.height = 1080;
-                }
-            }
-        }
+    if (const std::optional<NamedFrameSize> size = sizeInName(name, LineCountReading::AsDetected)) {
+        r.width = size->width;
+        r.height = size->height;
     }
 
     if (const auto m = search(QStringLiteral("([1-9]{1,2}\\.*[0-9]{0,2})[hzfps]{2,3}"), name); m.hasMatch()) {
@@ -270,6 +267,11 @@ void FormatDetector::readName(const QString &path)
     r.flipped = search(QStringLiteral("flip|upside.down"), name).hasMatch();
     r.anamorphic = search(QStringLiteral("anamorph"), name).hasMatch();
     r.swapUV = search(QStringLiteral("YV[1246]{2}"), name).hasMatch();
+}
+
+std::optional<NamedFrameSize> frameSizeNamedIn(const QString &path)
+{
+    return sizeInName(path.left(kMaxSearchedPathLength).toLower(), LineCountReading::Exact);
 }
 
 } // namespace kavri

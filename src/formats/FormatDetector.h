@@ -5,6 +5,7 @@
 
 #include <QString>
 #include <array>
+#include <optional>
 #include <vector>
 
 namespace kavri {
@@ -20,6 +21,15 @@ struct KeywordRow {
 // they are added. Repeated rows are intentional: they are what breaks ties between the planar RGB orders.
 using KeywordTable = std::array<std::vector<KeywordRow>, kLayoutCount + 1>;
 KeywordTable buildKeywordTable();
+
+struct NamedFrameSize {
+    int32_t width;
+    int32_t height;
+};
+
+// The frame size `path` states by its name, read as detect() reads it (a number pair, then "qcif", "sif",
+// "cif", then "720p"), except that a bare "1080" or "1080p" counts as 1920x1080, which detect() leaves out.
+std::optional<NamedFrameSize> frameSizeNamedIn(const QString &path);
 
 class FormatDetector {
 public:

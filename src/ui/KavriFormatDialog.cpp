@@ -1,6 +1,8 @@
 #include "ui/KavriFormatDialog.h"
 
 #include "formats/FormatNames.h"
+#include "formats/FrameSize.h"
+#include "formats/SizeGuess.h"
 
 #include "ui/DialogWidgets.h"
 
@@ -14,6 +16,8 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QSignalBlocker>
+#include <QSize>
 #include <QSpinBox>
 #include <QTabWidget>
 #include <QVBoxLayout>
@@ -39,16 +43,13 @@ QLineEdit *numberField(const char *name, QWidget *parent)
 
 const QList<KavriFormatDialog::res_sizes> &KavriFormatDialog::presets()
 {
-    static const QList<res_sizes> list = {
-        {QStringLiteral("(Keep as is)"), -1, -1}, {QStringLiteral("QCIF"), 176, 144},
-        {QStringLiteral("QVGA"), 320, 240},       {QStringLiteral("CIF"), 352, 288},
-        {QStringLiteral("SIF"), 352, 240},        {QStringLiteral("qWVGA"), 416, 240},
-        {QStringLiteral("VGA"), 640, 480},        {QStringLiteral("SD480"), 720, 480},
-        {QStringLiteral("PAL"), 768, 576},        {QStringLiteral("SD576"), 720, 576},
-        {QStringLiteral("WVGA"), 832, 480},       {QStringLiteral("XGA"), 1024, 768},
-        {QStringLiteral("HD720"), 1280, 720},     {QStringLiteral("HD1080"), 1920, 1080},
-        {QStringLiteral("Ultra HD"), 3840, 2160},
-    };
+    // The sizes themselves live with the engine, which proposes them when it guesses a file's size.
+    static const QList<res_sizes> list = [] {
+        QList<res_sizes> l{{QStringLiteral("(Keep as is)"), -1, -1}};
+        for (const kavri::SizePreset &p : kavri::kSizePresets)
+            l.append({QString::fromLatin1(p.name), p.width, p.height});
+        return l;
+    }();
     return list;
 }
 
@@ -90,6 +91,28 @@ KavriFormatDialog::KavriFormatDialog(VideoProps &props, QWidget *parent) : QDial
     sizeForm->addRow(lbSize, sizeRow);
     lbResolution->setBuddy(m_resolutions);
     lbSize->setBuddy(m_width);
+
+    // What the file's size says: the sizes that fit it, and how the typed one fits.
+    m_fileSize = kavri::knownFileSize(props.fileName);
+    // Read once: the hints come from the start of the file and its side file, which typing does not change.
+    if (m_fileSize) m_hints = kavri::guessHintsFor(props.fileName);
+    m_guesses = new QComboBox(size);
+    m_guesses->setObjectName(QStringLiteral("comboGuesses"));
+    auto *lbGuesses = new QLabel(QStringLiteral("Fits the File"), size);
+    lbGuesses->setObjectName(QStringLiteral("lb_guesses"));
+    lbGuesses->setBuddy(m_guesses);
+    m_fileSizeText = new QLabel(size);
+    m_fileSizeText->setObjectName(QStringLiteral("lbl_fileSize"));
+    m_frameFit = new QLabel(size);
+    m_frameFit->setObjectName(QStringLiteral("lbl_frameFit"));
+    m_fileSizeText->setText(m_fileSize ? QStringLiteral("%1 bytes").arg(*m_fileSize) : QStringLiteral("size unknown"));
+    auto *fileRow = new QHBoxLayout;
+    fileRow->addWidget(m_fileSizeText);
+    fileRow->addSpacing(12);
+    fileRow->addWidget(m_frameFit);
+    fileRow->addStretch(1);
+    sizeForm->addRow(lbGuesses, m_guesses);
+    sizeForm->addRow(QStringLiteral("File"), fileRow);
 
     // Frame rate.
     auto *rate = new QGroupBox(QStringLiteral("Frame Rate"), this);
@@ -197,8 +220,21 @@ KavriFormatDialog::KavriFormatDialog(VideoProps &props, QWidget *parent) : QDial
     connect(cancel, &QPushButton::clicked, this, &KavriFormatDialog::reject);
     oon_color_changed(m_format->currentIndex());
 
-    kavri::ui::chainTabOrder({m_resolutions, m_width, m_height, m_anamorph, m_rate, m_tabs, m_format, m_flipped, m_swap,
-                              m_bits, m_endian, m_signed, m_container, m_headerBytes, apply, ok, cancel});
+    // Connected after the adjustments above, so that the count is worked out from the settled controls.
+    connect(m_width, &QLineEdit::textChanged, this, &KavriFormatDialog::updateFrameFit);
+    connect(m_height, &QLineEdit::textChanged, this, &KavriFormatDialog::updateFrameFit);
+    connect(m_format, &QComboBox::currentIndexChanged, this, &KavriFormatDialog::updateGuesses);
+    connect(m_bits, &QSpinBox::valueChanged, this, &KavriFormatDialog::updateGuesses);
+    connect(m_container, &QComboBox::currentIndexChanged, this, &KavriFormatDialog::updateGuesses);
+    connect(m_headerBytes, &QLineEdit::textChanged, this, &KavriFormatDialog::updateGuesses);
+    connect(m_guesses, &QComboBox::currentIndexChanged, this, &KavriFormatDialog::guess_chosen);
+    // Choosing the entry already shown again (after typing over its size) fills the fields again.
+    connect(m_guesses, &QComboBox::activated, this, &KavriFormatDialog::guess_chosen);
+    updateGuesses();
+
+    kavri::ui::chainTabOrder({m_resolutions, m_width, m_height, m_anamorph, m_guesses, m_rate, m_tabs, m_format,
+                              m_flipped, m_swap, m_bits, m_endian, m_signed, m_container, m_headerBytes, apply, ok,
+                              cancel});
     m_format->setFocus();
 }
 
@@ -265,4 +301,80 @@ void KavriFormatDialog::oon_apply()
 {
     copyToRecord();
     emit format_changed();
+}
+
+videoFormat_t KavriFormatDialog::chosenFormat() const
+{
+    // The list may carry each layout's value; without it, entry i is layout i + 1, as copyToRecord reads it.
+    const QVariant value = m_format->currentData();
+    if (value.isValid()) return videoFormat_t(value.toInt());
+    return videoFormat_t(m_format->currentIndex() + 1);
+}
+
+int32_t KavriFormatDialog::chosenContainerBits() const
+{
+    return m_container->currentText() == QLatin1String("16bit") ? 16 : 8;
+}
+
+void KavriFormatDialog::updateFrameFit()
+{
+    if (!m_fileSize) {
+        m_frameFit->clear();
+        return;
+    }
+    const uint32_t bytes =
+        kavri::frameBytes(chosenFormat(), chosenContainerBits(), m_width->text().toInt(), m_height->text().toInt());
+    if (bytes == 0) {
+        m_frameFit->clear();
+        return;
+    }
+    const kavri::FrameFit fit = kavri::fitFrames(*m_fileSize, m_headerBytes->text().toUInt(), bytes);
+    QString text = QStringLiteral("%1 bytes a frame, %2 %3")
+                       .arg(bytes)
+                       .arg(fit.frames)
+                       .arg(fit.frames == 1 ? QStringLiteral("frame") : QStringLiteral("frames"));
+    if (fit.leftover > 0) text += QStringLiteral(" and %1 bytes over").arg(fit.leftover);
+    m_frameFit->setText(text);
+}
+
+void KavriFormatDialog::updateGuesses()
+{
+    {
+        // Refilling the list is not a choice of the user's.
+        const QSignalBlocker quiet(m_guesses);
+        m_guesses->clear();
+        if (!m_fileSize) {
+            m_guesses->addItem(QStringLiteral("(size unknown)"));
+        } else {
+            kavri::GuessRequest request;
+            request.fileSize = *m_fileSize;
+            request.headerBytes = m_headerBytes->text().toUInt();
+            request.format = chosenFormat();
+            request.bitDepth = m_bits->value();
+            request.containerBits = chosenContainerBits();
+            const auto candidates = kavri::guessSizes(request, m_hints);
+            m_guesses->addItem(candidates.empty() ? QStringLiteral("(no known size fits)")
+                                                  : QStringLiteral("(%1 fitting)").arg(candidates.size()));
+            for (const kavri::SizeCandidate &c : candidates) {
+                QString text = QStringLiteral("%1 x %2, %3 %4")
+                                   .arg(c.width)
+                                   .arg(c.height)
+                                   .arg(c.frames)
+                                   .arg(c.frames == 1 ? QStringLiteral("frame") : QStringLiteral("frames"));
+                if (!c.name.isEmpty()) text = c.name + QStringLiteral("  ") + text;
+                if (c.hint) text += QStringLiteral(", named by the file");
+                m_guesses->addItem(text, QSize(c.width, c.height));
+            }
+        }
+        m_guesses->setEnabled(m_guesses->count() > 1);
+    }
+    updateFrameFit();
+}
+
+void KavriFormatDialog::guess_chosen(int index)
+{
+    const QSize s = m_guesses->itemData(index).toSize();
+    if (!s.isValid()) return;
+    m_width->setText(QString::number(s.width()));
+    m_height->setText(QString::number(s.height()));
 }

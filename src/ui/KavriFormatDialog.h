@@ -2,11 +2,13 @@
 // is given in place on OK or Apply, and then tells the window through format_changed().
 #pragma once
 
+#include "formats/SizeGuess.h"
 #include "formats/VideoProps.h"
 
 #include <QDialog>
 #include <QList>
 #include <QMetaType>
+#include <optional>
 
 class QCheckBox;
 class QComboBox;
@@ -43,8 +45,18 @@ public slots:
     void oon_bits_changed(int bits);
     void oon_color_changed(int index);
 
+private slots:
+    // The frame count the typed size, layout, depth and header give in the file, and whether it is whole.
+    void updateFrameFit();
+    // The sizes that divide the file into whole frames at the chosen layout, depth and header.
+    void updateGuesses();
+    void guess_chosen(int index);
+
 private:
     void copyToRecord();
+    // The layout the list shows, as a layout value.
+    videoFormat_t chosenFormat() const;
+    int32_t chosenContainerBits() const;
 
     VideoProps &m_props;
     QTabWidget *m_tabs = nullptr;
@@ -62,6 +74,12 @@ private:
     QComboBox *m_container = nullptr;
     QLineEdit *m_headerBytes = nullptr;
     QLabel *m_problem = nullptr;
+    // Size guessing: the file's size when it is a file that is there (not standard input, not vanished).
+    std::optional<uint64_t> m_fileSize;
+    kavri::GuessHints m_hints;
+    QComboBox *m_guesses = nullptr;
+    QLabel *m_fileSizeText = nullptr;
+    QLabel *m_frameFit = nullptr;
 };
 
 Q_DECLARE_METATYPE(KavriFormatDialog::res_sizes)
