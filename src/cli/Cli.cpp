@@ -18,9 +18,9 @@ void Context::warn(const QString &message) { err << "kavri-cli: " << message << 
 const std::vector<Command> &commands()
 {
     static const std::vector<Command> table = {
-        infoCommand(),    rememberCommand(),  forgetCommand(),  benchCommand(), playCommand(),
-        synthCommand(),   renderCommand(),    pixelCommand(),   diffCommand(),  extractCommand(),
-        reverseCommand(), normalizeCommand(), metricsCommand(), statsCommand(), guessCommand(),
+        infoCommand(),    rememberCommand(), forgetCommand(), benchCommand(),   playCommand(),    synthCommand(),
+        renderCommand(),  pixelCommand(),    diffCommand(),   extractCommand(), reverseCommand(), normalizeCommand(),
+        metricsCommand(), statsCommand(),    guessCommand(),  formatsCommand(),
     };
     return table;
 }

@@ -20,5 +20,6 @@ Command reverseCommand();
 Command normalizeCommand();
 Command statsCommand();
 Command guessCommand();
+Command formatsCommand();
 
 } // namespace kavri::cli

@@ -4,6 +4,7 @@
 #include "cli/FrameSource.h"
 #include "cli/Json.h"
 #include "cli/StopSignals.h"
+#include "formats/FrameSize.h"
 #include "pixel/NativeReadout.h"
 #include "pixel/PlaneGeometry.h"
 #include "tools/SequenceCopy.h"
@@ -130,10 +131,11 @@ QImage nativePicture(const FramePipeline &pipeline, int channel)
     // The readout addresses 4:2:2 planar chroma its own way (as the display's numbers do); a picture of
     // a chroma plane takes each pixel's covering sample from where the planes really lie.
     const bool planarChroma = !colour && component > 0 && info.kind == LayoutKind::PlanarYuv;
-    const int64_t bytes = pipeline.allocationSize();
+    // The samples as unpacked (for the original layouts, the stored frame itself).
+    const int64_t bytes = int64_t(allocationSize(p.format, p.containerBits, p.width, p.height));
     const bool wide = p.bitDepth > 8;
     // Only the stored frame counts: the buffer's padding past it holds no samples.
-    const int64_t samples = int64_t(pipeline.frameBytes()) / (wide ? 2 : 1);
+    const int64_t samples = int64_t(pipeline.sampleBytes()) / (wide ? 2 : 1);
     const pixel::ChromaPlanes planes = pixel::chromaPlanes(p.format, p.width, p.height, samples);
 
     QImage image(p.width, p.height,

@@ -20,7 +20,7 @@ std::vector<OptionSpec> formatOptionSpecs()
         {"-f", "--format", "KEYWORD",
          "layout: yuv420 yuv422 yuv444 yuv410 yuv411 uyvy yuyv yuy2 nv12 v210 rgb "
          "rgba bgr bgra rgbp rgbap rbgp rbgap bgrp bgrap brgp brgap grbp grbap gbrp "
-         "gbrap luma"},
+         "gbrap luma, and the further layouts 'kavri-cli formats' lists (nv21 p010 y210 x2rgb10 rggb ...)"},
         {nullptr, "--bits", "N", "significant bits per sample, 1..16"},
         {nullptr, "--container", "8|16", "storage bits per sample"},
         {nullptr, "--header", "N", "bytes to skip before the first frame"},

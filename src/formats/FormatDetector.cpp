@@ -160,6 +160,14 @@ std::optional<NamedFrameSize> sizeInName(const QString &name, LineCountReading l
 
 } // namespace
 
+QStringList layoutWords(videoFormat_t layout)
+{
+    QStringList words;
+    for (const LayoutWord &w : kLayoutWords)
+        if (w.layout == layout) words << QLatin1String(w.word);
+    return words;
+}
+
 KeywordTable buildKeywordTable()
 {
     KeywordTable t;

@@ -4,6 +4,7 @@
 #include "formats/VideoProps.h"
 
 #include <QString>
+#include <QStringList>
 #include <array>
 #include <optional>
 #include <vector>
@@ -21,6 +22,10 @@ struct KeywordRow {
 // they are added. Repeated rows are intentional: they are what breaks ties between the planar RGB orders.
 using KeywordTable = std::array<std::vector<KeywordRow>, kLayoutCount + 1>;
 KeywordTable buildKeywordTable();
+
+// The whole words of a file name that name a layout after the original 27 (its keyword and the names
+// other tools give it, such as "p010le"); empty for the 27, which the vote decides.
+QStringList layoutWords(videoFormat_t layout);
 
 struct NamedFrameSize {
     int32_t width;

@@ -2,6 +2,7 @@
 
 #include "formats/FormatDetector.h"
 #include "formats/FrameSize.h"
+#include "formats/PixelDescriptor.h"
 #include "formats/StreamPath.h"
 #include "formats/Validation.h"
 
@@ -98,6 +99,8 @@ std::vector<int32_t> guessDepths(videoFormat_t format)
 {
     if (!isValidFormat(format)) return {};
     if (layoutInfo(format).kind == LayoutKind::V210) return {10};
+    // A layout that names its depth (P010, Y210, RGB565, ...) is stored at that depth only.
+    if (const int32_t own = pixelDescriptor(format)->fixedDepth) return {own};
     return {8, 10, 16};
 }
 
@@ -113,6 +116,8 @@ GuessHints guessHintsFor(const QString &path)
             h.height = size->height;
         }
         for (const LayoutInfo &l : kLayouts) h.layoutScore[size_t(l.value)] = detector.score(l.value);
+        // A word naming a layout after the original 27 decides over the vote.
+        if (isDescribedLayout(found.format)) h.layoutScore[size_t(found.format)] = 1000.0;
     } else {
         if (found.width > 0 && found.height > 0) {
             h.width = found.width;
