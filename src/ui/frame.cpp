@@ -466,9 +466,9 @@ void frame::oon_new_frame(frame_t *f)
     bool lumaOnly = false;
     if (f->props) {
         t.frameRate = f->props->frameRate;
-        if (f->props->format >= YUV_p420 && f->props->format <= BW)
-            t.formatName = toQ(layoutInfo(f->props->format).displayName).simplified();
-        lumaOnly = f->props->format == BW;
+        if (isValidFormat(f->props->format)) t.formatName = toQ(layoutInfo(f->props->format).displayName).simplified();
+        // A Bayer mosaic is compared as its one plane of samples, like luma.
+        lumaOnly = isValidFormat(f->props->format) && layoutInfo(f->props->format).kind == LayoutKind::Luma;
     }
     QString diffText;
     if (m_diffOpen.load()) {

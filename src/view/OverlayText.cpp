@@ -1,5 +1,7 @@
 #include "view/OverlayText.h"
 
+#include "formats/PixelDescriptor.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -98,6 +100,24 @@ QString valueText(const NativeValues &v, bool hex)
                    : QString::asprintf("R: % 3i\nG: % 3i\nB: % 3i\nA: % 3i", v.c1, v.c2, v.c3, v.alpha);
     case BW: return hex ? QString::asprintf("Luma: 0x%x", u1) : QString::asprintf("Luma: % 3i", v.c1);
     default:
+        if (isDescribedLayout(int(v.space))) {
+            // The newer layouts: a mosaic sample is labelled with the colour of its filter (in c2); the
+            // others by their family, with alpha where the layout stores one.
+            const LayoutInfo &info = layoutInfo(v.space);
+            if (pixelDescriptor(int(v.space))->cfa != Cfa::None) {
+                const char *site = v.c2 == 0 ? "R" : v.c2 == 1 ? "G" : "B";
+                return hex ? QString::asprintf("%s: 0x%x", site, u1) : QString::asprintf("%s: % 3i", site, v.c1);
+            }
+            const bool alpha = info.hasAlpha && v.alpha >= 0;
+            if (info.kind == LayoutKind::PlanarRgb || info.kind == LayoutKind::InterleavedRgb) {
+                if (!alpha) return rgb();
+                return hex ? QString::asprintf("R: 0x%x\nG: 0x%x\nB: 0x%x\nA: 0x%x", u1, u2, u3, ua)
+                           : QString::asprintf("R: % 3i\nG: % 3i\nB: % 3i\nA: % 3i", v.c1, v.c2, v.c3, v.alpha);
+            }
+            if (alpha)
+                return hex ? QString::asprintf("Y: 0x%x\nU: 0x%x\nV: 0x%x\nA: 0x%x", u1, u2, u3, ua)
+                           : QString::asprintf("Y: % 3i\nU: % 3i\nV: % 3i\nA: % 3i", v.c1, v.c2, v.c3, v.alpha);
+        }
         // Everything else, RBG_planar, RBGA_planar and BRGA_planar included, is labelled Y, U, V.
         return hex ? QString::asprintf("Y: 0x%x\nU: 0x%x\nV: 0x%x", u1, u2, u3)
                    : QString::asprintf("Y: % 3i\nU: % 3i\nV: % 3i", v.c1, v.c2, v.c3);

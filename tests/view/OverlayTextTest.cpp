@@ -129,6 +129,14 @@ const ValueCase kValues[] = {
     {"rbg_planar_as_yuv", RBG_planar, 10, 20, 30, -1, false, "Y:  10\nU:  20\nV:  30"},
     {"rbga_planar_as_yuv_no_alpha_line", RBGA_planar, 10, 20, 30, 255, false, "Y:  10\nU:  20\nV:  30"},
     {"brga_planar_as_yuv_hex", BRGA_planar, 10, 20, 30, 255, true, "Y: 0xa\nU: 0x14\nV: 0x1e"},
+    // The newer layouts: by family, with their alpha; a mosaic sample by the colour of its filter.
+    {"p010_as_yuv", YUV_p010, 940, 512, 64, -1, false, "Y:  940\nU:  512\nV:  64"},
+    {"y410_with_alpha", YUV_y410, 940, 512, 64, 3, false, "Y:  940\nU:  512\nV:  64\nA:   3"},
+    {"x2rgb10_as_rgb", RGB_x2rgb10, 1, 2, 3, -1, false, "R:   1\nG:   2\nB:   3"},
+    {"rgba64_with_alpha_hex", RGBA_64, 1, 2, 3, 65535, true, "R: 0x1\nG: 0x2\nB: 0x3\nA: 0xffff"},
+    {"bayer_red_site", BAYER_rggb, 200, 0, 0, -1, false, "R:  200"},
+    {"bayer_green_site_hex", BAYER_gbrg10p, 1023, 1, 0, -1, true, "G: 0x3ff"},
+    {"bayer_blue_site", BAYER_bggr, 7, 2, 0, -1, false, "B:   7"},
 };
 INSTANTIATE_TEST_SUITE_P(All, ValueTexts, ::testing::ValuesIn(kValues),
                          [](const auto &i) { return std::string(i.param.name); });
