@@ -70,6 +70,34 @@ void cases(benchmark::internal::Benchmark *b)
 
 BENCHMARK(showBench)->Apply(cases);
 
+// The unpack alone (toNative of a described layout), one thread.
+void unpackBench(benchmark::State &state)
+{
+    PatternSpec s;
+    s.layout = videoFormat_t(state.range(0));
+    s.width = 1920;
+    s.height = 1080;
+    s.bits = int32_t(state.range(1));
+    s.containerBits = s.bits > 8 ? 16 : 8;
+    const size_t bytes = patternFrameBytes(s);
+    VideoProps p;
+    p.format = s.layout;
+    p.width = s.width;
+    p.height = s.height;
+    p.bitDepth = s.bits;
+    p.containerBits = s.containerBits;
+    FramePipeline pipe;
+    pipe.setup(p, false);
+    pipe.converter().setThreadCount(1);
+    writePatternFrame(s, 0, pipe.readBuffer(FramePipeline::Buffer::First), bytes);
+    for (auto _ : state) {
+        pipe.toNative();
+        benchmark::DoNotOptimize(pipe.buffer(FramePipeline::Buffer::First));
+    }
+    state.SetLabel(std::string(layoutInfo(s.layout).shortName));
+}
+BENCHMARK(unpackBench)->Args({YUV_p010, 10})->Args({YUV_nv21, 8})->Args({YUV_y210, 10})->Unit(benchmark::kMillisecond);
+
 } // namespace
 
 BENCHMARK_MAIN();

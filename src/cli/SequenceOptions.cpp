@@ -30,8 +30,38 @@ std::vector<OptionSpec> formatOptionSpecs()
         {nullptr, "--toggle-endian", nullptr, "read 16-bit containers with the opposite byte order"},
         {nullptr, "--interlaced", nullptr, "the content is interlaced"},
         {nullptr, "--no-remembered", nullptr, "ignore the format remembered for this file"},
+        {nullptr, "--stride", "BYTES[,BYTES...]", "row stride of each plane in bytes (0 or absent: packed rows)"},
+        {nullptr, "--plane-offsets", "BYTES[,BYTES...]",
+         "where each plane starts, in bytes from the frame's start (0 or absent: after the plane before)"},
     };
 }
+
+namespace {
+
+// "1024,512,512": up to four byte counts, one a plane.
+template <typename T>
+std::array<T, 4> byteList(const ParsedArgs &a, const char *option, uint64_t largest)
+{
+    std::array<T, 4> out{};
+    const QStringList parts = a.value(option).split(QLatin1Char(','));
+    if (parts.size() > 4)
+        throw UsageError(
+            (QStringLiteral("option '%1' takes at most four numbers, one a plane").arg(option)).toStdString());
+    for (qsizetype i = 0; i < parts.size(); ++i) {
+        bool ok = false;
+        const qulonglong v = parts[i].trimmed().toULongLong(&ok);
+        if (!ok || v > largest)
+            throw UsageError(QStringLiteral("option '%1' needs byte counts up to %2, not '%3'")
+                                 .arg(option)
+                                 .arg(largest)
+                                 .arg(parts[i])
+                                 .toStdString());
+        out[size_t(i)] = T(v);
+    }
+    return out;
+}
+
+} // namespace
 
 void applyFormatOptions(const ParsedArgs &a, VideoProps &p)
 {
@@ -67,6 +97,8 @@ void applyFormatOptions(const ParsedArgs &a, VideoProps &p)
     if (a.has("--swap-uv")) p.swapUV = true;
     if (a.has("--toggle-endian")) p.toggleEndianness = true;
     if (a.has("--interlaced")) p.interlaced = true;
+    if (a.has("--stride")) p.planeStride = byteList<uint32_t>(a, "--stride", std::numeric_limits<int32_t>::max());
+    if (a.has("--plane-offsets")) p.planeOffset = byteList<uint64_t>(a, "--plane-offsets", uint64_t(1) << 40);
 }
 
 namespace {
@@ -107,6 +139,8 @@ QString unplayableReason(const VideoProps &p, uint32_t mask)
         return QStringLiteral("the frame size is not known (give -w and -h)");
     if (!(mask & kDepthSettled)) return QStringLiteral("a bit depth of %1 is not supported (1..16)").arg(p.bitDepth);
     if (p.format == FMT_UNKNOWN) return QStringLiteral("the layout is not known (give -f)");
+    if (p.frameBytes == 0 && hasPlaneGeometry(p) && frameBytes(p.format, p.containerBits, p.width, p.height) != 0)
+        return QStringLiteral("a plane stride is shorter than a row of its plane, or the planes lie beyond 4 GiB");
     if (p.frameBytes == 0)
         return QStringLiteral("a %1x%2 frame of %3 at %4 bits is too large (over 4 GiB)")
             .arg(p.width)

@@ -79,6 +79,22 @@ uint32_t frameBytes(int32_t format, int32_t containerBits, int32_t width, int32_
     return narrow(rawFrameBytes(format, containerBits, width, height));
 }
 
+bool hasPlaneGeometry(const VideoProps &p)
+{
+    for (size_t i = 0; i < 4; ++i)
+        if (p.planeStride[i] || p.planeOffset[i]) return true;
+    return false;
+}
+
+uint32_t recordFrameBytes(const VideoProps &p)
+{
+    const uint32_t packed = frameBytes(p.format, p.containerBits, p.width, p.height);
+    if (packed == 0 || !hasPlaneGeometry(p)) return packed;
+    return narrow(
+        planeLayout(*pixelDescriptor(p.format), p.containerBits, p.width, p.height, p.planeStride, p.planeOffset)
+            .frameBytes);
+}
+
 uint32_t allocationSize(int32_t format, int32_t containerBits, int32_t width, int32_t height)
 {
     if (frameBytes(format, containerBits, width, height) == 0) return 0;

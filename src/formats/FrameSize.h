@@ -2,6 +2,7 @@
 #pragma once
 
 #include "formats/VideoFormat.h"
+#include "formats/VideoProps.h"
 
 #include <QString>
 #include <cstdint>
@@ -12,6 +13,13 @@ namespace kavri {
 // 4:1:x drops the remainder of width/4 and v210 rows are padded to 128 bytes. 0 for a layout outside
 // 1..27, for a non-positive size, and for a frame that would not fit in 32 bits.
 uint32_t frameBytes(int32_t format, int32_t containerBits, int32_t width, int32_t height);
+
+// Whether a record gives its planes strides or offsets of their own.
+bool hasPlaneGeometry(const VideoProps &p);
+
+// Bytes of one frame of a record: frameBytes of its layout, or, where the record gives plane strides or
+// offsets, the end of its last plane. 0 in the cases frameBytes gives 0 and for a stride shorter than a row.
+uint32_t recordFrameBytes(const VideoProps &p);
 
 // Bytes to allocate for one frame buffer: frameBytes plus, for 4:2:0, nv12 and 4:1:0 with an odd
 // height, slack for the cut chroma row (deliberately not scaled by the bytes per sample).

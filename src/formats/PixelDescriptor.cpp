@@ -208,6 +208,32 @@ PlaneLayout planeLayout(const PixelDescriptor &d, int32_t containerBits, int32_t
     return pl;
 }
 
+PlaneLayout planeLayout(const PixelDescriptor &d, int32_t containerBits, int32_t width, int32_t height,
+                        const std::array<uint32_t, 4> &strides, const std::array<uint64_t, 4> &offsets)
+{
+    PlaneLayout pl = planeLayout(d, containerBits, width, height);
+    if (pl.frameBytes == 0) return pl;
+    int64_t at = 0, end = 0;
+    for (int p = 0; p < pl.planes; ++p) {
+        const size_t i = size_t(p);
+        if (strides[i]) {
+            if (int64_t(strides[i]) < pl.rowBytes[i]) return PlaneLayout{};
+            pl.rowBytes[i] = strides[i];
+        }
+        if (offsets[i] || p == 0) {
+            if (offsets[i] > uint64_t(std::numeric_limits<int64_t>::max() / 4)) return PlaneLayout{};
+            at = int64_t(offsets[i]);
+        }
+        pl.start[i] = at;
+        const int64_t bytes = pl.rowBytes[i] * pl.rows[i];
+        if (at > std::numeric_limits<int64_t>::max() / 4 - bytes) return PlaneLayout{};
+        at += bytes;
+        end = std::max(end, at);
+    }
+    pl.frameBytes = end;
+    return pl;
+}
+
 namespace {
 
 uint32_t loadWord(const uint8_t *p, int32_t n, bool bigEndian)

@@ -92,6 +92,12 @@ struct PlaneLayout {
 // invalid size or one whose planes would not fit in 64 bits.
 PlaneLayout planeLayout(const PixelDescriptor &d, int32_t containerBits, int32_t width, int32_t height);
 
+// The planes of a frame whose rows have a stride of their own (0 = packed) and whose planes start at
+// given offsets (0 = after the plane before; plane 0 at its offset). frameBytes 0 when a stride is
+// shorter than the plane's row or the frame would not fit in 64 bits.
+PlaneLayout planeLayout(const PixelDescriptor &d, int32_t containerBits, int32_t width, int32_t height,
+                        const std::array<uint32_t, 4> &strides, const std::array<uint64_t, 4> &offsets);
+
 // Reads sample (col, row) of component c from a stored frame (in the file's byte order: `bigEndian`
 // words are read most significant byte first). Returns false where the sample lies outside `bytes`.
 // The value is the component's bits, unsigned; a caller with signed samples sign-extends from

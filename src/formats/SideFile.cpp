@@ -10,7 +10,20 @@ namespace kavri {
 
 namespace {
 
-enum class Key { Width, Height, FrameRate, Offset, Format, Bits, BitDepth, Anamorphic, Flipped, Interlaced };
+enum class Key {
+    Width,
+    Height,
+    FrameRate,
+    Offset,
+    Format,
+    Bits,
+    BitDepth,
+    Anamorphic,
+    Flipped,
+    Interlaced,
+    Stride,
+    PlaneOffsets
+};
 
 struct KeyWord {
     const char *word;
@@ -20,11 +33,19 @@ struct KeyWord {
 
 // Tested in this order; the first that matches applies.
 constexpr KeyWord kKeys[] = {
-    {"width", Key::Width, false},         {"height", Key::Height, false},
-    {"framerate", Key::FrameRate, false}, {"offset", Key::Offset, false},
-    {"format", Key::Format, false},       {"bits", Key::Bits, true},
-    {"bitdepth", Key::BitDepth, false},   {"anamorphic", Key::Anamorphic, false},
-    {"flipped", Key::Flipped, false},     {"interlaced", Key::Interlaced, false},
+    {"width", Key::Width, false},
+    {"height", Key::Height, false},
+    {"framerate", Key::FrameRate, false},
+    {"offset", Key::Offset, false},
+    {"format", Key::Format, false},
+    {"bits", Key::Bits, true},
+    {"bitdepth", Key::BitDepth, false},
+    {"anamorphic", Key::Anamorphic, false},
+    {"flipped", Key::Flipped, false},
+    {"interlaced", Key::Interlaced, false},
+    // Strides and plane starts of padded buffers: "stride=2048,1024,1024", "planeoffsets=0,4194304".
+    {"stride", Key::Stride, true},
+    {"planeoffsets", Key::PlaneOffsets, true},
 };
 
 struct FormatWord {
@@ -132,6 +153,29 @@ void applyLine(const QString &line, VideoProps &p)
     case Key::Anamorphic: p.anamorphic = notFalse; break;
     case Key::Flipped: p.flipped = notFalse; break;
     case Key::Interlaced: p.interlaced = notFalse; break;
+    case Key::Stride:
+    case Key::PlaneOffsets: {
+        // Up to four byte counts; anything unreadable leaves the record as it was.
+        std::array<uint64_t, 4> v{};
+        const QStringList parts = value.split(u',');
+        if (parts.size() > 4) break;
+        bool ok = true;
+        for (qsizetype i = 0; i < parts.size() && ok; ++i) {
+            const auto n =
+                leadingInteger(parts[i].trimmed(),
+                               match->key == Key::Stride ? std::numeric_limits<int32_t>::max() : (int64_t(1) << 40));
+            ok = n && *n >= 0;
+            if (ok) v[size_t(i)] = uint64_t(*n);
+        }
+        if (!ok) break;
+        for (size_t i = 0; i < 4; ++i) {
+            if (match->key == Key::Stride)
+                p.planeStride[i] = uint32_t(v[i]);
+            else
+                p.planeOffset[i] = v[i];
+        }
+        break;
+    }
     }
 }
 

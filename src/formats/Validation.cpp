@@ -42,7 +42,7 @@ uint32_t validateProps(VideoProps &p)
     normaliseContainer(p);
 
     if (isPlayable(mask)) {
-        p.frameBytes = frameBytes(p.format, p.containerBits, p.width, p.height);
+        p.frameBytes = recordFrameBytes(p);
         // A stream (standard input, a named pipe) has no size to count frames in.
         const bool isFile = !isStreamPath(p.fileName) && (p.diffFileName.isEmpty() || !isStreamPath(p.diffFileName));
         if (p.frameBytes == 0 || !displayPictureFits(p.width, p.height)) {

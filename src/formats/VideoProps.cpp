@@ -25,5 +25,7 @@ VideoProps &VideoProps::operator=(const VideoProps &o)
     timeStamp = o.timeStamp;
     scaleX = o.scaleX;
     scaleY = o.scaleY;
+    planeStride = o.planeStride;
+    planeOffset = o.planeOffset;
     return *this;
 }

@@ -4,6 +4,7 @@
 #include "formats/VideoFormat.h"
 
 #include <QString>
+#include <array>
 #include <cstdint>
 
 // Fixed-point unit of the display scale factors: 4096 = 1.0.
@@ -31,6 +32,10 @@ struct VideoProps {
     uint64_t timeStamp = 0; // seconds since 1970, time of last use
     int32_t scaleX = kScaleOne;
     int32_t scaleY = kScaleOne;
+    // Row stride of each plane in bytes (GPU dumps, padded buffers); 0 = rows packed one after another.
+    std::array<uint32_t, 4> planeStride{};
+    // Where each plane starts, in bytes from the start of the frame; 0 = right after the plane before.
+    std::array<uint64_t, 4> planeOffset{};
 
     VideoProps() = default;
     VideoProps(const VideoProps &other) = default;

@@ -94,9 +94,13 @@ void FramePipeline::setup(const VideoProps &props, bool withSecond)
     // A descriptor-read layout is unpacked into its canonical record after every read; everything past
     // the read sees that record.
     m_props = pixel::canonicalProps(m_stored);
+    m_unpacks = pixel::needsUnpack(m_stored);
     m_hasSecond = withSecond;
-    m_frameBytes = kavri::frameBytes(m_stored.format, m_stored.containerBits, m_stored.width, m_stored.height);
-    m_allocSize = kavri::allocationSize(m_stored.format, m_stored.containerBits, m_stored.width, m_stored.height);
+    m_frameBytes = kavri::recordFrameBytes(m_stored);
+    // Planes at strides of their own are read whole; the allocation slack is for packed odd heights.
+    m_allocSize = hasPlaneGeometry(m_stored)
+                      ? m_frameBytes
+                      : kavri::allocationSize(m_stored.format, m_stored.containerBits, m_stored.width, m_stored.height);
     const uint32_t sampleAlloc =
         kavri::allocationSize(m_props.format, m_props.containerBits, m_props.width, m_props.height);
     m_sampleBytes = kavri::frameBytes(m_props.format, m_props.containerBits, m_props.width, m_props.height);
@@ -259,7 +263,7 @@ bool FramePipeline::readout(int32_t x, int32_t y, int32_t &c1, int32_t &c2, int3
     const int32_t row = m_props.flipped ? m_props.height - 1 - y : y;
     if (m_shown == Buffer::Difference)
         return m_difference.readDifference(first, buffer(Buffer::Second), x, row, c1, c2, c3, alpha);
-    if (described()) {
+    if (isDescribedLayout(m_stored.format)) {
         // The stored values, read from the stored bytes through the layout's descriptor.
         pixel::StoredSample s;
         if (!pixel::readDescribed(m_stored, readBuffer(m_shown), m_allocSize, x, row, s)) return false;

@@ -100,7 +100,8 @@ public:
     // keeps the stored bytes for the readout.
     uint8_t *readBuffer(Buffer which) { return described() ? m_raw[int(which) & 1].get() : buffer(which); }
     const uint8_t *readBuffer(Buffer which) const { return described() ? m_raw[int(which) & 1].get() : buffer(which); }
-    bool described() const { return m_stored.format != m_props.format; }
+    // Whether frames are unpacked after reading (a descriptor-read layout, or planes with strides).
+    bool described() const { return m_unpacks; }
     // Exchanges the read buffers with a reader's spare ones of the allocation size, so a frame read ahead
     // into a spare becomes the current frame without a copy. `second` is left alone without a comparison.
     void exchangeInput(AlignedBuffer &first, AlignedBuffer &second);
@@ -142,6 +143,7 @@ private:
 
     VideoProps m_props;
     VideoProps m_stored;
+    bool m_unpacks = false;
     bool m_hasSecond = false;
     uint32_t m_frameBytes = 0;
     uint32_t m_allocSize = 0;

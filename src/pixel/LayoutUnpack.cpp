@@ -35,9 +35,12 @@ int32_t canonicalTargets(const VideoProps &c, int64_t bufferSamples, Target t[4]
         t[2] = {p.vStart, p.cols, p.vFit, p.cols, p.shiftY};
         return 3;
     }
-    case LayoutKind::PlanarRgb:
-        for (int k = 0; k < info.samplesPerPixel; ++k) t[k] = {k * pixels, W, H, W, 0};
+    case LayoutKind::PlanarRgb: {
+        // R, G, B (and alpha) go to the planes the layout's storage order gives them.
+        const PixelDescriptor &cd = *pixelDescriptor(c.format);
+        for (int k = 0; k < info.samplesPerPixel; ++k) t[k] = {cd.comp[size_t(k)].plane * pixels, W, H, W, 0};
         return info.samplesPerPixel;
+    }
     case LayoutKind::Luma: t[0] = {0, W, H, W, 0}; return 1;
     default: return 0;
     }
@@ -169,14 +172,65 @@ void unpackInto(const VideoProps &stored, const PixelDescriptor &d, const PlaneL
     }
 }
 
+// The rows of an original packed, semi-planar or v210 layout, copied from strided planes into the
+// layout's own packed rows (its byte counts, quirks included).
+void destrideRows(const VideoProps &stored, const PlaneLayout &pl, const uint8_t *src, int64_t srcBytes, uint8_t *dst,
+                  int64_t dstBytes)
+{
+    const int64_t W = stored.width, H = stored.height, B = stored.containerBits > 8 ? 2 : 1;
+    const LayoutInfo &info = layoutInfo(stored.format);
+    struct Plane {
+        int64_t start, rowBytes, rows;
+    } planes[2] = {};
+    int n = 1;
+    switch (info.kind) {
+    case LayoutKind::Packed422: planes[0] = {0, (W / 2) * 4 * B, H}; break;
+    case LayoutKind::InterleavedRgb: planes[0] = {0, W * info.samplesPerPixel * B, H}; break;
+    case LayoutKind::V210: planes[0] = {0, v210RowBytes(int32_t(W)), H}; break;
+    case LayoutKind::SemiPlanar:
+        planes[0] = {0, W * B, H};
+        planes[1] = {W * H * B, W * B, (H + 1) / 2};
+        n = 2;
+        break;
+    default: return;
+    }
+    for (int p = 0; p < n; ++p)
+        for (int64_t r = 0; r < planes[p].rows; ++r) {
+            const int64_t from = pl.start[size_t(p)] + r * pl.rowBytes[size_t(p)];
+            const int64_t to = planes[p].start + r * planes[p].rowBytes;
+            const int64_t len = std::min(planes[p].rowBytes, std::min(srcBytes - from, dstBytes - to));
+            if (len <= 0) break;
+            std::memcpy(dst + to, src + from, size_t(len));
+        }
+}
+
 } // namespace
+
+bool needsUnpack(const VideoProps &stored)
+{
+    return isDescribedLayout(stored.format) || (isValidFormat(stored.format) && hasPlaneGeometry(stored));
+}
+
+PlaneLayout storedPlanes(const VideoProps &stored)
+{
+    const PixelDescriptor *d = pixelDescriptor(stored.format);
+    if (!d) return {};
+    return planeLayout(*d, stored.containerBits, stored.width, stored.height, stored.planeStride, stored.planeOffset);
+}
 
 VideoProps canonicalProps(const VideoProps &stored)
 {
-    if (!isDescribedLayout(stored.format)) return stored;
+    if (!needsUnpack(stored)) return stored;
     const PixelDescriptor &d = *pixelDescriptor(stored.format);
     VideoProps c = stored;
     c.format = d.canonical;
+    // The unpacked frame has packed rows, wherever the stored planes lie.
+    c.planeStride = {};
+    c.planeOffset = {};
+    if (!isDescribedLayout(stored.format)) {
+        c.frameBytes = frameBytes(c.format, c.containerBits, c.width, c.height);
+        return c;
+    }
     if (d.fixedDepth) c.bitDepth = d.fixedDepth;
     // The unpacked samples sit in the container of their depth, or stay in 16 bits when stored so.
     const int32_t wanted = containerBitsFor(c.bitDepth >= 1 && c.bitDepth <= kMaxBitDepth ? c.bitDepth : 8);
@@ -189,11 +243,16 @@ VideoProps canonicalProps(const VideoProps &stored)
 void unpackFrame(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst, int64_t dstBytes,
                  int32_t threads)
 {
-    if (!src || !dst || !isDescribedLayout(stored.format) || stored.width <= 0 || stored.height <= 0) return;
+    if (!src || !dst || !needsUnpack(stored) || stored.width <= 0 || stored.height <= 0) return;
     const PixelDescriptor &d = *pixelDescriptor(stored.format);
     const VideoProps canon = canonicalProps(stored);
-    const PlaneLayout pl = planeLayout(d, stored.containerBits, stored.width, stored.height);
+    const PlaneLayout pl = storedPlanes(stored);
     if (pl.frameBytes == 0) return;
+    if (!isDescribedLayout(stored.format) && layoutInfo(stored.format).kind != LayoutKind::PlanarYuv &&
+        layoutInfo(stored.format).kind != LayoutKind::PlanarRgb && layoutInfo(stored.format).kind != LayoutKind::Luma) {
+        destrideRows(stored, pl, src, srcBytes, dst, dstBytes);
+        return;
+    }
     if (canon.containerBits == 16)
         unpackInto(stored, d, pl, src, srcBytes, canon, reinterpret_cast<uint16_t *>(dst), dstBytes / 2, threads);
     else
@@ -203,10 +262,15 @@ void unpackFrame(const VideoProps &stored, const uint8_t *src, int64_t srcBytes,
 void unpackFrameReference(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst,
                           int64_t dstBytes)
 {
-    if (!src || !dst || !isDescribedLayout(stored.format) || stored.width <= 0 || stored.height <= 0) return;
+    if (!src || !dst || !needsUnpack(stored) || stored.width <= 0 || stored.height <= 0) return;
     const PixelDescriptor &d = *pixelDescriptor(stored.format);
     const VideoProps canon = canonicalProps(stored);
-    const PlaneLayout pl = planeLayout(d, stored.containerBits, stored.width, stored.height);
+    const PlaneLayout pl = storedPlanes(stored);
+    if (!isDescribedLayout(stored.format) && layoutInfo(stored.format).kind != LayoutKind::PlanarYuv &&
+        layoutInfo(stored.format).kind != LayoutKind::PlanarRgb && layoutInfo(stored.format).kind != LayoutKind::Luma) {
+        destrideRows(stored, pl, src, srcBytes, dst, dstBytes);
+        return;
+    }
     const bool wide = canon.containerBits == 16;
     const int64_t samples = dstBytes / (wide ? 2 : 1);
     Target t[4];
@@ -244,7 +308,7 @@ bool packFrame(const VideoProps &stored, const uint8_t *canonical, int64_t canon
     const PixelDescriptor &d = *pixelDescriptor(stored.format);
     if (d.packing == Packing::V210) return false;
     const VideoProps canon = canonicalProps(stored);
-    const PlaneLayout pl = planeLayout(d, stored.containerBits, stored.width, stored.height);
+    const PlaneLayout pl = storedPlanes(stored);
     if (pl.frameBytes == 0 || dstBytes < pl.frameBytes) return false;
     const bool wide = canon.containerBits == 16;
     const int64_t samples = canonicalBytes / (wide ? 2 : 1);
@@ -278,7 +342,7 @@ bool readDescribed(const VideoProps &stored, const uint8_t *frame, int64_t bytes
     if (!frame || !isDescribedLayout(stored.format)) return false;
     if (x < 0 || row < 0 || x >= stored.width || row >= stored.height) return false;
     const PixelDescriptor &d = *pixelDescriptor(stored.format);
-    const PlaneLayout pl = planeLayout(d, stored.containerBits, stored.width, stored.height);
+    const PlaneLayout pl = storedPlanes(stored);
     out = StoredSample{};
     auto read = [&](int k, int32_t &value) {
         const bool chroma = isChromaComponent(d, k);

@@ -12,6 +12,13 @@
 
 namespace kavri::pixel {
 
+// Whether frames of a record are unpacked after reading: a described layout, or any layout whose record
+// gives its planes strides or offsets (the unpacked frame then has the layout's packed rows).
+bool needsUnpack(const VideoProps &stored);
+
+// Where the planes of a stored frame of the record lie (its strides and offsets applied).
+PlaneLayout storedPlanes(const VideoProps &stored);
+
 // The record of the samples a described layout unpacks into: the canonical layout at the layout's depth,
 // in native byte order. The 27 original layouts are their own canonical record (returned unchanged).
 VideoProps canonicalProps(const VideoProps &stored);

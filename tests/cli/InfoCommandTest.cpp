@@ -8,6 +8,28 @@ using kavri::test::runCli;
 
 namespace {
 
+// Plane strides and offsets from the command line and from a side file decide the frame's bytes.
+TEST(CliInfo, PlaneStridesAndOffsets)
+{
+    test::TempDir dir;
+    const QString f = dir.writeSized("gpu.raw", 88 * 3);
+    auto r =
+        runCli({"info", "-w", "6", "-h", "4", "-f", "yuv420", "--stride", "8,4,4", "--plane-offsets", "0,64,80", f});
+    ASSERT_EQ(r.rc, 0) << r.err.toStdString();
+    EXPECT_EQ(r.json()["frame_bytes"].toInteger(), 88);
+    EXPECT_EQ(r.json()["alloc_bytes"].toInteger(), 88);
+    EXPECT_EQ(r.json()["frame_count"].toInteger(), 3);
+    r = runCli({"info", "-w", "6", "-h", "4", "-f", "yuv420", "--stride", "5", f});
+    EXPECT_FALSE(r.json()["playable"].toBool());
+    EXPECT_TRUE(r.err.contains("stride is shorter than a row")) << r.err.toStdString();
+    for (const char *bad : {"1,2,3,4,5", "x", "-4", "99999999999"})
+        EXPECT_EQ(runCli({"info", "-w", "6", "-h", "4", "--stride", bad, f}).rc, 2) << bad;
+    dir.write("gpu.hdr", "width=6\nheight=4\nformat=yuv420\nstride=8,4,4\nplaneoffsets=0,64,80\n");
+    r = runCli({"info", f});
+    ASSERT_EQ(r.rc, 0) << r.err.toStdString();
+    EXPECT_EQ(r.json()["frame_bytes"].toInteger(), 88);
+}
+
 TEST(CliInfo, ReportsTheValidatedRecord)
 {
     test::TempDir dir;

@@ -143,6 +143,25 @@ const FormatWordCase kFormatWords[] = {
 
 INSTANTIATE_TEST_SUITE_P(Words, SideFileFormatWord, ::testing::ValuesIn(kFormatWords));
 
+TEST(SideFile, PlaneStridesAndOffsets)
+{
+    VideoProps p;
+    applySideFile("stride=2048, 1024,1024\nplaneoffsets=0,4194304,5242880\n", p);
+    EXPECT_EQ(p.planeStride, (std::array<uint32_t, 4>{2048, 1024, 1024, 0}));
+    EXPECT_EQ(p.planeOffset, (std::array<uint64_t, 4>{0, 4194304, 5242880, 0}));
+    // Anything unreadable leaves the record as it was: too many planes, a negative or absurd number.
+    for (const char *bad : {"stride=1,2,3,4,5\n", "stride=-8\n", "stride=99999999999\n", "planeoffsets=0,-1\n"}) {
+        VideoProps q;
+        applySideFile(bad, q);
+        EXPECT_EQ(q.planeStride, (std::array<uint32_t, 4>{})) << bad;
+        EXPECT_EQ(q.planeOffset, (std::array<uint64_t, 4>{})) << bad;
+    }
+    // "strides" is not the key.
+    VideoProps r;
+    applySideFile("strides=64\n", r);
+    EXPECT_EQ(r.planeStride[0], 0u);
+}
+
 TEST(SideFile, CapDropsTheCutLine)
 {
     // The cap falls inside the digits of "width=1920"; the cut line and all after it are ignored.

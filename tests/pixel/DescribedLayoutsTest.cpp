@@ -310,3 +310,83 @@ TEST(DescribedLayouts, BilinearDemosaic)
     EXPECT_EQ(rgb[16 + 5], (10 + 40 + 60 + 90 + 2) / 4); // G
     EXPECT_EQ(rgb[32 + 5], 50);                          // B
 }
+
+// A record whose planes have strides and offsets of their own reads exactly as the packed file: the same
+// samples after the read, the same readout, the same picture. Every layout, at a size without the
+// original layouts' odd-size quirks.
+TEST(PlaneGeometry, StridedPlanesReadAsThePackedFrame)
+{
+    for (int v = 1; v <= kLayoutCount; ++v) {
+        const PixelDescriptor &d = *pixelDescriptor(v);
+        const Depth dp = depthsOf(v).back();
+        PatternSpec s = specOf(v, 24, 8, v == YUV_v210 ? Depth{10, 16, false, false} : dp);
+        SCOPED_TRACE(nameOf(v));
+        const VideoProps packedRec = recordOf(s);
+        const PlaneLayout packed = planeLayout(d, s.containerBits, s.width, s.height);
+        ASSERT_EQ(packed.frameBytes, int64_t(patternFrameBytes(s)));
+        std::vector<uint8_t> frame(size_t(packed.frameBytes));
+        ASSERT_TRUE(writePatternFrame(s, 2, frame.data(), frame.size()));
+
+        // Rows padded by 64 bytes, planes in reverse order after a 100-byte gap.
+        VideoProps strided = packedRec;
+        for (int p = 0; p < packed.planes; ++p)
+            strided.planeStride[size_t(p)] = uint32_t(packed.rowBytes[size_t(p)] + 64);
+        uint64_t at = 100;
+        for (int p = packed.planes - 1; p >= 0; --p) {
+            strided.planeOffset[size_t(p)] = at;
+            at += uint64_t(strided.planeStride[size_t(p)]) * uint64_t(packed.rows[size_t(p)]);
+        }
+        const PlaneLayout sl =
+            planeLayout(d, s.containerBits, s.width, s.height, strided.planeStride, strided.planeOffset);
+        ASSERT_EQ(uint64_t(sl.frameBytes), at);
+        EXPECT_EQ(recordFrameBytes(strided), at);
+        std::vector<uint8_t> stored(size_t(sl.frameBytes), 0xab);
+        for (int p = 0; p < packed.planes; ++p)
+            for (int32_t r = 0; r < packed.rows[size_t(p)]; ++r)
+                std::memcpy(stored.data() + sl.start[size_t(p)] + r * sl.rowBytes[size_t(p)],
+                            frame.data() + packed.start[size_t(p)] + r * packed.rowBytes[size_t(p)],
+                            size_t(packed.rowBytes[size_t(p)]));
+
+        FramePipeline a, b;
+        a.setup(packedRec, false);
+        b.setup(strided, false);
+        ASSERT_EQ(b.frameBytes(), stored.size());
+        std::memcpy(a.readBuffer(FramePipeline::Buffer::First), frame.data(), frame.size());
+        std::memcpy(b.readBuffer(FramePipeline::Buffer::First), stored.data(), stored.size());
+        a.toNative();
+        b.toNative();
+        ASSERT_EQ(a.props().format, b.props().format);
+        ASSERT_EQ(a.sampleBytes(), b.sampleBytes());
+        EXPECT_EQ(0, std::memcmp(a.buffer(FramePipeline::Buffer::First), b.buffer(FramePipeline::Buffer::First),
+                                 a.sampleBytes()));
+        std::vector<uint8_t> ra(size_t(s.width) * s.height * 4), rb(ra.size());
+        a.show(ViewSettings{}, ra.data());
+        b.show(ViewSettings{}, rb.data());
+        EXPECT_EQ(ra, rb);
+        for (int32_t y = 0; y < s.height; ++y)
+            for (int32_t x = 0; x < s.width; ++x) {
+                int32_t a1 = 0, a2 = 0, a3 = 0, b1 = 0, b2 = 0, b3 = 0;
+                ASSERT_EQ(a.readout(x, y, a1, a2, a3, nullptr), b.readout(x, y, b1, b2, b3, nullptr));
+                EXPECT_EQ(a1, b1);
+                EXPECT_EQ(a2, b2);
+                EXPECT_EQ(a3, b3);
+            }
+    }
+}
+
+TEST(PlaneGeometry, StridesShorterThanARowAreRefused)
+{
+    const PixelDescriptor &d = *pixelDescriptor(YUV_p420);
+    EXPECT_EQ(planeLayout(d, 8, 6, 4, {8, 4, 4, 0}, {}).frameBytes, 32 + 8 + 8);
+    EXPECT_EQ(planeLayout(d, 8, 6, 4, {8, 4, 4, 0}, {0, 64, 80, 0}).frameBytes, 88);
+    EXPECT_EQ(planeLayout(d, 8, 6, 4, {5, 0, 0, 0}, {}).frameBytes, 0);
+    EXPECT_EQ(planeLayout(d, 16, 6, 4, {8, 0, 0, 0}, {}).frameBytes, 0); // 12 bytes a 16-bit row
+    VideoProps p;
+    p.format = YUV_p420;
+    p.width = 6;
+    p.height = 4;
+    p.containerBits = 8;
+    EXPECT_EQ(recordFrameBytes(p), 36u);
+    p.planeStride = {5, 0, 0, 0};
+    EXPECT_EQ(recordFrameBytes(p), 0u);
+}
