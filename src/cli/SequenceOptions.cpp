@@ -42,22 +42,15 @@ namespace {
 template <typename T>
 std::array<T, 4> byteList(const ParsedArgs &a, const char *option, uint64_t largest)
 {
+    std::array<uint64_t, 4> v{};
+    if (!parsePlaneBytes(a.value(option), largest, v))
+        throw UsageError(QStringLiteral("option '%1' needs up to four byte counts of at most %2, not '%3'")
+                             .arg(QLatin1String(option))
+                             .arg(largest)
+                             .arg(a.value(option))
+                             .toStdString());
     std::array<T, 4> out{};
-    const QStringList parts = a.value(option).split(QLatin1Char(','));
-    if (parts.size() > 4)
-        throw UsageError(
-            (QStringLiteral("option '%1' takes at most four numbers, one a plane").arg(option)).toStdString());
-    for (qsizetype i = 0; i < parts.size(); ++i) {
-        bool ok = false;
-        const qulonglong v = parts[i].trimmed().toULongLong(&ok);
-        if (!ok || v > largest)
-            throw UsageError(QStringLiteral("option '%1' needs byte counts up to %2, not '%3'")
-                                 .arg(option)
-                                 .arg(largest)
-                                 .arg(parts[i])
-                                 .toStdString());
-        out[size_t(i)] = T(v);
-    }
+    for (size_t i = 0; i < 4; ++i) out[i] = T(v[i]);
     return out;
 }
 

@@ -4,6 +4,7 @@
 #include "formats/StreamPath.h"
 
 #include <QFile>
+#include <QStringList>
 #include <cstddef>
 #include <limits>
 
@@ -84,6 +85,34 @@ bool hasPlaneGeometry(const VideoProps &p)
     for (size_t i = 0; i < 4; ++i)
         if (p.planeStride[i] || p.planeOffset[i]) return true;
     return false;
+}
+
+bool parsePlaneBytes(const QString &text, uint64_t largest, std::array<uint64_t, 4> &out)
+{
+    std::array<uint64_t, 4> v{};
+    if (!text.trimmed().isEmpty()) {
+        const QStringList parts = text.split(QLatin1Char(','));
+        if (parts.size() > 4) return false;
+        for (qsizetype i = 0; i < parts.size(); ++i) {
+            bool ok = false;
+            const QString t = parts[i].trimmed();
+            const qulonglong n = t.toULongLong(&ok);
+            if (!ok || t.startsWith(QLatin1Char('+')) || n > largest) return false;
+            v[size_t(i)] = n;
+        }
+    }
+    out = v;
+    return true;
+}
+
+QString planeBytesText(const std::array<uint64_t, 4> &values)
+{
+    int last = -1;
+    for (int i = 0; i < 4; ++i)
+        if (values[size_t(i)]) last = i;
+    QStringList parts;
+    for (int i = 0; i <= last; ++i) parts << QString::number(values[size_t(i)]);
+    return parts.join(QLatin1Char(','));
 }
 
 uint32_t recordFrameBytes(const VideoProps &p)

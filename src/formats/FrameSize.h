@@ -21,6 +21,12 @@ bool hasPlaneGeometry(const VideoProps &p);
 // offsets, the end of its last plane. 0 in the cases frameBytes gives 0 and for a stride shorter than a row.
 uint32_t recordFrameBytes(const VideoProps &p);
 
+// Reads "2048,1024,1024": up to four byte counts, one a plane, each at most `largest`; blanks around the
+// numbers are fine, an empty text gives all 0. False (and `out` untouched) for anything else.
+bool parsePlaneBytes(const QString &text, uint64_t largest, std::array<uint64_t, 4> &out);
+// The counts as text, up to the last that is not 0 ("" when all are 0).
+QString planeBytesText(const std::array<uint64_t, 4> &values);
+
 // Bytes to allocate for one frame buffer: frameBytes plus, for 4:2:0, nv12 and 4:1:0 with an odd
 // height, slack for the cut chroma row (deliberately not scaled by the bytes per sample).
 // 0 in the same cases as frameBytes.

@@ -22,6 +22,8 @@
 #include <QTabWidget>
 #include <QVBoxLayout>
 
+#include <limits>
+
 namespace {
 
 using kavri::ui::checkBox;
@@ -169,6 +171,20 @@ KavriFormatDialog::KavriFormatDialog(VideoProps &props, QWidget *parent) : QDial
     expertForm->addRow(expertFlags);
     expertForm->addRow(QStringLiteral("Bit Depth (Container)"), m_container);
     expertForm->addRow(QStringLiteral("Header Bytes"), m_headerBytes);
+    // Padded buffers (GPU dumps): a row stride and a start for each plane, in bytes.
+    std::array<uint64_t, 4> strides{};
+    for (size_t i = 0; i < 4; ++i) strides[i] = props.planeStride[i];
+    m_strides = new QLineEdit(kavri::planeBytesText(strides), experts);
+    m_strides->setObjectName(QStringLiteral("le_strides"));
+    m_strides->setPlaceholderText(QStringLiteral("packed rows"));
+    m_strides->setToolTip(QStringLiteral("Row stride of each plane in bytes, separated by commas"));
+    m_planeOffsets = new QLineEdit(kavri::planeBytesText(props.planeOffset), experts);
+    m_planeOffsets->setObjectName(QStringLiteral("le_planeOffsets"));
+    m_planeOffsets->setPlaceholderText(QStringLiteral("one after another"));
+    m_planeOffsets->setToolTip(
+        QStringLiteral("Start of each plane in bytes from the start of the frame, separated by commas"));
+    expertForm->addRow(QStringLiteral("Plane Strides"), m_strides);
+    expertForm->addRow(QStringLiteral("Plane Offsets"), m_planeOffsets);
 
     m_tabs->addTab(video, QStringLiteral("Video Format"));
     m_tabs->addTab(experts, QStringLiteral("Expert Settings"));
@@ -223,6 +239,8 @@ KavriFormatDialog::KavriFormatDialog(VideoProps &props, QWidget *parent) : QDial
     // Connected after the adjustments above, so that the count is worked out from the settled controls.
     connect(m_width, &QLineEdit::textChanged, this, &KavriFormatDialog::updateFrameFit);
     connect(m_height, &QLineEdit::textChanged, this, &KavriFormatDialog::updateFrameFit);
+    connect(m_strides, &QLineEdit::textChanged, this, &KavriFormatDialog::updateFrameFit);
+    connect(m_planeOffsets, &QLineEdit::textChanged, this, &KavriFormatDialog::updateFrameFit);
     connect(m_format, &QComboBox::currentIndexChanged, this, &KavriFormatDialog::updateGuesses);
     connect(m_bits, &QSpinBox::valueChanged, this, &KavriFormatDialog::updateGuesses);
     connect(m_container, &QComboBox::currentIndexChanged, this, &KavriFormatDialog::updateGuesses);
@@ -277,6 +295,11 @@ void KavriFormatDialog::oon_color_changed(int index)
 void KavriFormatDialog::copyToRecord()
 {
     m_props.headerBytes = m_headerBytes->text().toUInt();
+    // Text that is not a list of byte counts leaves the record's strides and offsets as they were.
+    std::array<uint64_t, 4> list{};
+    if (kavri::parsePlaneBytes(m_strides->text(), uint64_t(std::numeric_limits<int32_t>::max()), list))
+        for (size_t i = 0; i < 4; ++i) m_props.planeStride[i] = uint32_t(list[i]);
+    if (kavri::parsePlaneBytes(m_planeOffsets->text(), uint64_t(1) << 40, list)) m_props.planeOffset = list;
     m_props.bitDepth = m_bits->value();
     m_props.containerBits = m_container->currentText() == QLatin1String("16bit") ? 16 : 8;
     m_props.toggleEndianness = m_endian->isChecked();
@@ -322,8 +345,17 @@ void KavriFormatDialog::updateFrameFit()
         m_frameFit->clear();
         return;
     }
-    const uint32_t bytes =
-        kavri::frameBytes(chosenFormat(), chosenContainerBits(), m_width->text().toInt(), m_height->text().toInt());
+    // The frame as typed, strides and plane offsets included.
+    VideoProps typed;
+    typed.format = chosenFormat();
+    typed.containerBits = chosenContainerBits();
+    typed.width = m_width->text().toInt();
+    typed.height = m_height->text().toInt();
+    std::array<uint64_t, 4> list{};
+    if (kavri::parsePlaneBytes(m_strides->text(), uint64_t(std::numeric_limits<int32_t>::max()), list))
+        for (size_t i = 0; i < 4; ++i) typed.planeStride[i] = uint32_t(list[i]);
+    if (kavri::parsePlaneBytes(m_planeOffsets->text(), uint64_t(1) << 40, list)) typed.planeOffset = list;
+    const uint32_t bytes = kavri::recordFrameBytes(typed);
     if (bytes == 0) {
         m_frameFit->clear();
         return;

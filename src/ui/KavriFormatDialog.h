@@ -73,6 +73,8 @@ private:
     QCheckBox *m_signed = nullptr;
     QComboBox *m_container = nullptr;
     QLineEdit *m_headerBytes = nullptr;
+    QLineEdit *m_strides = nullptr;      // row stride of each plane, "2048,1024,1024"; empty = packed
+    QLineEdit *m_planeOffsets = nullptr; // start of each plane; empty = one after another
     QLabel *m_problem = nullptr;
     // Size guessing: the file's size when it is a file that is there (not standard input, not vanished).
     std::optional<uint64_t> m_fileSize;

@@ -152,6 +152,34 @@ TEST(FormatDialogGuess, NoSizeForStandardInputOrAVanishedFile)
     }
 }
 
+// Plane strides and offsets typed on the expert tab count in the frame's bytes and reach the record on
+// Apply; text that is no list of byte counts leaves the record as it was.
+TEST(FormatDialogGuess, PlaneStridesAndOffsets)
+{
+    kavri::test::TempDir dir;
+    VideoProps p = cifRecord(dir.writeSized("clip.yuv", 88 * 3));
+    p.width = 6;
+    p.height = 4;
+    KavriFormatDialog dlg(p);
+    auto *strides = child<QLineEdit>(&dlg, "le_strides");
+    auto *offsets = child<QLineEdit>(&dlg, "le_planeOffsets");
+    EXPECT_EQ(strides->text(), "");
+    child<QLineEdit>(&dlg, "le_width")->setText("6");
+    child<QLineEdit>(&dlg, "le_height")->setText("4");
+    strides->setText("8, 4,4");
+    offsets->setText("0,64,80");
+    EXPECT_EQ(fitText(dlg), "88 bytes a frame, 3 frames");
+    child<QPushButton>(&dlg, "applyButton")->click();
+    EXPECT_EQ(p.planeStride, (std::array<uint32_t, 4>{8, 4, 4, 0}));
+    EXPECT_EQ(p.planeOffset, (std::array<uint64_t, 4>{0, 64, 80, 0}));
+    strides->setText("8,x");
+    child<QPushButton>(&dlg, "applyButton")->click();
+    EXPECT_EQ(p.planeStride, (std::array<uint32_t, 4>{8, 4, 4, 0}));
+    KavriFormatDialog again(p);
+    EXPECT_EQ(child<QLineEdit>(&again, "le_strides")->text(), "8,4,4");
+    EXPECT_EQ(child<QLineEdit>(&again, "le_planeOffsets")->text(), "0,64,80");
+}
+
 TEST(FormatDialogGuess, KeyboardOrderKeepsTheOldStopsAroundTheNewOne)
 {
     kavri::test::TempDir dir;
