@@ -1,7 +1,9 @@
 #include "formats/Validation.h"
 
+#include "formats/FramePlacement.h"
 #include "formats/FrameSize.h"
 #include "formats/StreamPath.h"
+#include "formats/Y4mHeader.h"
 
 #include <cmath>
 
@@ -12,6 +14,24 @@ void normaliseContainer(VideoProps &p)
     if (p.bitDepth < 1 || p.bitDepth > kMaxBitDepth) return;
     if ((p.containerBits != 8 && p.containerBits != 16) || p.containerBits < p.bitDepth)
         p.containerBits = containerBitsFor(p.bitDepth);
+}
+
+uint64_t frameCountOfRecord(const VideoProps &p, uint64_t *fileSize)
+{
+    // Each frame takes its prefix along (a y4m file's FRAME line); a frame cut short is not counted.
+    uint64_t size = 0;
+    uint64_t count = frameCountOf(p.fileName, frameStride(p.frameBytes, p.frameHeaderBytes), p.headerBytes, &size);
+    if (!p.diffFileName.isEmpty()) {
+        uint64_t diffSize = 0;
+        const uint64_t diffCount = frameCountOf(p.diffFileName, frameStride(p.frameBytes, p.diffFrameHeaderBytes),
+                                                p.diffHeaderBytes, &diffSize);
+        if (diffCount <= count) {
+            count = diffCount;
+            size = diffSize;
+        }
+    }
+    if (fileSize) *fileSize = size;
+    return count;
 }
 
 uint32_t validateProps(VideoProps &p)
@@ -35,13 +55,23 @@ uint32_t validateProps(VideoProps &p)
 
     if (isPlayable(mask)) {
         p.frameBytes = frameBytes(p.format, p.containerBits, p.width, p.height);
+        p.diffHeaderBytes = p.headerBytes;
+        p.diffFrameHeaderBytes = p.frameHeaderBytes;
         // A stream (standard input, a named pipe) has no size to count frames in.
         const bool isFile = !isStreamPath(p.fileName) && (p.diffFileName.isEmpty() || !isStreamPath(p.diffFileName));
         if (p.frameBytes == 0 || !displayPictureFits(p.width, p.height)) {
             mask &= ~uint32_t(kFormatKnown);
         } else if (isFile) {
+            // The difference file may carry a header of its own.
+            bool placed = true;
+            if (!p.diffFileName.isEmpty()) {
+                const SecondPlacement second = secondFilePlacement(p, p.diffFileName);
+                p.diffHeaderBytes = second.headerBytes;
+                p.diffFrameHeaderBytes = second.frameHeaderBytes;
+                placed = second.error.isEmpty();
+            }
             uint64_t size = 0;
-            const uint64_t count = frameCountOfPair(p.fileName, p.diffFileName, p.frameBytes, p.headerBytes, &size);
+            const uint64_t count = placed ? frameCountOfRecord(p, &size) : 0;
             p.frameCount = count;
             p.fileSize = size;
             if (count == 0) mask &= ~uint32_t(kFormatKnown);

@@ -28,6 +28,10 @@ struct VideoProps {
     bool signedValues = false;
     bool swapUV = false;
     uint32_t headerBytes = 0;
+    uint32_t frameHeaderBytes = 0; // bytes before every frame (a y4m file's "FRAME\n"), skipped on reading
+    // The same two for the difference file, which may have a header of its own (computed with the count).
+    uint32_t diffHeaderBytes = 0;
+    uint32_t diffFrameHeaderBytes = 0;
     uint64_t timeStamp = 0; // seconds since 1970, time of last use
     int32_t scaleX = kScaleOne;
     int32_t scaleY = kScaleOne;

@@ -1,6 +1,7 @@
 #include "loader/KavriLoader.h"
 
 #include "formats/FormatSource.h"
+#include "formats/FramePlacement.h"
 #include "formats/FrameSize.h"
 #include "formats/RememberedFormats.h"
 #include "formats/StreamPath.h"
@@ -71,6 +72,14 @@ KavriLoader::KavriLoader(const QString &path, const QString &diffPath, const Opt
     }
 
     kavri::ResolvedFormat found = kavri::resolvePair(m_path, m_hasDiff ? m_diffPath : QString(), options.useRemembered);
+    if (!found.error.isEmpty()) {
+        // A y4m file we cannot read as one is not read as raw samples either.
+        m_openError = found.error;
+        m_opened = false;
+        m_main.reset();
+        m_diffStream.reset();
+        return;
+    }
     m_pending = found.props;
     validate();
 }
@@ -84,8 +93,14 @@ KavriLoader *KavriLoader::create(const QString &path, const QString &diffPath)
 
 KavriLoader *KavriLoader::create(const QString &path, const QString &diffPath, const Options &options)
 {
+    return create(path, diffPath, options, nullptr);
+}
+
+KavriLoader *KavriLoader::create(const QString &path, const QString &diffPath, const Options &options, QString *error)
+{
     auto *thread = new QThread;
     auto *loader = new KavriLoader(path, diffPath, options);
+    if (error) *error = loader->m_openError;
     if (!loader->m_opened) {
         delete loader;
         delete thread;
@@ -335,6 +350,7 @@ bool KavriLoader::deliverFrame(bool readAhead)
             m_pipeline.exchangeInput(m_spare[0], m_spare[1]);
         }
     } else {
+        skipFramePrefix();
         got = m_main->read(mainBuf, m_frameBytes, &m_quitRequested);
         if (got > 0 && m_hasDiff)
             gotDiff = m_diffStream
@@ -407,6 +423,7 @@ void KavriLoader::startReadAhead()
             return;
         }
     }
+    skipFramePrefix();
     m_readAhead.start(m_main, m_spare[0].get(), m_hasDiff ? m_diffStream : nullptr, m_spare[1].get(), m_frameBytes);
 }
 
@@ -550,8 +567,11 @@ void KavriLoader::doReload()
     if (!m_isStdin) reopenStreams();
     if (m_frameBytes != 0 && !m_isStdin) {
         uint64_t size = 0;
-        const uint64_t count = kavri::frameCountOfPair(m_path, m_hasDiff ? m_diffPath : QString(), m_frameBytes,
-                                                       m_active.headerBytes, &size);
+        VideoProps counted = m_active;
+        counted.fileName = m_path;
+        counted.diffFileName = m_hasDiff ? m_diffPath : QString();
+        counted.frameBytes = m_frameBytes;
+        const uint64_t count = kavri::frameCountOfRecord(counted, &size);
         // The pending record belongs to the GUI thread; it picks the new counts up from these.
         m_frameCountShared.store(count);
         m_fileSizeShared.store(size);
@@ -575,9 +595,31 @@ void KavriLoader::positionStreams(uint64_t frame)
 {
     if (m_isStdin) return;
     m_readAhead.drop();
-    const uint64_t offset = uint64_t(m_frameBytes) * frame + m_active.headerBytes;
-    if (m_main) m_main->seek(offset);
-    if (m_diffStream) m_diffStream->seek(offset);
+    // The streams wait at the frame's prefix, which every read skips first.
+    if (m_main)
+        m_main->seek(kavri::framePrefixOffset(m_active.headerBytes, m_active.frameHeaderBytes, m_frameBytes, frame));
+    if (m_diffStream)
+        m_diffStream->seek(
+            kavri::framePrefixOffset(m_active.diffHeaderBytes, m_active.diffFrameHeaderBytes, m_frameBytes, frame));
+}
+
+void KavriLoader::skipFramePrefix()
+{
+    const std::pair<FrameStream *, uint32_t> prefixes[] = {{m_main.get(), m_active.frameHeaderBytes},
+                                                           {m_diffStream.get(), m_active.diffFrameHeaderBytes}};
+    for (const auto &[s, n] : prefixes) {
+        if (!s || n == 0 || s->atEnd()) continue;
+        if (s->isFile()) {
+            s->seek(s->position() + n);
+        } else {
+            uint8_t scratch[64];
+            for (uint32_t left = n; left > 0;) {
+                const int64_t want = std::min<int64_t>(left, int64_t(sizeof scratch));
+                if (s->read(scratch, want, &m_quitRequested) < want) break;
+                left -= uint32_t(want);
+            }
+        }
+    }
 }
 
 // ---- view controls (GUI thread) ----

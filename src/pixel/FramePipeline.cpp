@@ -1,5 +1,6 @@
 #include "pixel/FramePipeline.h"
 
+#include "formats/FramePlacement.h"
 #include "formats/FrameSize.h"
 #include "formats/Validation.h"
 
@@ -76,10 +77,11 @@ AlignedBuffer allocateAligned(size_t size)
     return AlignedBuffer(static_cast<uint8_t *>(p));
 }
 
-size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32_t headerBytes, uint8_t *buffer)
+size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32_t headerBytes, uint8_t *buffer,
+                   uint32_t frameHeaderBytes)
 {
     in.clear();
-    in.seekg(std::streamoff(headerBytes + index * uint64_t(frameBytes)), std::ios::beg);
+    in.seekg(std::streamoff(frameOffset(headerBytes, frameHeaderBytes, frameBytes, index)), std::ios::beg);
     if (!in) return 0;
     in.read(reinterpret_cast<char *>(buffer), std::streamsize(frameBytes));
     return size_t(in.gcount());
@@ -152,10 +154,10 @@ bool FramePipeline::read(std::istream &first, std::istream *second, uint64_t ind
 {
     uint8_t *a = buffer(Buffer::First);
     if (!a) return false;
-    const size_t n = readFrameAt(first, index, m_frameBytes, m_props.headerBytes, a);
+    const size_t n = readFrameAt(first, index, m_frameBytes, m_props.headerBytes, a, m_props.frameHeaderBytes);
     if (n == 0) return false;
-    if (m_hasSecond &&
-        (!second || readFrameAt(*second, index, m_frameBytes, m_props.headerBytes, buffer(Buffer::Second)) != n))
+    if (m_hasSecond && (!second || readFrameAt(*second, index, m_frameBytes, m_props.diffHeaderBytes,
+                                               buffer(Buffer::Second), m_props.diffFrameHeaderBytes) != n))
         return false;
     toNative();
     return true;

@@ -1,0 +1,31 @@
+// Where the frames of a record lie in its file: after `headerBytes`, one after the other, each preceded by
+// `frameHeaderBytes` bytes of its own (the FRAME line of a y4m file; none in a raw file).
+#pragma once
+
+#include <cstdint>
+#include <limits>
+
+namespace kavri {
+
+// Bytes from the start of one frame's prefix to the start of the next; 0 for a frame of 0 bytes and for a
+// sum that does not fit the 32 bits every frame count and copy works in.
+constexpr uint32_t frameStride(uint32_t frameBytes, uint32_t frameHeaderBytes)
+{
+    if (frameBytes == 0 || uint64_t(frameBytes) + frameHeaderBytes > std::numeric_limits<uint32_t>::max()) return 0;
+    return frameBytes + frameHeaderBytes;
+}
+
+// Where the prefix of frame `index` starts.
+constexpr uint64_t framePrefixOffset(uint32_t headerBytes, uint32_t frameHeaderBytes, uint32_t frameBytes,
+                                     uint64_t index)
+{
+    return uint64_t(headerBytes) + index * (uint64_t(frameBytes) + frameHeaderBytes);
+}
+
+// Where the samples of frame `index` start.
+constexpr uint64_t frameOffset(uint32_t headerBytes, uint32_t frameHeaderBytes, uint32_t frameBytes, uint64_t index)
+{
+    return framePrefixOffset(headerBytes, frameHeaderBytes, frameBytes, index) + frameHeaderBytes;
+}
+
+} // namespace kavri
