@@ -61,7 +61,8 @@ ResolvedFormat resolvePair(const QString &path, const QString &diffPath, bool us
     VideoProps trial = found.props;
     trial.fileName = path;
     trial.diffFileName = diffPath;
-    if (isPlayable(validateProps(trial))) return placementError(found);
+    // A y4m file is never read with another file's record.
+    if (isPlayable(validateProps(trial)) || found.source == QLatin1String("y4m")) return placementError(found);
     ResolvedFormat other = resolveFormat(diffPath, false);
     if (!other.error.isEmpty()) return placementError(found);
     // The first file has no y4m header of its own (or its record would be playable): it is raw, whatever
