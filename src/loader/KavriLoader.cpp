@@ -6,6 +6,7 @@
 #include "formats/RememberedFormats.h"
 #include "formats/StreamPath.h"
 #include "formats/Validation.h"
+#include "formats/Y4mHeader.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
@@ -13,6 +14,7 @@
 #include <QThread>
 #include <QtDebug>
 #include <cmath>
+#include <cstring>
 #include <new>
 
 #ifdef Q_OS_WIN
@@ -31,6 +33,12 @@ constexpr double kLongestPauseMs = 24.0 * 3600.0 * 1000.0;
 constexpr bool kWholeMillisecondPause = false;
 
 bool isStdinPath(const QString &p) { return p == QLatin1String("-"); }
+
+bool startsWithY4mSignature(const uint8_t *bytes, int64_t count)
+{
+    constexpr int64_t n = sizeof(kavri::kY4mSignature) - 1;
+    return count >= n && std::memcmp(bytes, kavri::kY4mSignature, size_t(n)) == 0;
+}
 
 } // namespace
 
@@ -360,6 +368,16 @@ bool KavriLoader::deliverFrame(bool readAhead)
     // Nothing new (a vanished or exhausted file): the last good frame stays on screen.
     if (got <= 0 || m_quitRequested.load()) return false;
     if (m_hasDiff && gotDiff != got) return false;
+    // A y4m stream is read only from a file (its header is found before anything is read); shown as raw
+    // samples, header and FRAME lines included, it would be nonsense. Said once, instead of a first frame.
+    if (m_isStdin && !m_haveShown.load() && startsWithY4mSignature(mainBuf, got)) {
+        emit cannot_show(QStringLiteral("%1 carries a y4m stream, which is read only from a file; save it to a file "
+                                        "and open that")
+                             .arg(m_path == QLatin1String("-") ? QStringLiteral("standard input")
+                                                               : QStringLiteral("'%1'").arg(m_path)));
+        if (m_playing.load()) postCommand(kCmdStop, kCmdAsync);
+        return false;
+    }
     // The next frame is read while this one is converted, when playback will ask for it next.
     if (readAhead && m_frame.frameIndex + 1 < m_active.frameCount) startReadAhead();
 

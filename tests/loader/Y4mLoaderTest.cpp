@@ -4,6 +4,11 @@
 #include "formats/Validation.h"
 
 #include <gtest/gtest.h>
+#include <thread>
+
+#ifdef Q_OS_UNIX
+#include <unistd.h>
+#endif
 
 using namespace kavri::test;
 
@@ -131,5 +136,48 @@ TEST(Y4mLoaderRefusal, AFileWithParametersOnItsFrameLinesIsNotOpened)
     EXPECT_EQ(l, nullptr);
     EXPECT_TRUE(why.contains("frame 2")) << why.toStdString();
 }
+
+#ifdef Q_OS_UNIX
+TEST(Y4mLoaderRefusal, AStreamOnStandardInputIsToldNotShown)
+{
+    int fds[2];
+    ASSERT_EQ(::pipe(fds), 0);
+    TestOwner owner;
+    KavriLoader::Options o;
+    o.useRemembered = false;
+    o.rememberFormats = false;
+    o.stdinDescriptor = fds[0];
+    KavriLoader *loader = KavriLoader::create(QStringLiteral("-"), {}, o);
+    ASSERT_NE(loader, nullptr);
+    VideoProps &p = loader->pendingProps();
+    p.width = kW;
+    p.height = kH;
+    p.format = BW;
+    p.frameRate = 1000.0;
+    loader->validate();
+    owner.loader = loader;
+    loader->attach(&owner, &owner);
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
+    emit owner.play();
+    const QByteArray data = markedY4m(3);
+    std::thread writer([&] {
+        const char *at = data.constData();
+        qint64 left = data.size();
+        while (left > 0) {
+            const ssize_t k = ::write(fds[1], at, size_t(left));
+            if (k <= 0) break;
+            at += k;
+            left -= k;
+        }
+        ::close(fds[1]);
+    });
+    writer.join();
+    EXPECT_TRUE(owner.waitUntil([&] { return !owner.failure().isEmpty(); }, kWaitMs));
+    EXPECT_TRUE(owner.failure().contains("y4m")) << owner.failure().toStdString();
+    EXPECT_TRUE(owner.seen().empty()); // nothing was shown as raw samples
+    EXPECT_TRUE(returnsWithin([loader] { loader->detach(); }));
+    ::close(fds[0]);
+}
+#endif
 
 } // namespace
