@@ -95,7 +95,10 @@ int runMetrics(Context &ctx)
     if (!place.error.isEmpty()) return ctx.fail(place.error);
     pb.headerBytes = place.headerBytes;
     pb.frameHeaderBytes = place.frameHeaderBytes;
-    pb.frameCount = frameCountOf(pos[1], frameStride(pb.frameBytes, pb.frameHeaderBytes), pb.headerBytes, nullptr);
+    pb.frameStarts = place.starts;
+    pb.frameCount =
+        place.starts ? place.starts->size()
+                     : frameCountOf(pos[1], frameStride(pb.frameBytes, pb.frameHeaderBytes), pb.headerBytes, nullptr);
     if (pb.frameBytes == 0)
         return ctx.fail(QStringLiteral("'%1' cannot be read at %2 bits").arg(pos[1]).arg(pb.bitDepth));
     std::ifstream second(QFile::encodeName(pos[1]).toStdString(), std::ios::binary);

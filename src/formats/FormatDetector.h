@@ -33,8 +33,8 @@ public:
     Source source() const { return m_source; }
     // "y4m", "vix", "hdr" or "name" for the last detect(); empty before the first.
     QString sourceName() const;
-    // Why a file that carries a y4m header cannot be read (its header or a FRAME line is one we do not
-    // read); empty otherwise. The record is then the unplayable default.
+    // Why a file that carries a y4m header cannot be read (a header we do not read, or a frame without its
+    // FRAME line); empty otherwise. The record is then the unplayable default.
     const QString &error() const { return m_error; }
     // Score of a layout 1..27 in the last name vote (0.0 outside that range or when no vote ran).
     double score(int layout) const;

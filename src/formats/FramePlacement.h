@@ -2,6 +2,8 @@
 // `frameHeaderBytes` bytes of its own (the FRAME line of a y4m file; none in a raw file).
 #pragma once
 
+#include "formats/VideoProps.h"
+
 #include <cstdint>
 #include <limits>
 
@@ -26,6 +28,20 @@ constexpr uint64_t framePrefixOffset(uint32_t headerBytes, uint32_t frameHeaderB
 constexpr uint64_t frameOffset(uint32_t headerBytes, uint32_t frameHeaderBytes, uint32_t frameBytes, uint64_t index)
 {
     return framePrefixOffset(headerBytes, frameHeaderBytes, frameBytes, index) + frameHeaderBytes;
+}
+
+// Where the samples of frame `index` of a validated record's file (or, with `second`, of its difference
+// file) start: from the list of starts when the file has one, otherwise from the even spacing. An index
+// past a list points just past the last whole frame.
+inline uint64_t frameDataOffset(const VideoProps &p, uint64_t index, bool second = false)
+{
+    const FrameStarts &starts = second ? p.diffFrameStarts : p.frameStarts;
+    if (starts) {
+        if (index < starts->size()) return (*starts)[size_t(index)];
+        return starts->empty() ? (second ? p.diffHeaderBytes : p.headerBytes) : starts->back() + p.frameBytes;
+    }
+    return second ? frameOffset(p.diffHeaderBytes, p.diffFrameHeaderBytes, p.frameBytes, index)
+                  : frameOffset(p.headerBytes, p.frameHeaderBytes, p.frameBytes, index);
 }
 
 } // namespace kavri

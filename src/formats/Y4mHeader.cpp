@@ -320,31 +320,81 @@ QByteArray y4mStreamHeader(const VideoProps &p, QString *refusal)
     return line;
 }
 
-QString checkPlainFrameLines(const QString &path, uint32_t headerBytes, uint32_t frameBytes, uint64_t frames)
+namespace {
+
+// The line at `at`, without its newline; empty with `ended` false when the file ends first or the line
+// runs on past kMaxY4mFrameLineBytes.
+QByteArray frameLineAt(QFile &f, uint64_t at, bool &ended)
 {
+    ended = false;
+    if (!f.seek(qint64(at))) return {};
+    const QByteArray bytes = f.read(kMaxY4mFrameLineBytes);
+    const qsizetype nl = bytes.indexOf('\n');
+    if (nl < 0) return bytes;
+    ended = true;
+    return bytes.left(nl);
+}
+
+QString damagedAt(uint64_t frame)
+{
+    return QStringLiteral("frame %1 of the y4m file does not start with a FRAME line where its header puts it "
+                          "(the file is damaged)")
+        .arg(frame);
+}
+
+} // namespace
+
+Y4mFrameScan scanY4mFrames(const QString &path, uint32_t headerBytes, uint32_t frameBytes)
+{
+    Y4mFrameScan scan;
     QFile f(path);
-    if (!f.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) return {};
+    if (frameBytes == 0 || !f.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) return scan;
+    const uint64_t size = uint64_t(std::max<qint64>(f.size(), 0));
+    const uint64_t stride = uint64_t(frameBytes) + kY4mFrameHeaderBytes;
+    const uint64_t evenly = size > headerBytes ? (size - headerBytes) / stride : 0;
+
+    // The usual file: every line plain, checked with one small read a frame.
+    uint64_t first = evenly;
     char line[kY4mFrameHeaderBytes];
-    for (uint64_t i = 0; i < frames; ++i) {
+    for (uint64_t i = 0; i < evenly; ++i) {
         const uint64_t at = framePrefixOffset(headerBytes, kY4mFrameHeaderBytes, frameBytes, i);
-        if (!f.seek(qint64(at)) || f.read(line, sizeof line) != qint64(sizeof line))
-            return QStringLiteral("the y4m file could not be read at frame %1").arg(i);
-        const QByteArray got(line, sizeof line);
-        if (got == "FRAME\n") continue;
-        if (got.startsWith("FRAME")) {
-            f.seek(qint64(at));
-            const QByteArray text = f.read(80);
-            const qsizetype nl = text.indexOf('\n');
-            return QStringLiteral("frame %1 of the y4m file has a FRAME line with parameters (%2); files whose "
-                                  "FRAME lines carry parameters are not supported")
-                .arg(i)
-                .arg(quoted(nl < 0 ? text : text.left(nl)));
+        if (!f.seek(qint64(at)) || f.read(line, sizeof line) != qint64(sizeof line) ||
+            QByteArray(line, sizeof line) != "FRAME\n") {
+            first = i;
+            break;
         }
-        return QStringLiteral("frame %1 of the y4m file does not start with a FRAME line where its header puts it "
-                              "(the file is damaged)")
-            .arg(i);
     }
-    return {};
+    if (first == evenly) return scan;
+
+    // From the first other line on, each line's own length says where its frame and the next line start.
+    auto starts = std::make_shared<std::vector<uint64_t>>();
+    starts->reserve(size_t(first) + 1);
+    for (uint64_t i = 0; i < first; ++i)
+        starts->push_back(frameOffset(headerBytes, kY4mFrameHeaderBytes, frameBytes, i));
+    uint64_t at = framePrefixOffset(headerBytes, kY4mFrameHeaderBytes, frameBytes, first);
+    while (at < size) {
+        bool ended = false;
+        const QByteArray text = frameLineAt(f, at, ended);
+        const uint64_t frame = starts->size();
+        if (!ended) {
+            // A line cut by the end of the file belongs to a frame cut short; a line that runs on is not one.
+            if (qint64(size - at) < kMaxY4mFrameLineBytes) break;
+            scan.error = QStringLiteral("the FRAME line of frame %1 of the y4m file does not end within %2 bytes")
+                             .arg(frame)
+                             .arg(kMaxY4mFrameLineBytes);
+            return scan;
+        }
+        if (!text.startsWith("FRAME") || (text.size() > 5 && text[5] != ' ')) {
+            scan.error = damagedAt(frame);
+            return scan;
+        }
+        const uint64_t data = at + uint64_t(text.size()) + 1;
+        if (data + frameBytes > size) break;
+        starts->push_back(data);
+        at = data + frameBytes;
+    }
+    scan.starts = std::move(starts);
+    return scan;
 }
 
 bool readY4mFile(const QString &path, VideoProps &props, QString &error, Y4mHeader *header)
@@ -362,13 +412,11 @@ bool readY4mFile(const QString &path, VideoProps &props, QString &error, Y4mHead
         return true;
     }
     const Y4mHeader &h = *parsed.header;
-    const uint32_t stored = uint32_t(y4mFrameBytes(h));
-    const uint64_t size = uint64_t(std::max<qint64>(f.size(), 0));
-    const uint64_t frames =
-        size > h.headerBytes ? (size - h.headerBytes) / (uint64_t(stored) + kY4mFrameHeaderBytes) : 0;
-    error = checkPlainFrameLines(path, h.headerBytes, stored, frames);
+    Y4mFrameScan scan = scanY4mFrames(path, h.headerBytes, uint32_t(y4mFrameBytes(h)));
+    error = scan.error;
     if (!error.isEmpty()) return true;
     applyY4mHeader(h, props);
+    props.frameStarts = std::move(scan.starts);
     if (header) *header = h;
     return true;
 }
@@ -402,6 +450,7 @@ SecondPlacement secondFilePlacement(const VideoProps &first, const QString &seco
                           .arg(expected);
     place.headerBytes = second.headerBytes;
     place.frameHeaderBytes = second.frameHeaderBytes;
+    place.starts = second.frameStarts;
     return place;
 }
 

@@ -70,15 +70,22 @@ QByteArray y4mColourTag(videoFormat_t layout, int32_t bitDepth);
 // no colour tag, a container other than the tag's, signed, byte-swapped, flipped or U/V-swapped samples.
 QByteArray y4mStreamHeader(const VideoProps &props, QString *refusal);
 
-// Checks that each of the `frames` frames of the file at `path` is preceded by the plain FRAME line at
-// the place a fixed stride puts it. Empty when they all are; otherwise the reason, naming the first frame
-// whose line carries parameters (whose length would move every later frame) or is missing.
-QString checkPlainFrameLines(const QString &path, uint32_t headerBytes, uint32_t frameBytes, uint64_t frames);
+// The FRAME lines of the y4m file at `path` whose header takes `headerBytes` and whose frames take
+// `frameBytes`. When every line is the plain one the frames are evenly spaced and `starts` stays empty;
+// when some line carries parameters the file is walked line by line and `starts` lists where each whole
+// frame's samples begin (8 bytes a frame). A frame cut short at the end is not listed. `error` is set for
+// a frame without its FRAME line (a damaged file) or a line that does not end within kMaxY4mFrameLineBytes.
+inline constexpr qint64 kMaxY4mFrameLineBytes = 4096;
+struct Y4mFrameScan {
+    FrameStarts starts;
+    QString error;
+};
+Y4mFrameScan scanY4mFrames(const QString &path, uint32_t headerBytes, uint32_t frameBytes);
 
 // Reads the header of the file at `path` (a readable regular file that starts with the signature) into
-// `props`, with every FRAME line checked. Answers false when the file does not start with the signature;
-// true when it does, with `error` empty and `props` filled for a file we can read, or with `error` set
-// and `props` untouched for one we cannot. `header`, when given, receives the parsed header.
+// `props`, with its FRAME lines walked (see scanY4mFrames). Answers false when the file does not start
+// with the signature; true when it does, with `error` empty and `props` filled for a file we can read,
+// or with `error` set and `props` untouched for one we cannot. `header`, when given, receives the header.
 bool readY4mFile(const QString &path, VideoProps &props, QString &error, Y4mHeader *header = nullptr);
 
 // Where the frames of the second file of a pair lie, the pair being read with the first file's record
@@ -88,7 +95,8 @@ bool readY4mFile(const QString &path, VideoProps &props, QString &error, Y4mHead
 struct SecondPlacement {
     uint32_t headerBytes = 0;
     uint32_t frameHeaderBytes = 0;
-    QString error; // the pair cannot be read; the numbers mean nothing then
+    FrameStarts starts; // for a y4m file with FRAME lines of different lengths
+    QString error;      // the pair cannot be read; the numbers mean nothing then
 };
 SecondPlacement secondFilePlacement(const VideoProps &first, const QString &secondPath);
 

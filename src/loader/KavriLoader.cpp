@@ -330,6 +330,7 @@ void KavriLoader::doInit()
         m_pipeline.setDeinterlace(m_view.deinterlace);
         m_allocSize = m_pipeline.allocationSize();
         m_frameBytes = m_pipeline.frameBytes();
+        m_active.frameBytes = m_frameBytes; // where the frames lie follows from it (frameDataOffset)
     }
     m_pictureRefused = false;
     m_holdingFrame = false; // the new buffers hold no frame yet
@@ -358,13 +359,14 @@ bool KavriLoader::deliverFrame(bool readAhead)
             m_pipeline.exchangeInput(m_spare[0], m_spare[1]);
         }
     } else {
-        skipFramePrefix();
+        seekToStreamFrame();
         got = m_main->read(mainBuf, m_frameBytes, &m_quitRequested);
         if (got > 0 && m_hasDiff)
             gotDiff = m_diffStream
                           ? m_diffStream->read(m_pipeline.buffer(kavri::FramePipeline::Buffer::Second), m_frameBytes)
                           : 0;
     }
+    if (got > 0) ++m_streamFrame;
     // Nothing new (a vanished or exhausted file): the last good frame stays on screen.
     if (got <= 0 || m_quitRequested.load()) return false;
     if (m_hasDiff && gotDiff != got) return false;
@@ -441,7 +443,7 @@ void KavriLoader::startReadAhead()
             return;
         }
     }
-    skipFramePrefix();
+    seekToStreamFrame();
     m_readAhead.start(m_main, m_spare[0].get(), m_hasDiff ? m_diffStream : nullptr, m_spare[1].get(), m_frameBytes);
 }
 
@@ -589,7 +591,17 @@ void KavriLoader::doReload()
         counted.fileName = m_path;
         counted.diffFileName = m_hasDiff ? m_diffPath : QString();
         counted.frameBytes = m_frameBytes;
-        const uint64_t count = kavri::frameCountOfRecord(counted, &size);
+        uint64_t count = 0;
+        if (counted.frameHeaderBytes > 0 || counted.diffFrameHeaderBytes > 0) {
+            // The FRAME lines of a grown y4m file are walked again: the new ones may differ in length.
+            kavri::validateProps(counted);
+            count = counted.frameCount;
+            size = counted.fileSize;
+            m_active.frameStarts = counted.frameStarts;
+            m_active.diffFrameStarts = counted.diffFrameStarts;
+        } else {
+            count = kavri::frameCountOfRecord(counted, &size);
+        }
         // The pending record belongs to the GUI thread; it picks the new counts up from these.
         m_frameCountShared.store(count);
         m_fileSizeShared.store(size);
@@ -613,31 +625,20 @@ void KavriLoader::positionStreams(uint64_t frame)
 {
     if (m_isStdin) return;
     m_readAhead.drop();
-    // The streams wait at the frame's prefix, which every read skips first.
-    if (m_main)
-        m_main->seek(kavri::framePrefixOffset(m_active.headerBytes, m_active.frameHeaderBytes, m_frameBytes, frame));
-    if (m_diffStream)
-        m_diffStream->seek(
-            kavri::framePrefixOffset(m_active.diffHeaderBytes, m_active.diffFrameHeaderBytes, m_frameBytes, frame));
+    m_streamFrame = frame;
+    // Frames with FRAME lines are found anew before every read (seekToStreamFrame); the others follow on.
+    if (m_main) m_main->seek(kavri::frameDataOffset(m_active, frame));
+    if (m_diffStream) m_diffStream->seek(kavri::frameDataOffset(m_active, frame, true));
 }
 
-void KavriLoader::skipFramePrefix()
+void KavriLoader::seekToStreamFrame()
 {
-    const std::pair<FrameStream *, uint32_t> prefixes[] = {{m_main.get(), m_active.frameHeaderBytes},
-                                                           {m_diffStream.get(), m_active.diffFrameHeaderBytes}};
-    for (const auto &[s, n] : prefixes) {
-        if (!s || n == 0 || s->atEnd()) continue;
-        if (s->isFile()) {
-            s->seek(s->position() + n);
-        } else {
-            uint8_t scratch[64];
-            for (uint32_t left = n; left > 0;) {
-                const int64_t want = std::min<int64_t>(left, int64_t(sizeof scratch));
-                if (s->read(scratch, want, &m_quitRequested) < want) break;
-                left -= uint32_t(want);
-            }
-        }
-    }
+    // A raw file's frames follow each other, so a stream that has read one stands at the next; a FRAME
+    // line (of whatever length) lies between a y4m file's frames.
+    if (m_isStdin) return;
+    if (m_main && m_active.frameHeaderBytes > 0) m_main->seek(kavri::frameDataOffset(m_active, m_streamFrame));
+    if (m_diffStream && m_active.diffFrameHeaderBytes > 0)
+        m_diffStream->seek(kavri::frameDataOffset(m_active, m_streamFrame, true));
 }
 
 // ---- view controls (GUI thread) ----

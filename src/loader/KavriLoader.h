@@ -186,10 +186,10 @@ private:
     void sleepForPause();
     bool interruptPendingLocked() const;
     void reopenStreams();
-    // Puts the streams at the prefix of `frame` (at the frame itself when frames have no prefix).
+    // Puts the streams at the samples of `frame`, the next one they read.
     void positionStreams(uint64_t frame);
-    // Moves the streams past the prefix of the frame they are at, before it is read.
-    void skipFramePrefix();
+    // Before a read: puts the streams of files with FRAME lines at the samples of the frame they read next.
+    void seekToStreamFrame();
     // Shows the current frame again when playback would not do it soon.
     void redisplay();
 
@@ -241,6 +241,8 @@ private:
     kavri::AlignedBuffer m_spare[2];
 
     uint32_t m_frameBytes = 0;
+    // The frame the streams read next (loader thread): set by positionStreams, one on with each read.
+    uint64_t m_streamFrame = 0;
     // The GUI's record, and the copy of it that the next init builds (guarded by its own lock).
     VideoProps m_pending;
     mutable QMutex m_handoffMutex;

@@ -80,8 +80,13 @@ AlignedBuffer allocateAligned(size_t size)
 size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32_t headerBytes, uint8_t *buffer,
                    uint32_t frameHeaderBytes)
 {
+    return readBytesAt(in, frameOffset(headerBytes, frameHeaderBytes, frameBytes, index), frameBytes, buffer);
+}
+
+size_t readBytesAt(std::istream &in, uint64_t offset, uint32_t frameBytes, uint8_t *buffer)
+{
     in.clear();
-    in.seekg(std::streamoff(frameOffset(headerBytes, frameHeaderBytes, frameBytes, index)), std::ios::beg);
+    in.seekg(std::streamoff(offset), std::ios::beg);
     if (!in) return 0;
     in.read(reinterpret_cast<char *>(buffer), std::streamsize(frameBytes));
     return size_t(in.gcount());
@@ -95,6 +100,7 @@ void FramePipeline::setup(const VideoProps &props, bool withSecond)
     m_hasSecond = withSecond;
     m_frameBytes = kavri::frameBytes(m_props.format, m_props.containerBits, m_props.width, m_props.height);
     m_allocSize = kavri::allocationSize(m_props.format, m_props.containerBits, m_props.width, m_props.height);
+    m_props.frameBytes = m_frameBytes; // where the frames lie follows from it (frameDataOffset)
     // The old buffers go first, so a large record never needs both sets at once.
     release();
     try {
@@ -154,10 +160,11 @@ bool FramePipeline::read(std::istream &first, std::istream *second, uint64_t ind
 {
     uint8_t *a = buffer(Buffer::First);
     if (!a) return false;
-    const size_t n = readFrameAt(first, index, m_frameBytes, m_props.headerBytes, a, m_props.frameHeaderBytes);
+    // Each file's frames lie where its own header puts them (see frameDataOffset).
+    const size_t n = readBytesAt(first, frameDataOffset(m_props, index), m_frameBytes, a);
     if (n == 0) return false;
-    if (m_hasSecond && (!second || readFrameAt(*second, index, m_frameBytes, m_props.diffHeaderBytes,
-                                               buffer(Buffer::Second), m_props.diffFrameHeaderBytes) != n))
+    if (m_hasSecond && (!second || readBytesAt(*second, frameDataOffset(m_props, index, true), m_frameBytes,
+                                               buffer(Buffer::Second)) != n))
         return false;
     toNative();
     return true;

@@ -44,6 +44,8 @@ QString notEnoughMemoryText(int32_t width, int32_t height, uint64_t bufferBytes)
 // Returns the bytes actually read; a short read leaves the rest of the buffer as it was.
 size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32_t headerBytes, uint8_t *buffer,
                    uint32_t frameHeaderBytes = 0);
+// Reads `frameBytes` bytes at `offset` into `buffer`, the same way.
+size_t readBytesAt(std::istream &in, uint64_t offset, uint32_t frameBytes, uint8_t *buffer);
 
 // What the viewer has chosen for the shown picture.
 struct ViewSettings {

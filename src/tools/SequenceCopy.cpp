@@ -53,6 +53,7 @@ bool writesY4m(const QString &output) { return output.endsWith(QLatin1String(".y
 void describeInput(CopyJob &job, const VideoProps &props)
 {
     job.frameHeaderBytes = props.frameHeaderBytes;
+    job.frameStarts = props.frameStarts;
     job.y4mRefusal.clear();
     job.y4mHeader = y4mStreamHeader(props, &job.y4mRefusal);
 }
@@ -164,7 +165,9 @@ CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress, const std:
     QFile in(job.input);
     if (!in.open(QIODevice::ReadOnly))
         return failed(QStringLiteral("cannot read '%1': %2").arg(shown(job.input), in.errorString()));
-    const uint64_t available = framesInFile(job.input, job.frameBytes, job.headerBytes, job.frameHeaderBytes);
+    const uint64_t available = job.frameStarts
+                                   ? job.frameStarts->size()
+                                   : framesInFile(job.input, job.frameBytes, job.headerBytes, job.frameHeaderBytes);
     if (job.last >= available)
         return failed(QStringLiteral("'%1' holds %2 frames, frame %3 is missing")
                           .arg(shown(job.input))
@@ -197,7 +200,9 @@ CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress, const std:
     int lastPercent = -1;
     for (uint64_t i = 0; i < total; ++i) {
         const uint64_t k = job.reverse ? job.last - i : job.first + i;
-        const qint64 offset = qint64(frameOffset(job.headerBytes, job.frameHeaderBytes, job.frameBytes, k));
+        const qint64 offset =
+            qint64(job.frameStarts ? (*job.frameStarts)[size_t(k)]
+                                   : frameOffset(job.headerBytes, job.frameHeaderBytes, job.frameBytes, k));
         if (!in.seek(offset)) {
             out.cancelWriting();
             return failed(QStringLiteral("cannot seek to frame %1 of '%2'").arg(k).arg(shown(job.input)));

@@ -19,6 +19,7 @@ struct CopyJob {
     uint32_t frameBytes = 0;       // one whole stored frame
     uint32_t headerBytes = 0;      // skipped at the start of the input, never copied
     uint32_t frameHeaderBytes = 0; // before each frame of the input (a y4m FRAME line), never copied
+    FrameStarts frameStarts;       // where each frame starts, for FRAME lines of different lengths
     uint64_t first = 0;            // inclusive, counted from 0
     uint64_t last = 0;             // inclusive
     bool reverse = false;          // write last..first instead of first..last

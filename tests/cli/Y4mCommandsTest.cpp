@@ -51,6 +51,13 @@ PatternSpec spec(videoFormat_t layout, int32_t bits, int32_t width = 24, int32_t
     return s;
 }
 
+QByteArray framesOf(const PatternSpec &s, std::initializer_list<int> indices)
+{
+    QByteArray all;
+    for (int i : indices) all += "FRAME\n" + patternFrame(s, uint64_t(i));
+    return all;
+}
+
 QJsonObject jsonLine(const QString &line) { return QJsonDocument::fromJson(line.toUtf8()).object(); }
 
 struct ReadCase {
@@ -186,29 +193,53 @@ TEST(Y4mCommands, DiffMetricsStatsRenderAndBenchRead_theFrames)
     EXPECT_EQ(play.rc, 0) << play.err.toStdString();
 }
 
-TEST(Y4mCommands, FrameLinesWithParametersAreRefusedByName)
+TEST(Y4mCommands, FrameLinesWithParametersAreFollowed)
 {
     TempDir dir;
-    const PatternSpec s = spec(BW, 8);
-    const QString f = dir.write("p.y4m", patternHeader(s, "mono") + "FRAME\n" + patternFrame(s, 0) + "FRAME Ip\n" +
-                                             patternFrame(s, 1));
-    for (const QStringList &args : {QStringList{"info", f}, QStringList{"pixel", f, "--at", "0,0"},
-                                    QStringList{"bench", f}, QStringList{"extract", f, "--from", "0", "--to", "0"}}) {
+    const PatternSpec s = spec(YUV_p420, 8);
+    const QByteArray lines[] = {"FRAME Ip\n", "FRAME\n", "FRAME Ib XCOMMENT=long\n", "FRAME\n"};
+    QByteArray bytes = patternHeader(s, "420jpeg");
+    for (int i = 0; i < 4; ++i) bytes += lines[i] + patternFrame(s, uint64_t(i));
+    const QString f = dir.write("lines.y4m", bytes);
+    const auto info = runCli({"info", f});
+    ASSERT_EQ(info.rc, 0) << info.err.toStdString();
+    EXPECT_EQ(info.json()["frame_count"].toInt(), 4);
+    for (int i : {3, 0, 2}) {
+        const auto r = runCli({"pixel", f, "--frame", QString::number(i), "--at", "12,7"});
+        ASSERT_EQ(r.rc, 0) << r.err.toStdString();
+        EXPECT_EQ(r.json()["c1"].toInt(), patternPixel(s, uint64_t(i), 12, 7).c1) << "frame " << i;
+    }
+    // Against the same frames with plain lines: no difference anywhere.
+    const QString plain = dir.write("plain.y4m", patternY4m(s, "420jpeg", 4));
+    const auto d = runCli({"diff", f, plain});
+    ASSERT_EQ(d.rc, 0) << d.err.toStdString();
+    EXPECT_EQ(jsonLine(d.out.trimmed().split('\n').last())["frames"].toInt(), 4);
+    for (const auto v : jsonLine(d.out.trimmed().split('\n').last())["mse"].toArray()) EXPECT_EQ(v.toDouble(), 0.0);
+    const auto m = runCli({"metrics", plain, f});
+    ASSERT_EQ(m.rc, 0) << m.err.toStdString();
+    EXPECT_TRUE(jsonLine(m.out.trimmed().split('\n').last())["identical"].toBool());
+    // Copies come out with plain lines.
+    const QString out = dir.path("out.y4m");
+    ASSERT_EQ(runCli({"reverse", f, "-o", out}).rc, 0);
+    EXPECT_EQ(readAll(out), "YUV4MPEG2 W24 H12 F25:1 Ip A1:1 C420jpeg\n" + framesOf(s, {3, 2, 1, 0}));
+    const auto bench = runCli({"bench", f});
+    ASSERT_EQ(bench.rc, 0) << bench.err.toStdString();
+    EXPECT_EQ(bench.json()["frames"].toInteger(), 4);
+
+    // A damaged file is refused by every command, naming the frame.
+    const QString damaged = dir.write("damaged.y4m", patternHeader(s, "mono") + "FRAME\n" + patternFrame(s, 0) +
+                                                         "garbage\n" + patternFrame(s, 1));
+    for (const QStringList &args :
+         {QStringList{"info", damaged}, QStringList{"pixel", damaged, "--at", "0,0"}, QStringList{"bench", damaged},
+          QStringList{"extract", damaged, "--from", "0", "--to", "0"}}) {
         const auto r = runCli(args);
         EXPECT_EQ(r.rc, 1) << args.join(' ').toStdString();
         EXPECT_TRUE(r.err.contains("frame 1")) << r.err.toStdString();
-        EXPECT_TRUE(r.err.contains("parameters")) << r.err.toStdString();
+        EXPECT_TRUE(r.err.contains("damaged")) << r.err.toStdString();
     }
 }
 
 // ---- writing ----
-
-QByteArray framesOf(const PatternSpec &s, std::initializer_list<int> indices)
-{
-    QByteArray all;
-    for (int i : indices) all += "FRAME\n" + patternFrame(s, uint64_t(i));
-    return all;
-}
 
 TEST(Y4mWrite, ExtractAndReverseKeepTheFramesByteForByte)
 {

@@ -302,26 +302,73 @@ const CountCase kCounts[] = {
 };
 INSTANTIATE_TEST_SUITE_P(All, Y4mFrameCounts, ::testing::ValuesIn(kCounts));
 
-TEST(Y4mFrames, ALineWithParametersIsRefusedByItsFrame)
+struct StartsCase {
+    const char *name;
+    std::vector<QByteArray> lines; // one FRAME line a frame
+    QByteArray tail;
+    uint64_t count;
+};
+
+void PrintTo(const StartsCase &c, std::ostream *os) { *os << c.name; }
+
+class Y4mFrameStarts : public ::testing::TestWithParam<StartsCase> {};
+
+TEST_P(Y4mFrameStarts, FollowLinesOfAnyLength)
+{
+    const StartsCase &c = GetParam();
+    test::TempDir dir;
+    const QByteArray header = line("W8 H4 F25:1 Cmono");
+    QByteArray bytes = header;
+    std::vector<uint64_t> starts;
+    for (size_t i = 0; i < c.lines.size(); ++i) {
+        bytes += c.lines[i];
+        starts.push_back(uint64_t(bytes.size()));
+        bytes += QByteArray(32, char('a' + i));
+    }
+    bytes += c.tail;
+    const QString path = dir.write("lines.y4m", bytes);
+    const ResolvedFormat r = resolveFormat(path, false);
+    ASSERT_TRUE(r.error.isEmpty()) << r.error.toStdString();
+    VideoProps p = r.props;
+    ASSERT_TRUE(isPlayable(validateProps(p)));
+    EXPECT_EQ(p.frameCount, c.count);
+    ASSERT_TRUE(p.frameStarts);
+    starts.resize(size_t(c.count));
+    EXPECT_EQ(*p.frameStarts, starts);
+    for (uint64_t i = 0; i < c.count; ++i) EXPECT_EQ(frameDataOffset(p, i), starts[size_t(i)]);
+}
+
+const StartsCase kStarts[] = {
+    {"parameters_in_the_middle", {"FRAME\n", "FRAME\n", "FRAME Ixyz\n", "FRAME\n"}, {}, 4},
+    {"parameters_first", {"FRAME Ip XA=1\n", "FRAME\n", "FRAME\n"}, {}, 3},
+    {"every_line", {"FRAME Ib\n", "FRAME It\n"}, {}, 2},
+    {"cut_frame_after_them", {"FRAME\n", "FRAME Xz\n"}, "FRAME Xq\n" + QByteArray(31, 'z'), 2},
+    {"cut_line_after_them", {"FRAME Ip\n", "FRAME\n"}, "FRAM", 2},
+};
+INSTANTIATE_TEST_SUITE_P(All, Y4mFrameStarts, ::testing::ValuesIn(kStarts));
+
+TEST(Y4mFrames, PlainLinesNeedNoListAndDamageIsNamed)
 {
     test::TempDir dir;
     const QByteArray header = line("W8 H4 F25:1 Cmono");
-    QByteArray bytes = y4mFile(header, 32, 2);
-    bytes += "FRAME Ixyz\n" + QByteArray(32, 'a');
-    bytes += "FRAME\n" + QByteArray(32, 'b');
-    const QString path = dir.write("params.y4m", bytes);
-    const ResolvedFormat r = resolveFormat(path, false);
-    EXPECT_EQ(r.source, "y4m");
-    EXPECT_TRUE(r.error.contains(QLatin1String("frame 2"))) << r.error.toStdString();
-    EXPECT_TRUE(r.error.contains(QLatin1String("FRAME Ixyz"))) << r.error.toStdString();
-    VideoProps p = r.props;
-    EXPECT_FALSE(isPlayable(validateProps(p)));
+    const ResolvedFormat plain = resolveFormat(dir.write("plain.y4m", y4mFile(header, 32, 3)), false);
+    EXPECT_FALSE(plain.props.frameStarts); // evenly spaced: nothing to keep
 
     // A missing line is called damage, with its frame.
-    QByteArray damaged = y4mFile(header, 32, 1) + "FRAMX\n" + QByteArray(32, 'c');
-    const ResolvedFormat d = resolveFormat(dir.write("damaged.y4m", damaged), false);
-    EXPECT_TRUE(d.error.contains(QLatin1String("frame 1"))) << d.error.toStdString();
-    EXPECT_TRUE(d.error.contains(QLatin1String("damaged"))) << d.error.toStdString();
+    for (const QByteArray &bad : {QByteArray("FRAMX\n"), QByteArray("FRAMES\n"), QByteArray("xxxxx\n")}) {
+        QByteArray damaged = y4mFile(header, 32, 1) + "FRAME Ip\n" + QByteArray(32, 'c') + bad + QByteArray(32, 'd');
+        const ResolvedFormat d = resolveFormat(dir.write("damaged.y4m", damaged), false);
+        EXPECT_TRUE(d.error.contains(QLatin1String("frame 2"))) << d.error.toStdString();
+        EXPECT_TRUE(d.error.contains(QLatin1String("damaged"))) << d.error.toStdString();
+        VideoProps p = d.props;
+        EXPECT_FALSE(isPlayable(validateProps(p)));
+    }
+    // A line that never ends is not a FRAME line.
+    const ResolvedFormat endless = resolveFormat(
+        dir.write("endless.y4m", y4mFile(header, 32, 1) + "FRAME " + QByteArray(int(kMaxY4mFrameLineBytes), 'x') +
+                                     "\n" + QByteArray(32, 'e')),
+        false);
+    EXPECT_TRUE(endless.error.contains(QLatin1String("frame 1"))) << endless.error.toStdString();
 
     // The header's own reason reaches the detector's caller.
     const ResolvedFormat bad = resolveFormat(dir.write("bad.y4m", line("W8 F25:1")), false);

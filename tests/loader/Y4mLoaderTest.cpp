@@ -51,6 +51,14 @@ protected:
         loader->attach(&owner, &owner);
         ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
     }
+
+    // With a difference file: show the first file's own samples, which the owner checks.
+    void changeViewToFirst()
+    {
+        KavriLoader::View v = loader->view();
+        v.picture.view = 1;
+        loader->setView(v);
+    }
 };
 
 TEST_F(Y4mLoader, TheHeaderAloneDescribesTheFile)
@@ -127,10 +135,44 @@ TEST_F(Y4mLoader, APairWithHeadersOfTwoLengthsShowsNoDifference)
         for (double m : s.frame.mse) EXPECT_EQ(m, 0.0) << "frame " << s.index;
 }
 
-TEST(Y4mLoaderRefusal, AFileWithParametersOnItsFrameLinesIsNotOpened)
+TEST_F(Y4mLoader, FrameLinesOfAnyLengthAreFollowedInEveryWay)
+{
+    QByteArray bytes = "YUV4MPEG2 W16 H16 F1000:1 Cmono\n";
+    QByteArray plain = bytes;
+    for (uint64_t i = 0; i < 6; ++i) {
+        bytes += (i % 2 ? QByteArray("FRAME\n") : "FRAME Ip X" + QByteArray(int(i) * 7, 'x') + "\n") + markedFrame(i);
+        plain += "FRAME\n" + markedFrame(i);
+    }
+    const QString f = dir.write("lines.y4m", bytes);
+    // Compared with the same frames on plain lines, so both files of the pair are followed.
+    open(f, dir.write("plain.y4m", plain));
+    EXPECT_EQ(loader->pendingProps().frameCount, 6u);
+    changeViewToFirst();
+    for (uint64_t i : {4u, 1u, 5u, 0u}) {
+        const size_t before = owner.seen().size();
+        emit owner.seek(i, false, false);
+        ASSERT_TRUE(owner.waitForFrames(before + 1, kWaitMs));
+        EXPECT_EQ(owner.seen().back().content, i);
+        EXPECT_TRUE(owner.seen().back().whole);
+    }
+    loader->setLoop(true);
+    const size_t before = owner.seen().size();
+    owner.setFrameLimit(before + 9);
+    emit owner.seek(0, false, false);
+    emit owner.play();
+    ASSERT_TRUE(owner.waitForFrames(before + 9, kWaitMs));
+    const auto seen = owner.seen();
+    for (size_t k = before + 1; k < before + 9; ++k) {
+        EXPECT_EQ(seen[k].content, (seen[k - 1].content + 1) % 6) << "delivery " << k;
+        EXPECT_TRUE(seen[k].whole);
+        for (double m : seen[k].frame.mse) EXPECT_EQ(m, 0.0);
+    }
+}
+
+TEST(Y4mLoaderRefusal, ADamagedFileIsNotOpened)
 {
     TempDir dir;
-    const QString f = dir.write("p.y4m", markedY4m(2) + "FRAME Ixyz\n" + markedFrame(2));
+    const QString f = dir.write("p.y4m", markedY4m(2) + "FRAMEX\n" + markedFrame(2));
     QString why;
     KavriLoader *l = KavriLoader::create(f, {}, KavriLoader::Options{}, &why);
     EXPECT_EQ(l, nullptr);
