@@ -35,12 +35,16 @@ constexpr uint64_t frameOffset(uint32_t headerBytes, uint32_t frameHeaderBytes, 
 // past a list points just past the last whole frame.
 inline uint64_t frameDataOffset(const VideoProps &p, uint64_t index, bool second = false)
 {
+    // Two files without FRAME lines share the record's header, as they always have; so a record whose
+    // difference placement was never worked out (not validated) still reads such a pair as before.
+    const uint32_t diffHeader =
+        p.frameHeaderBytes == 0 && p.diffFrameHeaderBytes == 0 ? p.headerBytes : p.diffHeaderBytes;
     const FrameStarts &starts = second ? p.diffFrameStarts : p.frameStarts;
     if (starts) {
         if (index < starts->size()) return (*starts)[size_t(index)];
-        return starts->empty() ? (second ? p.diffHeaderBytes : p.headerBytes) : starts->back() + p.frameBytes;
+        return starts->empty() ? (second ? diffHeader : p.headerBytes) : starts->back() + p.frameBytes;
     }
-    return second ? frameOffset(p.diffHeaderBytes, p.diffFrameHeaderBytes, p.frameBytes, index)
+    return second ? frameOffset(diffHeader, p.diffFrameHeaderBytes, p.frameBytes, index)
                   : frameOffset(p.headerBytes, p.frameHeaderBytes, p.frameBytes, index);
 }
 

@@ -265,6 +265,30 @@ TEST(FramePlacement, StrideAndOffsets)
     EXPECT_EQ(frameOffset(0, 6, 0xffffff00u, 10), 10 * (uint64_t(0xffffff00u) + 6) + 6);
 }
 
+TEST(FramePlacement, EachFileOfAPair)
+{
+    VideoProps p;
+    p.frameBytes = 100;
+    p.headerBytes = 40;
+    // Two raw files share the record's header, worked out or not.
+    EXPECT_EQ(frameDataOffset(p, 2, true), 240u);
+    p.diffHeaderBytes = 40;
+    EXPECT_EQ(frameDataOffset(p, 2, true), 240u);
+    // A y4m file and a raw one: each its own.
+    p.frameHeaderBytes = 6;
+    p.diffHeaderBytes = 0;
+    EXPECT_EQ(frameDataOffset(p, 2), 40u + 2 * 106u + 6u);
+    EXPECT_EQ(frameDataOffset(p, 2, true), 200u);
+    // Two y4m files with headers of different lengths.
+    p.diffHeaderBytes = 50;
+    p.diffFrameHeaderBytes = 6;
+    EXPECT_EQ(frameDataOffset(p, 2, true), 50u + 2 * 106u + 6u);
+    // A list of starts wins, and points past its last frame beyond it.
+    p.diffFrameStarts = std::make_shared<const std::vector<uint64_t>>(std::vector<uint64_t>{60, 170});
+    EXPECT_EQ(frameDataOffset(p, 1, true), 170u);
+    EXPECT_EQ(frameDataOffset(p, 5, true), 270u);
+}
+
 struct CountCase {
     const char *name;
     int frames;
