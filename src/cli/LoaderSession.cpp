@@ -22,7 +22,12 @@ bool LoaderSession::open(const ParsedArgs &args, const QString &file, const QStr
     KavriLoader::Options options;
     options.useRemembered = !args.has("--no-remembered");
     options.rememberFormats = false; // measuring a file must not change what the player remembers of it
-    m_loader = KavriLoader::create(file, diff, options);
+    QString refused;
+    m_loader = KavriLoader::create(file, diff, options, &refused);
+    if (!m_loader && !refused.isEmpty()) {
+        error = QStringLiteral("'%1' cannot be read: %2").arg(file, refused);
+        return false;
+    }
     if (!m_loader) {
         // Name the file that failed the probe, with the system's reason.
         QFile main(file);

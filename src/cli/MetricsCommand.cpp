@@ -3,7 +3,9 @@
 #include "cli/FrameSource.h"
 #include "cli/Json.h"
 #include "formats/FormatNames.h"
+#include "formats/FramePlacement.h"
 #include "formats/FrameSize.h"
+#include "formats/Y4mHeader.h"
 #include "pixel/PlaneGeometry.h"
 #include "pixel/SequenceMetrics.h"
 
@@ -88,7 +90,15 @@ int runMetrics(Context &ctx)
         pb.containerBits = containerForBits(pb.bitDepth);
     }
     pb.frameBytes = frameBytes(pb.format, pb.containerBits, pb.width, pb.height);
-    pb.frameCount = frameCountOf(pos[1], pb.frameBytes, pb.headerBytes, nullptr);
+    // The second file may carry a y4m header of its own, for frames of its own depth.
+    const SecondPlacement place = secondFilePlacement(pb, pos[1]);
+    if (!place.error.isEmpty()) return ctx.fail(place.error);
+    pb.headerBytes = place.headerBytes;
+    pb.frameHeaderBytes = place.frameHeaderBytes;
+    pb.frameStarts = place.starts;
+    pb.frameCount =
+        place.starts ? place.starts->size()
+                     : frameCountOf(pos[1], frameStride(pb.frameBytes, pb.frameHeaderBytes), pb.headerBytes, nullptr);
     if (pb.frameBytes == 0)
         return ctx.fail(QStringLiteral("'%1' cannot be read at %2 bits").arg(pos[1]).arg(pb.bitDepth));
     std::ifstream second(QFile::encodeName(pos[1]).toStdString(), std::ios::binary);

@@ -116,6 +116,10 @@ bool openSequence(const ParsedArgs &args, const QString &file, const QString &di
     if (!probe(file, error)) return false;
     if (!diff.isEmpty() && !probe(diff, error)) return false;
     ResolvedFormat r = resolvePair(file, diff, !args.has("--no-remembered"));
+    if (!r.error.isEmpty()) {
+        error = QStringLiteral("'%1' cannot be read: %2").arg(file, r.error);
+        return false;
+    }
     out.props = r.props;
     out.source = r.source;
     applyFormatOptions(args, out.props);
@@ -141,6 +145,12 @@ QString unplayableReason(const VideoProps &p, uint32_t mask)
             .arg(shortName(p.format))
             .arg(p.containerBits);
     if (!displayPictureFits(p.width, p.height)) return pictureTooWideText(p.width, p.height);
+    if (p.frameHeaderBytes > 0)
+        return QStringLiteral("the file holds no whole frame of %1 bytes (and its %2-byte FRAME line) after a "
+                              "%3-byte header")
+            .arg(p.frameBytes)
+            .arg(p.frameHeaderBytes)
+            .arg(p.headerBytes);
     return QStringLiteral("the file holds no whole frame of %1 bytes after a %2-byte header")
         .arg(p.frameBytes)
         .arg(p.headerBytes);

@@ -18,7 +18,7 @@ void applyFormatOptions(const ParsedArgs &args, VideoProps &props);
 struct OpenedSequence {
     VideoProps props;
     uint32_t mask = 0;
-    QString source; // "default", "remembered", "vix", "hdr" or "name"
+    QString source; // "default", "remembered", "y4m", "vix", "hdr" or "name"
 };
 
 // Works out FILE's record (and DIFF's, when given), applies the format options and validates.

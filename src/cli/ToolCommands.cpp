@@ -90,8 +90,9 @@ int runExtract(Context &ctx)
 
     const QString out =
         ctx.args.has("--output") ? ctx.args.value("--output") : tools::proposedExtractName(p, uint64_t(from), last);
-    const tools::CopyJob job =
+    tools::CopyJob job =
         tools::extractJob(file, out, p.frameBytes, p.headerBytes, uint64_t(from), last, ctx.args.has("--force"));
+    tools::describeInput(job, p);
     return copyAndPrint(ctx, file, job, p);
 }
 
@@ -104,8 +105,9 @@ int runReverse(Context &ctx)
     const VideoProps &p = seq.props;
     const QString out = ctx.args.has("--output") ? ctx.args.value("--output") : tools::proposedReverseName(p);
     // Playable, so at least one frame.
-    const tools::CopyJob job =
+    tools::CopyJob job =
         tools::reverseJob(file, out, p.frameBytes, p.headerBytes, p.frameCount, ctx.args.has("--force"));
+    tools::describeInput(job, p);
     return copyAndPrint(ctx, file, job, p);
 }
 

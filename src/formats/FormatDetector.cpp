@@ -2,6 +2,7 @@
 
 #include "formats/SideFile.h"
 #include "formats/VixHeader.h"
+#include "formats/Y4mHeader.h"
 
 #include <QHash>
 #include <QRegularExpression>
@@ -179,6 +180,7 @@ KeywordTable buildKeywordTable()
 QString FormatDetector::sourceName() const
 {
     switch (m_source) {
+    case Source::Y4mHeader: return QStringLiteral("y4m");
     case Source::VixHeader: return QStringLiteral("vix");
     case Source::SideFile: return QStringLiteral("hdr");
     case Source::Name: return QStringLiteral("name");
@@ -198,7 +200,13 @@ const VideoProps &FormatDetector::detect(const QString &path)
     m_bestScore = -1.0;
     m_result = VideoProps();
     m_result.fileName = path;
+    m_error.clear();
 
+    // The two headers cannot both be there: one file starts with "YUV4MPEG2 ", the other with "vix".
+    if (readY4mFile(path, m_result, m_error)) {
+        m_source = Source::Y4mHeader;
+        return m_result;
+    }
     if (readVixHeader(path, m_result)) {
         m_source = Source::VixHeader;
         return m_result;

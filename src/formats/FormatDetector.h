@@ -1,4 +1,4 @@
-// Works out the format record of a raw file from the header inside it, its ".hdr" side file, or its name.
+// Works out the format record of a raw file from the header inside it (y4m or vix), its ".hdr" side file, or its name.
 #pragma once
 
 #include "formats/VideoProps.h"
@@ -39,15 +39,18 @@ std::optional<NamedFrameSize> frameSizeNamedIn(const QString &path);
 class FormatDetector {
 public:
     // Which description decided the record of the last detect().
-    enum class Source { None, VixHeader, SideFile, Name };
+    enum class Source { None, Y4mHeader, VixHeader, SideFile, Name };
 
     // Fills and returns the record for `path` (exactly as it will be opened; directories take part in
     // the vote). Absent numbers are -1 (width, height, bit depth) or -1.0 (rate) when the name decided.
     const VideoProps &detect(const QString &path);
 
     Source source() const { return m_source; }
-    // "vix", "hdr" or "name" for the last detect(); empty before the first.
+    // "y4m", "vix", "hdr" or "name" for the last detect(); empty before the first.
     QString sourceName() const;
+    // Why a file that carries a y4m header cannot be read (a header we do not read, or a frame without its
+    // FRAME line); empty otherwise. The record is then the unplayable default.
+    const QString &error() const { return m_error; }
     // Score of a layout 1..27 in the last name vote (0.0 outside that range or when no vote ran).
     double score(int layout) const;
     const VideoProps &result() const { return m_result; }
@@ -59,6 +62,7 @@ private:
     double m_bestScore = -1.0;
     VideoProps m_result;
     Source m_source = Source::None;
+    QString m_error;
 };
 
 } // namespace kavri

@@ -7,8 +7,11 @@ namespace kavri {
 
 struct ResolvedFormat {
     VideoProps props;
-    // Where the record came from: "default", "remembered", "vix", "hdr" or "name".
+    // Where the record came from: "default", "remembered", "y4m", "vix", "hdr" or "name".
     QString source;
+    // Why a file with a y4m header cannot be read as one (see FormatDetector::error); empty otherwise.
+    // Whoever opens the sequence refuses it with these words rather than read it as raw samples.
+    QString error;
 };
 
 // The record of `path` before any command-line values are applied. "-" (standard input) has nothing to

@@ -33,9 +33,17 @@ void normaliseContainer(VideoProps &props);
 // Validates `props` in place: defaults the rate (negative or not a number -> 25; above kMaxFrameRate ->
 // kMaxFrameRate) and bit depth (< 1 -> 8), forces v210 to unsigned 10 bits, normalises the container, computes
 // frameBytes and, for a file (not a stream: see isStreamPath), the frame count and file size from props.fileName (and
-// props.diffFileName, keeping the smaller count). A file shorter than one frame clears kFormatKnown, as do a frame size
-// too large to count in 32 bits and a picture too wide to display (displayPictureFits). A depth above 16 bits, which no
-// kernel reads, leaves kDepthSettled clear and the container untouched.
+// props.diffFileName, keeping the smaller count; the difference file's own y4m header is placed through
+// diffHeaderBytes and diffFrameHeaderBytes, see secondFilePlacement). A file shorter than one frame clears
+// kFormatKnown, as do a frame size too large to count in 32 bits and a picture too wide to display
+// (displayPictureFits). A depth above 16 bits, which no kernel reads, leaves kDepthSettled clear and the container
+// untouched.
 uint32_t validateProps(VideoProps &props);
+
+// The frame count of a validated record's file (frames of frameBytes, each after its frameHeaderBytes,
+// after headerBytes) and, with a difference file, of the pair: the smaller of the two counts (the
+// difference file's frames lie as diffHeaderBytes and diffFrameHeaderBytes say), with the size of the file
+// it came from (the difference file's on a tie) through *fileSize.
+uint64_t frameCountOfRecord(const VideoProps &props, uint64_t *fileSize);
 
 } // namespace kavri

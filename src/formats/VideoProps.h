@@ -6,6 +6,12 @@
 #include <QString>
 #include <array>
 #include <cstdint>
+#include <memory>
+#include <vector>
+
+// Where each frame's samples start in a file whose frames are not evenly spaced (a y4m file with FRAME
+// lines of different lengths); shared, never changed once made.
+using FrameStarts = std::shared_ptr<const std::vector<uint64_t>>;
 
 // Fixed-point unit of the display scale factors: 4096 = 1.0.
 constexpr int32_t kScaleOne = 4096;
@@ -29,6 +35,14 @@ struct VideoProps {
     bool signedValues = false;
     bool swapUV = false;
     uint32_t headerBytes = 0;
+    uint32_t frameHeaderBytes = 0; // bytes before every frame (a y4m file's "FRAME\n"), skipped on reading
+    // The same two for the difference file, which may have a header of its own (computed with the count).
+    uint32_t diffHeaderBytes = 0;
+    uint32_t diffFrameHeaderBytes = 0;
+    // Set (computed with the count) only for a y4m file whose FRAME lines differ in length: then these,
+    // not the spacing above, say where each frame starts, and how many whole frames there are.
+    FrameStarts frameStarts;
+    FrameStarts diffFrameStarts;
     uint64_t timeStamp = 0; // seconds since 1970, time of last use
     int32_t scaleX = kScaleOne;
     int32_t scaleY = kScaleOne;

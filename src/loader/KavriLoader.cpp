@@ -1,10 +1,12 @@
 #include "loader/KavriLoader.h"
 
 #include "formats/FormatSource.h"
+#include "formats/FramePlacement.h"
 #include "formats/FrameSize.h"
 #include "formats/RememberedFormats.h"
 #include "formats/StreamPath.h"
 #include "formats/Validation.h"
+#include "formats/Y4mHeader.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
@@ -12,6 +14,7 @@
 #include <QThread>
 #include <QtDebug>
 #include <cmath>
+#include <cstring>
 #include <new>
 
 #ifdef Q_OS_WIN
@@ -30,6 +33,12 @@ constexpr double kLongestPauseMs = 24.0 * 3600.0 * 1000.0;
 constexpr bool kWholeMillisecondPause = false;
 
 bool isStdinPath(const QString &p) { return p == QLatin1String("-"); }
+
+bool startsWithY4mSignature(const uint8_t *bytes, int64_t count)
+{
+    constexpr int64_t n = sizeof(kavri::kY4mSignature) - 1;
+    return count >= n && std::memcmp(bytes, kavri::kY4mSignature, size_t(n)) == 0;
+}
 
 } // namespace
 
@@ -71,6 +80,14 @@ KavriLoader::KavriLoader(const QString &path, const QString &diffPath, const Opt
     }
 
     kavri::ResolvedFormat found = kavri::resolvePair(m_path, m_hasDiff ? m_diffPath : QString(), options.useRemembered);
+    if (!found.error.isEmpty()) {
+        // A y4m file we cannot read as one is not read as raw samples either.
+        m_openError = found.error;
+        m_opened = false;
+        m_main.reset();
+        m_diffStream.reset();
+        return;
+    }
     m_pending = found.props;
     validate();
 }
@@ -84,8 +101,14 @@ KavriLoader *KavriLoader::create(const QString &path, const QString &diffPath)
 
 KavriLoader *KavriLoader::create(const QString &path, const QString &diffPath, const Options &options)
 {
+    return create(path, diffPath, options, nullptr);
+}
+
+KavriLoader *KavriLoader::create(const QString &path, const QString &diffPath, const Options &options, QString *error)
+{
     auto *thread = new QThread;
     auto *loader = new KavriLoader(path, diffPath, options);
+    if (error) *error = loader->m_openError;
     if (!loader->m_opened) {
         delete loader;
         delete thread;
@@ -307,6 +330,7 @@ void KavriLoader::doInit()
         m_pipeline.setDeinterlace(m_view.deinterlace);
         m_allocSize = m_pipeline.allocationSize();
         m_frameBytes = m_pipeline.frameBytes();
+        m_active.frameBytes = m_frameBytes; // where the frames lie follows from it (frameDataOffset)
     }
     m_pictureRefused = false;
     m_holdingFrame = false; // the new buffers hold no frame yet
@@ -335,15 +359,27 @@ bool KavriLoader::deliverFrame(bool readAhead)
             m_pipeline.exchangeInput(m_spare[0], m_spare[1]);
         }
     } else {
+        seekToStreamFrame();
         got = m_main->read(mainBuf, m_frameBytes, &m_quitRequested);
         if (got > 0 && m_hasDiff)
             gotDiff = m_diffStream ? m_diffStream->read(m_pipeline.readBuffer(kavri::FramePipeline::Buffer::Second),
                                                         m_frameBytes)
                                    : 0;
     }
+    if (got > 0) ++m_streamFrame;
     // Nothing new (a vanished or exhausted file): the last good frame stays on screen.
     if (got <= 0 || m_quitRequested.load()) return false;
     if (m_hasDiff && gotDiff != got) return false;
+    // A y4m stream is read only from a file (its header is found before anything is read); shown as raw
+    // samples, header and FRAME lines included, it would be nonsense. Said once, instead of a first frame.
+    if (m_isStdin && !m_haveShown.load() && startsWithY4mSignature(mainBuf, got)) {
+        emit cannot_show(QStringLiteral("%1 carries a y4m stream, which is read only from a file; save it to a file "
+                                        "and open that")
+                             .arg(m_path == QLatin1String("-") ? QStringLiteral("standard input")
+                                                               : QStringLiteral("'%1'").arg(m_path)));
+        if (m_playing.load()) postCommand(kCmdStop, kCmdAsync);
+        return false;
+    }
     // The next frame is read while this one is converted, when playback will ask for it next.
     if (readAhead && m_frame.frameIndex + 1 < m_active.frameCount) startReadAhead();
 
@@ -407,6 +443,7 @@ void KavriLoader::startReadAhead()
             return;
         }
     }
+    seekToStreamFrame();
     m_readAhead.start(m_main, m_spare[0].get(), m_hasDiff ? m_diffStream : nullptr, m_spare[1].get(), m_frameBytes);
 }
 
@@ -550,8 +587,21 @@ void KavriLoader::doReload()
     if (!m_isStdin) reopenStreams();
     if (m_frameBytes != 0 && !m_isStdin) {
         uint64_t size = 0;
-        const uint64_t count = kavri::frameCountOfPair(m_path, m_hasDiff ? m_diffPath : QString(), m_frameBytes,
-                                                       m_active.headerBytes, &size);
+        VideoProps counted = m_active;
+        counted.fileName = m_path;
+        counted.diffFileName = m_hasDiff ? m_diffPath : QString();
+        counted.frameBytes = m_frameBytes;
+        uint64_t count = 0;
+        if (counted.frameHeaderBytes > 0 || counted.diffFrameHeaderBytes > 0) {
+            // The FRAME lines of a grown y4m file are walked again: the new ones may differ in length.
+            kavri::validateProps(counted);
+            count = counted.frameCount;
+            size = counted.fileSize;
+            m_active.frameStarts = counted.frameStarts;
+            m_active.diffFrameStarts = counted.diffFrameStarts;
+        } else {
+            count = kavri::frameCountOfRecord(counted, &size);
+        }
         // The pending record belongs to the GUI thread; it picks the new counts up from these.
         m_frameCountShared.store(count);
         m_fileSizeShared.store(size);
@@ -575,9 +625,20 @@ void KavriLoader::positionStreams(uint64_t frame)
 {
     if (m_isStdin) return;
     m_readAhead.drop();
-    const uint64_t offset = uint64_t(m_frameBytes) * frame + m_active.headerBytes;
-    if (m_main) m_main->seek(offset);
-    if (m_diffStream) m_diffStream->seek(offset);
+    m_streamFrame = frame;
+    // Frames with FRAME lines are found anew before every read (seekToStreamFrame); the others follow on.
+    if (m_main) m_main->seek(kavri::frameDataOffset(m_active, frame));
+    if (m_diffStream) m_diffStream->seek(kavri::frameDataOffset(m_active, frame, true));
+}
+
+void KavriLoader::seekToStreamFrame()
+{
+    // A raw file's frames follow each other, so a stream that has read one stands at the next; a FRAME
+    // line (of whatever length) lies between a y4m file's frames.
+    if (m_isStdin) return;
+    if (m_main && m_active.frameHeaderBytes > 0) m_main->seek(kavri::frameDataOffset(m_active, m_streamFrame));
+    if (m_diffStream && m_active.diffFrameHeaderBytes > 0)
+        m_diffStream->seek(kavri::frameDataOffset(m_active, m_streamFrame, true));
 }
 
 // ---- view controls (GUI thread) ----

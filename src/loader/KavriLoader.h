@@ -64,6 +64,9 @@ public:
     // A loader running on its own thread, or nullptr when the file (or the difference file) cannot be read.
     static KavriLoader *create(const QString &path, const QString &diffPath);
     static KavriLoader *create(const QString &path, const QString &diffPath, const Options &options);
+    // The same, with the reason in `error` when the file is refused for what its header says (a y4m file
+    // we cannot read); empty when the file simply could not be opened.
+    static KavriLoader *create(const QString &path, const QString &diffPath, const Options &options, QString *error);
 
     // Wires the loader to its owner and to the panel it draws into (they may be the same object), then
     // posts the first init. The connections are checked when the owner's code is compiled: a renamed
@@ -183,7 +186,10 @@ private:
     void sleepForPause();
     bool interruptPendingLocked() const;
     void reopenStreams();
+    // Puts the streams at the samples of `frame`, the next one they read.
     void positionStreams(uint64_t frame);
+    // Before a read: puts the streams of files with FRAME lines at the samples of the frame they read next.
+    void seekToStreamFrame();
     // Shows the current frame again when playback would not do it soon.
     void redisplay();
 
@@ -192,6 +198,7 @@ private:
     QString m_diffPath;
     bool m_isStdin = false;
     bool m_opened = false;
+    QString m_openError;
     bool m_hasDiff = false;
     bool m_firstBuffer = false;
     // The pipeline's buffers hold the frame delivered last (loader thread).
@@ -234,6 +241,8 @@ private:
     kavri::AlignedBuffer m_spare[2];
 
     uint32_t m_frameBytes = 0;
+    // The frame the streams read next (loader thread): set by positionStreams, one on with each read.
+    uint64_t m_streamFrame = 0;
     // The GUI's record, and the copy of it that the next init builds (guarded by its own lock).
     VideoProps m_pending;
     mutable QMutex m_handoffMutex;

@@ -1,5 +1,6 @@
 #include "pixel/FramePipeline.h"
 
+#include "formats/FramePlacement.h"
 #include "formats/FrameSize.h"
 #include "formats/Validation.h"
 #include "pixel/LayoutUnpack.h"
@@ -77,10 +78,16 @@ AlignedBuffer allocateAligned(size_t size)
     return AlignedBuffer(static_cast<uint8_t *>(p));
 }
 
-size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32_t headerBytes, uint8_t *buffer)
+size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32_t headerBytes, uint8_t *buffer,
+                   uint32_t frameHeaderBytes)
+{
+    return readBytesAt(in, frameOffset(headerBytes, frameHeaderBytes, frameBytes, index), frameBytes, buffer);
+}
+
+size_t readBytesAt(std::istream &in, uint64_t offset, uint32_t frameBytes, uint8_t *buffer)
 {
     in.clear();
-    in.seekg(std::streamoff(headerBytes + index * uint64_t(frameBytes)), std::ios::beg);
+    in.seekg(std::streamoff(offset), std::ios::beg);
     if (!in) return 0;
     in.read(reinterpret_cast<char *>(buffer), std::streamsize(frameBytes));
     return size_t(in.gcount());
@@ -104,6 +111,7 @@ void FramePipeline::setup(const VideoProps &props, bool withSecond)
     const uint32_t sampleAlloc =
         kavri::allocationSize(m_props.format, m_props.containerBits, m_props.width, m_props.height);
     m_sampleBytes = kavri::frameBytes(m_props.format, m_props.containerBits, m_props.width, m_props.height);
+    m_stored.frameBytes = m_frameBytes; // where the frames lie follows from it (frameDataOffset)
     // The old buffers go first, so a large record never needs both sets at once.
     release();
     try {
@@ -178,10 +186,11 @@ bool FramePipeline::read(std::istream &first, std::istream *second, uint64_t ind
 {
     uint8_t *a = readBuffer(Buffer::First);
     if (!a) return false;
-    const size_t n = readFrameAt(first, index, m_frameBytes, m_stored.headerBytes, a);
+    // Each file's frames lie where its own header puts them (see frameDataOffset).
+    const size_t n = readBytesAt(first, frameDataOffset(m_stored, index), m_frameBytes, a);
     if (n == 0) return false;
-    if (m_hasSecond &&
-        (!second || readFrameAt(*second, index, m_frameBytes, m_stored.headerBytes, readBuffer(Buffer::Second)) != n))
+    if (m_hasSecond && (!second || readBytesAt(*second, frameDataOffset(m_stored, index, true), m_frameBytes,
+                                               readBuffer(Buffer::Second)) != n))
         return false;
     toNative();
     return true;

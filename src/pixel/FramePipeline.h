@@ -39,9 +39,13 @@ void setLargestAllocation(size_t bytes);
 // buffer, more memory than this computer can give it".
 QString notEnoughMemoryText(int32_t width, int32_t height, uint64_t bufferBytes);
 
-// Reads frame `index` (frameBytes bytes after headerBytes + index * frameBytes) into `buffer`.
+// Reads frame `index` (frameBytes bytes after headerBytes + index * frameBytes, where each frame is preceded
+// by frameHeaderBytes bytes of its own that are skipped) into `buffer`.
 // Returns the bytes actually read; a short read leaves the rest of the buffer as it was.
-size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32_t headerBytes, uint8_t *buffer);
+size_t readFrameAt(std::istream &in, uint64_t index, uint32_t frameBytes, uint32_t headerBytes, uint8_t *buffer,
+                   uint32_t frameHeaderBytes = 0);
+// Reads `frameBytes` bytes at `offset` into `buffer`, the same way.
+size_t readBytesAt(std::istream &in, uint64_t offset, uint32_t frameBytes, uint8_t *buffer);
 
 // What the viewer has chosen for the shown picture.
 struct ViewSettings {

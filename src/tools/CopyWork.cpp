@@ -48,3 +48,23 @@ ReverseWork::ReverseWork(const QString &input, const QString &output, uint32_t f
     : CopyWork(kavri::tools::reverseJob(input, output, frameBytes, headerBytes, frameCount, overwrite))
 {
 }
+
+namespace {
+kavri::tools::CopyJob described(kavri::tools::CopyJob job, const VideoProps &props)
+{
+    kavri::tools::describeInput(job, props);
+    return job;
+}
+} // namespace
+
+ExtractWork::ExtractWork(const VideoProps &p, const QString &output, uint64_t first, uint64_t last, bool overwrite)
+    : CopyWork(described(
+          kavri::tools::extractJob(p.fileName, output, p.frameBytes, p.headerBytes, first, last, overwrite), p))
+{
+}
+
+ReverseWork::ReverseWork(const VideoProps &p, const QString &output, bool overwrite)
+    : CopyWork(described(
+          kavri::tools::reverseJob(p.fileName, output, p.frameBytes, p.headerBytes, p.frameCount, overwrite), p))
+{
+}

@@ -54,6 +54,8 @@ class ExtractWork : public CopyWork {
 public:
     ExtractWork(const QString &input, const QString &output, uint32_t frameBytes, uint32_t headerBytes, uint64_t first,
                 uint64_t last, bool overwrite);
+    // The frames of the file `props` describes, with its FRAME lines skipped and a y4m output described.
+    ExtractWork(const VideoProps &props, const QString &output, uint64_t first, uint64_t last, bool overwrite);
 };
 
 // Writes every frame of the input, last first.
@@ -62,4 +64,5 @@ class ReverseWork : public CopyWork {
 public:
     ReverseWork(const QString &input, const QString &output, uint32_t frameBytes, uint32_t headerBytes,
                 uint64_t frameCount, bool overwrite);
+    ReverseWork(const VideoProps &props, const QString &output, bool overwrite);
 };

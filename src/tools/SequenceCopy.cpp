@@ -1,5 +1,8 @@
 #include "tools/SequenceCopy.h"
 
+#include "formats/FramePlacement.h"
+#include "formats/Y4mHeader.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -36,12 +39,23 @@ bool anythingAt(const QString &path)
 
 } // namespace
 
-uint64_t framesInFile(const QString &path, uint32_t frameBytes, uint32_t headerBytes)
+uint64_t framesInFile(const QString &path, uint32_t frameBytes, uint32_t headerBytes, uint32_t frameHeaderBytes)
 {
     const QFileInfo fi(path);
-    if (frameBytes == 0 || !fi.isFile()) return 0;
+    const uint32_t stride = frameStride(frameBytes, frameHeaderBytes);
+    if (stride == 0 || !fi.isFile()) return 0;
     const uint64_t size = uint64_t(fi.size());
-    return size > headerBytes ? (size - headerBytes) / frameBytes : 0;
+    return size > headerBytes ? (size - headerBytes) / stride : 0;
+}
+
+bool writesY4m(const QString &output) { return output.endsWith(QLatin1String(".y4m"), Qt::CaseInsensitive); }
+
+void describeInput(CopyJob &job, const VideoProps &props)
+{
+    job.frameHeaderBytes = props.frameHeaderBytes;
+    job.frameStarts = props.frameStarts;
+    job.y4mRefusal.clear();
+    job.y4mHeader = y4mStreamHeader(props, &job.y4mRefusal);
 }
 
 bool isSameFile(const QString &a, const QString &b)
@@ -141,11 +155,19 @@ CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress, const std:
     if (job.frameBytes == 0) return failed(QStringLiteral("the frame size is 0"));
     if (job.first > job.last) return failed(QStringLiteral("the frame range is empty"));
     if (const QString why = checkOutput(job.input, job.output, job.overwrite); !why.isEmpty()) return failed(why);
+    const bool y4m = writesY4m(job.output);
+    if (y4m && job.y4mHeader.isEmpty())
+        return failed(QStringLiteral("'%1' cannot be written as y4m: %2")
+                          .arg(shown(job.output), job.y4mRefusal.isEmpty()
+                                                      ? QStringLiteral("the format of the input is not known")
+                                                      : job.y4mRefusal));
 
     QFile in(job.input);
     if (!in.open(QIODevice::ReadOnly))
         return failed(QStringLiteral("cannot read '%1': %2").arg(shown(job.input), in.errorString()));
-    const uint64_t available = framesInFile(job.input, job.frameBytes, job.headerBytes);
+    const uint64_t available = job.frameStarts
+                                   ? job.frameStarts->size()
+                                   : framesInFile(job.input, job.frameBytes, job.headerBytes, job.frameHeaderBytes);
     if (job.last >= available)
         return failed(QStringLiteral("'%1' holds %2 frames, frame %3 is missing")
                           .arg(shown(job.input))
@@ -159,6 +181,17 @@ CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress, const std:
     if (!out.open(QIODevice::WriteOnly))
         return failed(QStringLiteral("cannot write '%1': %2").arg(shown(job.output), out.errorString()));
 
+    auto writeAll = [&out](const QByteArray &bytes) {
+        errno = 0;
+        return out.write(bytes) == qint64(bytes.size());
+    };
+    if (y4m && !writeAll(job.y4mHeader)) {
+        const QString why = writeFailure(out, errno);
+        out.cancelWriting();
+        return failed(QStringLiteral("writing '%1' failed: %2").arg(shown(job.output), why));
+    }
+    static const QByteArray kFrameLine("FRAME\n");
+
     const uint64_t total = job.last - job.first + 1;
     const uint64_t totalBytes = total * uint64_t(job.frameBytes);
     const uint32_t chunk = std::min(job.frameBytes, kCopyChunkBytes);
@@ -167,10 +200,17 @@ CopyResult copyFrames(const CopyJob &job, const ProgressFn &progress, const std:
     int lastPercent = -1;
     for (uint64_t i = 0; i < total; ++i) {
         const uint64_t k = job.reverse ? job.last - i : job.first + i;
-        const qint64 offset = qint64(uint64_t(job.headerBytes) + k * uint64_t(job.frameBytes));
+        const qint64 offset =
+            qint64(job.frameStarts ? (*job.frameStarts)[size_t(k)]
+                                   : frameOffset(job.headerBytes, job.frameHeaderBytes, job.frameBytes, k));
         if (!in.seek(offset)) {
             out.cancelWriting();
             return failed(QStringLiteral("cannot seek to frame %1 of '%2'").arg(k).arg(shown(job.input)));
+        }
+        if (y4m && !writeAll(kFrameLine)) {
+            const QString why = writeFailure(out, errno);
+            out.cancelWriting();
+            return failed(QStringLiteral("writing '%1' failed: %2").arg(shown(job.output), why));
         }
         for (uint32_t at = 0; at < job.frameBytes;) {
             if (stopRequested()) {

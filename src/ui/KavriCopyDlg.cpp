@@ -279,8 +279,7 @@ void KavriExtractDlg::oon_range_changed()
 
 CopyWork *KavriExtractDlg::makeWork(bool overwrite)
 {
-    return new ExtractWork(m_props.fileName, outputPath(), m_props.frameBytes, m_props.headerBytes,
-                           uint64_t(m_from->value()), uint64_t(m_to->value()), overwrite);
+    return new ExtractWork(m_props, outputPath(), uint64_t(m_from->value()), uint64_t(m_to->value()), overwrite);
 }
 
 void KavriExtractDlg::showOutput(const QString &path)
@@ -317,11 +316,7 @@ KavriReverseDlg::KavriReverseDlg(const VideoProps &props, QWidget *parent) : Kav
     kavri::ui::chainTabOrder({m_fileButton, m_ok, m_cancel});
 }
 
-CopyWork *KavriReverseDlg::makeWork(bool overwrite)
-{
-    return new ReverseWork(m_props.fileName, outputPath(), m_props.frameBytes, m_props.headerBytes, m_props.frameCount,
-                           overwrite);
-}
+CopyWork *KavriReverseDlg::makeWork(bool overwrite) { return new ReverseWork(m_props, outputPath(), overwrite); }
 
 void KavriReverseDlg::showOutput(const QString &path) { m_label->setText(QDir::toNativeSeparators(path)); }
 

@@ -328,7 +328,7 @@ void frame::oon_load_on_startup(QString file, QString diff, KavriStartupConfig *
         return;
     }
     if (!openSequence(file, diff, config))
-        warn(this, QStringLiteral("Kavri"), QStringLiteral("The file(s) could not be opened: ") + file);
+        warn(this, QStringLiteral("Kavri"), QStringLiteral("The file(s) could not be opened: ") + file + m_openRefusal);
 }
 
 void frame::oon_load_later(QString file, QString diff, KavriStartupConfig *config)
@@ -353,7 +353,7 @@ void frame::loadFiles(const QStringList &files)
         if (openSequence(f, QString(), nullptr))
             openedHere = true;
         else
-            failed << f;
+            failed << f + m_openRefusal;
     }
     if (!failed.isEmpty())
         warn(this, QStringLiteral("Kavri"), QStringLiteral("The file(s) could not be opened: ") + failed.join(", "));
@@ -361,7 +361,11 @@ void frame::loadFiles(const QStringList &files)
 
 bool frame::openSequence(const QString &file, const QString &diff, const KavriStartupConfig *config)
 {
-    KavriLoader *l = KavriLoader::create(file, diff);
+    // A file its own header describes as unreadable (a y4m file with a layout we do not read) says why,
+    // on a line after the usual message.
+    QString why;
+    KavriLoader *l = KavriLoader::create(file, diff, KavriLoader::Options{}, &why);
+    m_openRefusal = why.isEmpty() ? QString() : QStringLiteral("\n") + why;
     if (!l) return false;
     closeLoader();
     m_loader = l;
@@ -625,7 +629,8 @@ void frame::oon_diff()
     keep.rate = p.frameRate;
     keep.format = p.format;
     if (!openSequence(m_openFile, other, &keep))
-        warn(this, QStringLiteral("Kavri"), QStringLiteral("The file(s) could not be opened: ") + other);
+        warn(this, QStringLiteral("Kavri"),
+             QStringLiteral("The file(s) could not be opened: ") + other + m_openRefusal);
 }
 
 void frame::oon_brightcon()

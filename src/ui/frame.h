@@ -165,6 +165,8 @@ private:
     void loadFiles(const QStringList &files);
     // Opens `file` (with `diff` for a difference view) in this window; false when it cannot be read.
     bool openSequence(const QString &file, const QString &diff, const KavriStartupConfig *config);
+    // Why the last openSequence was refused, as "\n" and the reason; empty when the file simply failed to open.
+    QString m_openRefusal;
     void closeLoader();
     void wireParts();
     void updatePlayIcon();

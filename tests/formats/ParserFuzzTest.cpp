@@ -3,6 +3,7 @@
 #include "formats/FormatDetector.h"
 #include "formats/SideFile.h"
 #include "formats/VixHeader.h"
+#include "formats/Y4mHeader.h"
 
 #include <QtGlobal>
 #include <gtest/gtest.h>
@@ -141,6 +142,49 @@ TEST_F(Fuzz, VixHeader)
         if (HasFailure()) break;
     }
     // The generator must reach the accepting paths, or the test proves little.
+    EXPECT_GT(accepted, rounds / 50);
+}
+
+TEST_F(Fuzz, Y4mHeader)
+{
+    SCOPED_TRACE(::testing::Message() << "KAVRI_FUZZ_SEED=" << fuzzSeed());
+    int accepted = 0;
+    const int rounds = fuzzRounds(3000);
+    for (int round = 0; round < rounds; ++round) {
+        // Half the headers start from a usable size, so the accepting paths are reached too.
+        QByteArray bytes = coin() ? QByteArray("YUV4MPEG2 W16 H8") : pick({"YUV4MPEG2 ", "YUV4MPEG2", "YUV4MPEG ", ""});
+        const size_t n = below(8);
+        for (size_t i = 0; i < n; ++i) {
+            bytes += pick({" ", " ", "  ", "\t", ""});
+            switch (below(5)) {
+            case 0: bytes += pick({"W", "H"}) + number(); break;
+            case 1: bytes += pick({"F", "A"}) + number() + pick({":", "", "::"}) + number(); break;
+            case 2:
+                bytes += "C" + pick({"420jpeg", "420", "422p10", "444p16", "mono", "mono12", "411", "444alpha", "420p8",
+                                     "422p99", "mono1", ""});
+                break;
+            case 3: bytes += pick({"Ip", "It", "I?", "Ix", "X", "XCOLORRANGE=FULL", "Z"}); break;
+            default: bytes += randomBytes(6); break;
+            }
+        }
+        if (below(4) != 0) bytes += "\n";
+        if (below(3) == 0) bytes = mutate(bytes);
+        const Y4mParse parsed = parseY4mHeader(bytes);
+        if (parsed.header) {
+            ++accepted;
+            const Y4mHeader &h = *parsed.header;
+            EXPECT_TRUE(parsed.error.isEmpty()) << round;
+            EXPECT_GT(h.width, 0) << round;
+            EXPECT_GT(h.height, 0) << round;
+            EXPECT_LE(h.headerBytes, uint32_t(bytes.size())) << round;
+            EXPECT_EQ(bytes[h.headerBytes - 1], '\n') << round;
+            EXPECT_GT(y4mFrameBytes(h), 0u) << round;
+            EXPECT_TRUE(h.bitDepth >= 8 && h.bitDepth <= 16) << round;
+        } else {
+            EXPECT_FALSE(parsed.error.isEmpty()) << round;
+        }
+        if (HasFailure()) break;
+    }
     EXPECT_GT(accepted, rounds / 50);
 }
 
