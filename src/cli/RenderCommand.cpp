@@ -22,21 +22,6 @@ namespace kavri::cli {
 
 namespace {
 
-// "A-B", both frame numbers from 0, A <= B.
-void parseFrameRange(const QString &text, uint64_t &first, uint64_t &last)
-{
-    static const QRegularExpression re(QStringLiteral("^(\\d+)-(\\d+)$"));
-    const QRegularExpressionMatch m = re.match(text);
-    bool okA = false, okB = false;
-    if (m.hasMatch()) {
-        first = m.captured(1).toULongLong(&okA);
-        last = m.captured(2).toULongLong(&okB);
-    }
-    if (!okA || !okB)
-        throw UsageError(QStringLiteral("option '--frames': '%1' is not a range A-B").arg(text).toStdString());
-    if (first > last) throw UsageError("option '--frames': A must not be greater than B");
-}
-
 // A range needs one name per frame: the output name must hold exactly one integer conversion
 // (%d, %i or %u, with flags and a width, e.g. %05d); "%%" stands for a percent sign. Anything else that
 // a printf would read as a conversion is refused, so the names cannot come out as garbage.
