@@ -175,6 +175,34 @@ void storeV210(uint8_t *frame, int64_t bytes, int32_t W, int c, int32_t col, int
     for (int b = 0; b < 4; ++b) frame[at + b] = uint8_t(w >> (8 * b));
 }
 
+// One row of one component: source samples from `s0` every `sStep`, `sCols` of them at horizontal
+// subsampling sSx, into `dCols` target samples from `d0` every `dStep` at dSx, depth sb to tb.
+struct RowJob {
+    int64_t s0;
+    int32_t sStep, sCols, sSx;
+    int64_t d0;
+    int32_t dStep, dCols, dSx;
+    int32_t sb, tb;
+    uint32_t mask;
+};
+
+template <typename S, typename D>
+void resampleRow(const S *src, D *dst, const RowJob &r)
+{
+    const S *in = src + r.s0;
+    D *out = dst + r.d0;
+    const int32_t up = r.tb > r.sb ? r.tb - r.sb : 0, down = r.sb > r.tb ? r.sb - r.tb : 0;
+    if (r.sSx == r.dSx && r.dCols <= r.sCols) {
+        for (int32_t i = 0; i < r.dCols; ++i)
+            out[int64_t(i) * r.dStep] = D(((uint32_t(in[int64_t(i) * r.sStep]) << up) >> down) & r.mask);
+        return;
+    }
+    for (int32_t i = 0; i < r.dCols; ++i) {
+        const int32_t si = std::min<int32_t>(int32_t((int64_t(i) << r.dSx) >> r.sSx), r.sCols - 1);
+        out[int64_t(i) * r.dStep] = D(((uint32_t(in[int64_t(si) * r.sStep]) << up) >> down) & r.mask);
+    }
+}
+
 uint32_t maskOf(int32_t bits) { return bits >= 32 ? 0xffffffffu : (uint32_t(1) << bits) - 1; }
 
 } // namespace
@@ -345,6 +373,24 @@ void LayoutConverter::convert(const uint8_t *canonical, int64_t bytes, uint8_t *
         const uint32_t fill = k == 3 ? tmask : (uint32_t(1) << (tb - 1));
         for (int32_t j = 0; j < tg.rows; ++j) {
             const int32_t sj = fromSource ? std::min<int32_t>(int32_t((int64_t(j) << tg.sy) >> sg.sy), sg.rows - 1) : 0;
+            // Rows wholly inside both frames, on grids, take the typed path; the rest goes sample by sample.
+            if (fromSource && !sg.v210 && !tg.v210) {
+                const int64_t s0 = sg.start + int64_t(sj) * sg.stride, d0 = tg.start + int64_t(j) * tg.stride;
+                const int64_t sEnd = s0 + int64_t(sg.cols - 1) * sg.step, dEnd = d0 + int64_t(tg.cols - 1) * tg.step;
+                if (s0 >= 0 && d0 >= 0 && sEnd < srcSamples && dEnd < dstSamples) {
+                    RowJob r{s0, sg.step, sg.cols, sg.sx, d0, tg.step, tg.cols, tg.sx, sb, tb, tmask};
+                    if (srcWide && dstWide)
+                        resampleRow(reinterpret_cast<const uint16_t *>(canonical), reinterpret_cast<uint16_t *>(dst),
+                                    r);
+                    else if (srcWide)
+                        resampleRow(reinterpret_cast<const uint16_t *>(canonical), dst, r);
+                    else if (dstWide)
+                        resampleRow(canonical, reinterpret_cast<uint16_t *>(dst), r);
+                    else
+                        resampleRow(canonical, dst, r);
+                    continue;
+                }
+            }
             for (int32_t i = 0; i < tg.cols; ++i) {
                 uint32_t v = fill;
                 if (fromSource) {

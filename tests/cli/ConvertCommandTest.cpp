@@ -36,7 +36,8 @@ TEST(ConvertCommand, RoundTripGivesTheSameBytesAndReportsIt)
 {
     TempDir dir;
     const QString in = synth(dir, "in.yuv", "yuv420", "16x8", 3);
-    auto r = runCli(QStringList{"convert"} + format("yuv420", 16, 8) + QStringList{in, "--to", "nv21", "-o", dir.path("a.nv21")});
+    auto r = runCli(QStringList{"convert"} + format("yuv420", 16, 8) +
+                    QStringList{in, "--to", "nv21", "-o", dir.path("a.nv21")});
     ASSERT_EQ(r.rc, 0) << r.err.toStdString();
     const QJsonObject o = r.json();
     EXPECT_EQ(o.value("layout").toString(), "nv21");
@@ -94,12 +95,14 @@ TEST(ConvertCommand, RangeAndY4m)
     EXPECT_EQ(y4m.count("FRAME\n"), 2);
     EXPECT_EQ(y4m.size(), header.size() + 2 * (6 + 12));
     // A long run reports its progress on standard error, standard output keeps its one line.
-    r = runCli(QStringList{"convert"} + format("yuv444", 4, 2) + QStringList{in, "--to", "nv24", "-o", dir.path("o.nv24")});
+    r = runCli(QStringList{"convert"} + format("yuv444", 4, 2) +
+               QStringList{in, "--to", "nv24", "-o", dir.path("o.nv24")});
     ASSERT_EQ(r.rc, 0) << r.err.toStdString();
     EXPECT_TRUE(r.err.contains("converted 50% of 12 frames")) << r.err.toStdString();
     EXPECT_EQ(r.out.count('\n'), 1);
     // y4m holds planar frames only.
-    r = runCli(QStringList{"convert"} + format("yuv444", 4, 2) + QStringList{in, "--to", "nv12", "-o", dir.path("x.y4m")});
+    r = runCli(QStringList{"convert"} + format("yuv444", 4, 2) +
+               QStringList{in, "--to", "nv12", "-o", dir.path("x.y4m")});
     EXPECT_EQ(r.rc, 1);
     EXPECT_TRUE(r.err.contains("y4m holds planar")) << r.err.toStdString();
 }
