@@ -142,11 +142,16 @@ int64_t y4mFrameSamples(videoFormat_t f, int32_t W, int32_t H)
 // and the bit shift inside it (the same places the descriptor's reader uses).
 void v210Place(int c, int32_t col, int64_t &byte, int32_t &shift)
 {
-    static constexpr int8_t kY[6][2] = {{0, 10}, {1, 0}, {1, 20}, {2, 10}, {3, 0}, {3, 20}};
-    static constexpr int8_t kU[3][2] = {{0, 0}, {1, 10}, {2, 20}};
-    static constexpr int8_t kV[3][2] = {{0, 20}, {2, 0}, {3, 10}};
-    const int8_t *at = c == 0 ? kY[col % 6] : (c == 1 ? kU : kV)[col % 3];
-    byte = int64_t(c == 0 ? col / 6 : col / 3) * 16 + at[0] * 4;
+    // Per component (Y, U, V) and sample within the group: the word and the shift, in one table (see
+    // readComponent for why not a choice between tables).
+    static constexpr int8_t kPlace[3][6][2] = {
+        {{0, 10}, {1, 0}, {1, 20}, {2, 10}, {3, 0}, {3, 20}},
+        {{0, 0}, {1, 10}, {2, 20}},
+        {{0, 20}, {2, 0}, {3, 10}},
+    };
+    const int32_t perGroup = c == 0 ? 6 : 3;
+    const int8_t *at = kPlace[c][col % perGroup];
+    byte = int64_t(col / perGroup) * 16 + at[0] * 4;
     shift = at[1];
 }
 
