@@ -20,7 +20,7 @@ const std::vector<Command> &commands()
     static const std::vector<Command> table = {
         infoCommand(),    rememberCommand(), forgetCommand(), benchCommand(),   playCommand(),    synthCommand(),
         renderCommand(),  pixelCommand(),    diffCommand(),   extractCommand(), reverseCommand(), normalizeCommand(),
-        metricsCommand(), statsCommand(),    guessCommand(),  formatsCommand(),
+        metricsCommand(), statsCommand(),    guessCommand(),  formatsCommand(), convertCommand(),
     };
     return table;
 }

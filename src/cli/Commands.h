@@ -21,5 +21,6 @@ Command normalizeCommand();
 Command statsCommand();
 Command guessCommand();
 Command formatsCommand();
+Command convertCommand();
 
 } // namespace kavri::cli

@@ -4,6 +4,7 @@
 #include "formats/StreamPath.h"
 
 #include <QFile>
+#include <QRegularExpression>
 #include <new>
 
 namespace kavri::cli {
@@ -15,6 +16,20 @@ std::vector<OptionSpec> frameSelectionSpecs()
         {nullptr, "--diff", "FILE2", "compare against FILE2, read with the same format record"},
         {nullptr, "--view", "V", "with --diff: 0 the difference (default), 1 FILE, 2 FILE2"},
     };
+}
+
+void parseFrameRange(const QString &text, uint64_t &first, uint64_t &last)
+{
+    static const QRegularExpression re(QStringLiteral("^(\\d+)-(\\d+)$"));
+    const QRegularExpressionMatch m = re.match(text);
+    bool okA = false, okB = false;
+    if (m.hasMatch()) {
+        first = m.captured(1).toULongLong(&okA);
+        last = m.captured(2).toULongLong(&okB);
+    }
+    if (!okA || !okB)
+        throw UsageError(QStringLiteral("option '--frames': '%1' is not a range A-B").arg(text).toStdString());
+    if (first > last) throw UsageError("option '--frames': A must not be greater than B");
 }
 
 ViewSettings viewSettingsFrom(const ParsedArgs &a)

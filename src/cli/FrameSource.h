@@ -13,6 +13,9 @@ namespace kavri::cli {
 // --frame N, --diff FILE2, --view V.
 std::vector<OptionSpec> frameSelectionSpecs();
 
+// The value of --frames: "A-B", both frame numbers from 0, A <= B (a UsageError otherwise).
+void parseFrameRange(const QString &text, uint64_t &first, uint64_t &last);
+
 // --channel, --brightness, --contrast and --gamma, and --view (which needs --diff).
 ViewSettings viewSettingsFrom(const ParsedArgs &args);
 

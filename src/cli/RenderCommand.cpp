@@ -7,6 +7,7 @@
 #include "formats/FrameSize.h"
 #include "pixel/NativeReadout.h"
 #include "pixel/PlaneGeometry.h"
+#include "tools/FrameExport.h"
 #include "tools/SequenceCopy.h"
 
 #include <QDir>
@@ -22,199 +23,23 @@ namespace kavri::cli {
 
 namespace {
 
-// "A-B", both frame numbers from 0, A <= B.
-void parseFrameRange(const QString &text, uint64_t &first, uint64_t &last)
-{
-    static const QRegularExpression re(QStringLiteral("^(\\d+)-(\\d+)$"));
-    const QRegularExpressionMatch m = re.match(text);
-    bool okA = false, okB = false;
-    if (m.hasMatch()) {
-        first = m.captured(1).toULongLong(&okA);
-        last = m.captured(2).toULongLong(&okB);
-    }
-    if (!okA || !okB)
-        throw UsageError(QStringLiteral("option '--frames': '%1' is not a range A-B").arg(text).toStdString());
-    if (first > last) throw UsageError("option '--frames': A must not be greater than B");
-}
-
-// A range needs one name per frame: the output name must hold exactly one integer conversion
-// (%d, %i or %u, with flags and a width, e.g. %05d); "%%" stands for a percent sign. Anything else that
-// a printf would read as a conversion is refused, so the names cannot come out as garbage.
+// A range needs one name per frame (see tools::framePatternError); a bad pattern is a usage error.
 void checkPattern(const QString &pattern)
 {
-    int conversions = 0;
-    for (qsizetype i = 0; i < pattern.size(); ++i) {
-        if (pattern[i] != QLatin1Char('%')) continue;
-        if (i + 1 < pattern.size() && pattern[i + 1] == QLatin1Char('%')) {
-            ++i;
-            continue;
-        }
-        qsizetype j = i + 1;
-        while (j < pattern.size() && QStringLiteral("0-+ ").contains(pattern[j])) ++j;
-        while (j < pattern.size() && pattern[j].isDigit()) ++j;
-        if (j >= pattern.size() || !QStringLiteral("diu").contains(pattern[j]))
-            throw UsageError(QStringLiteral("output '%1': only one integer conversion such as %05d may follow a '%'")
-                                 .arg(pattern)
-                                 .toStdString());
-        ++conversions;
-        i = j;
-    }
-    if (conversions != 1)
-        throw UsageError(QStringLiteral("output '%1' must hold exactly one frame number such as %05d for a range")
-                             .arg(pattern)
-                             .toStdString());
+    const QString error = tools::framePatternError(pattern);
+    if (!error.isEmpty()) throw UsageError(error.toStdString());
 }
 
-// The name of frame `n` under a pattern checkPattern accepted.
-QString nameFor(const QString &pattern, uint64_t n)
-{
-    QString out;
-    for (qsizetype i = 0; i < pattern.size(); ++i) {
-        if (pattern[i] != QLatin1Char('%')) {
-            out += pattern[i];
-            continue;
-        }
-        if (pattern[i + 1] == QLatin1Char('%')) {
-            out += QLatin1Char('%');
-            ++i;
-            continue;
-        }
-        qsizetype j = i + 1;
-        bool zero = false, left = false, plus = false, space = false;
-        for (; QStringLiteral("0-+ ").contains(pattern[j]); ++j) {
-            zero |= pattern[j] == QLatin1Char('0');
-            left |= pattern[j] == QLatin1Char('-');
-            plus |= pattern[j] == QLatin1Char('+');
-            space |= pattern[j] == QLatin1Char(' ');
-        }
-        int width = 0;
-        for (; pattern[j].isDigit(); ++j) width = std::min(width * 10 + pattern[j].digitValue(), 64);
-        QString digits = QString::number(n);
-        if (plus && pattern[j] != QLatin1Char('u'))
-            digits.prepend(QLatin1Char('+'));
-        else if (space && pattern[j] != QLatin1Char('u'))
-            digits.prepend(QLatin1Char(' '));
-        if (left)
-            digits = digits.leftJustified(width, QLatin1Char(' '));
-        else if (zero && digits.size() < width)
-            digits.insert(digits[0].isDigit() ? 0 : 1, QString(width - digits.size(), QLatin1Char('0')));
-        else
-            digits = digits.rightJustified(width, QLatin1Char(' '));
-        out += digits;
-        i = j;
-    }
-    return out;
-}
+QString nameFor(const QString &pattern, uint64_t n) { return tools::frameFileName(pattern, n); }
 
-// The stored samples of the frame in the pipeline's first buffer (native byte order by now) as a
-// 16-bit picture, every value shifted up to 16 bits. RGB layouts give an RGB picture (with alpha where the
-// layout has one) unless one component is asked for; the others give one component as grey. Chroma is
-// replicated over the pixels it covers, so every picture has the frame's size. Signed samples are moved
-// up by half their range first (two's complement -512..511 at 10 bits becomes 0..1023).
-QImage nativePicture(const FramePipeline &pipeline, int channel)
-{
-    const VideoProps &p = pipeline.props();
-    const LayoutInfo &info = layoutInfo(p.format);
-    const bool rgbLayout = info.kind == LayoutKind::InterleavedRgb || info.kind == LayoutKind::PlanarRgb;
-    const bool colour = rgbLayout && channel == 0;
-    const bool alpha = colour && info.hasAlpha;
-    const int shift = 16 - p.bitDepth;
-    const int32_t offset = p.signedValues ? int32_t(1) << (p.bitDepth - 1) : 0;
-    const int32_t top = (int32_t(1) << p.bitDepth) - 1;
-    auto scaled = [&](int32_t v) { return uint16_t(std::clamp(v + offset, 0, top) << shift); };
-    // The planes of planar RGB come out of the readout in storage order; the layout's letters say which is
-    // which. The display's deliberate BRG/GBR exchange is not applied: this is the data, not the picture.
-    std::array<int, 3> rgb = {0, 1, 2};
-    if (info.kind == LayoutKind::PlanarRgb)
-        for (int k = 0; k < 3; ++k) rgb[size_t(std::string_view("RGB").find(info.letters[size_t(k)][0]))] = k;
-    const int component = std::max(channel, 1) - 1;
-    // The readout addresses 4:2:2 planar chroma its own way (as the display's numbers do); a picture of
-    // a chroma plane takes each pixel's covering sample from where the planes really lie.
-    const bool planarChroma = !colour && component > 0 && info.kind == LayoutKind::PlanarYuv;
-    // The samples as unpacked (for the original layouts, the stored frame itself).
-    const int64_t bytes = int64_t(allocationSize(p.format, p.containerBits, p.width, p.height));
-    const bool wide = p.bitDepth > 8;
-    // Only the stored frame counts: the buffer's padding past it holds no samples.
-    const int64_t samples = int64_t(pipeline.sampleBytes()) / (wide ? 2 : 1);
-    const pixel::ChromaPlanes planes = pixel::chromaPlanes(p.format, p.width, p.height, samples);
-
-    QImage image(p.width, p.height,
-                 colour ? (alpha ? QImage::Format_RGBA64 : QImage::Format_RGBX64) : QImage::Format_Grayscale16);
-    if (image.isNull()) return image;
-    const uint8_t *frame = pipeline.buffer(FramePipeline::Buffer::First);
-    pixel::StoredSample s;
-    for (int32_t y = 0; y < p.height; ++y) {
-        const int32_t row = p.flipped ? p.height - 1 - y : y;
-        auto *line = reinterpret_cast<uint16_t *>(image.scanLine(y));
-        if (planarChroma) {
-            // Interlaced 4:2:0 shares a chroma row between two rows of the same field.
-            const int32_t wanted =
-                p.interlaced && p.format == YUV_p420 ? 2 * (row / 4) + row % 2 : row >> planes.shiftY;
-            const int64_t start = component == 1 ? planes.uStart : planes.vStart;
-            for (int32_t x = 0; x < p.width; ++x) {
-                // With an odd width the last pixels have no chroma column of their own, and with an odd
-                // height the last chroma row may be cut off: they repeat the nearest stored sample.
-                const int32_t col = std::min(x >> planes.shiftX, planes.cols - 1);
-                int32_t chromaRow = std::min(wanted, planes.rows - 1);
-                int64_t pos = start + int64_t(chromaRow) * planes.cols + col;
-                while (chromaRow > 0 && pos >= samples) pos = start + int64_t(--chromaRow) * planes.cols + col;
-                int32_t v = 0;
-                if (col >= 0 && chromaRow >= 0 && pos < samples) {
-                    if (wide) {
-                        uint16_t w;
-                        std::memcpy(&w, frame + pos * 2, 2);
-                        v = p.signedValues ? int32_t(int16_t(w)) : int32_t(w);
-                    } else {
-                        v = p.signedValues ? int32_t(int8_t(frame[pos])) : int32_t(frame[pos]);
-                    }
-                }
-                line[x] = scaled(v);
-            }
-            continue;
-        }
-        for (int32_t x = 0; x < p.width; ++x) {
-            if (!pixel::readStored(frame, bytes, p.format, p.width, p.height, p.bitDepth, p.signedValues, x, row, s))
-                return QImage();
-            if (!colour) {
-                line[x] = scaled(s.c[rgbLayout ? rgb[size_t(component)] : component]);
-                continue;
-            }
-            uint16_t *px = line + 4 * x;
-            for (int k = 0; k < 3; ++k) px[k] = scaled(s.c[rgb[size_t(k)]]);
-            px[3] = alpha ? scaled(s.alpha) : uint16_t(0xffff);
-        }
-    }
-    return image;
-}
-
-int nativeChannel(videoFormat_t layout, int channel)
-{
-    const LayoutKind kind = layoutInfo(layout).kind;
-    const bool rgbLayout = kind == LayoutKind::InterleavedRgb || kind == LayoutKind::PlanarRgb;
-    return rgbLayout ? channel : std::max(channel, 1);
-}
-
-// The frame as the player shows it (before display scaling), in `rgb` (width x height x 4 bytes).
 QImage shownPicture(FrameSource &src, const ViewSettings &view, uint8_t *rgb)
 {
-    const VideoProps &p = src.pipeline.props();
-    // The converter leaves the fourth byte alone; starting from opaque black keeps the image well formed.
-    std::fill_n(reinterpret_cast<uint32_t *>(rgb), size_t(p.width) * size_t(p.height), 0xff000000u);
-    src.pipeline.show(view, rgb);
-    return QImage(rgb, p.width, p.height, qsizetype(p.width) * 4, QImage::Format_RGB32);
+    return tools::shownPicture(src.pipeline, view, rgb);
 }
 
-// QSaveFile writes beside the target under a temporary name and renames only a complete file, so a
-// failed write leaves nothing behind and an existing file is either kept or wholly replaced.
-bool savePng(const QImage &image, const QString &out, QString &error)
-{
-    QSaveFile f(out);
-    if (!f.open(QIODevice::WriteOnly) || !image.save(&f, "PNG") || !f.commit()) {
-        error = QStringLiteral("cannot write '%1': %2").arg(out, f.errorString());
-        return false;
-    }
-    return true;
-}
+using tools::nativeChannel;
+using tools::nativePicture;
+using tools::savePng;
 
 bool sameFile(const QString &a, const QString &b)
 {

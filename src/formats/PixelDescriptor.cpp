@@ -280,11 +280,16 @@ bool readComponent(const PixelDescriptor &d, const PlaneLayout &pl, const uint8_
     }
     if (d.packing == Packing::V210) {
         // Group of six pixels in four little-endian words; sample k of a component at (word, shift).
-        static constexpr int8_t kY[6][2] = {{0, 10}, {1, 0}, {1, 20}, {2, 10}, {3, 0}, {3, 20}};
-        static constexpr int8_t kU[3][2] = {{0, 0}, {1, 10}, {2, 20}};
-        static constexpr int8_t kV[3][2] = {{0, 20}, {2, 0}, {3, 10}};
-        const int64_t group = int64_t(row) * pl.rowBytes[0] + int64_t(c == 0 ? col / 6 : col / 3) * 16;
-        const int8_t *at = c == 0 ? kY[col % 6] : (c == 1 ? kU : kV)[col % 3];
+        // One table indexed by component: GCC 12 with the undefined-behaviour sanitizer reads every V
+        // sample from the first place when the place comes from a conditional between two tables.
+        static constexpr int8_t kPlace[3][6][2] = {
+            {{0, 10}, {1, 0}, {1, 20}, {2, 10}, {3, 0}, {3, 20}},
+            {{0, 0}, {1, 10}, {2, 20}},
+            {{0, 20}, {2, 0}, {3, 10}},
+        };
+        const int32_t perGroup = c == 0 ? 6 : 3;
+        const int64_t group = int64_t(row) * pl.rowBytes[0] + int64_t(col / perGroup) * 16;
+        const int8_t *at = kPlace[c][col % perGroup];
         const int64_t w = group + at[0] * 4;
         if (w + 4 > bytes) return false;
         value = (loadWord(frame + w, 4, false) >> at[1]) & 0x3ffu;

@@ -31,7 +31,7 @@ struct ActionSpec {
     ActionSlot slot;
 };
 
-inline constexpr std::array<ActionSpec, 46> kActions = {{
+inline constexpr std::array<ActionSpec, 47> kActions = {{
     // clang-format off
     {"actionOpen", "Open File(s) ...", "O", false, false, "", "", onTrigger(&frame::oon_open)},
     {"actionQuit", "Quit", "Esc", false, false, "", "", onTrigger(&frame::oon_close)},
@@ -79,6 +79,7 @@ inline constexpr std::array<ActionSpec, 46> kActions = {{
     {"actionPrevious_Diff_Component", "Previous Diff Component", "C", false, false, "", "", onTrigger(&frame::oon_prev_diff_component)},
     {"actionStay_on_top", "Stay on top", "Ctrl+T", true, false, "", "", onTrigger(&frame::oon_stay_on_top)},
     {"actionMetrics", "Metrics Panel", "Ctrl+M", true, false, "PSNR, SSIM and MS-SSIM of every frame of the difference", "", onToggle(&frame::oon_metrics)},
+    {"actionExport_Frames", "Export Frames ...", "", false, false, "Write frames as pictures, in another layout or as y4m", "", onTrigger(&frame::oon_export_frames)},
     // clang-format on
 }};
 
@@ -93,7 +94,7 @@ inline constexpr std::array<MenuSpec, 6> kMenus = {{
     {"menuFile",
      "File",
      {"actionOpen", "actionCloseFile", "actionNew_Window", "actionQuit", "-", "actionFormat", "actionReload",
-      "actionCopy_Frame", "actionSave_Frame"}},
+      "actionCopy_Frame", "actionSave_Frame", "actionExport_Frames"}},
     {"menuTools",
      "Control",
      {"actionPlay", "actionStop", "actionPrev", "actionNext", "actionFirst_Frame", "actionLast_Frame",

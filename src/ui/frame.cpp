@@ -8,6 +8,7 @@
 #include "loader/KavriLoader.h"
 #include "ui/ActionTable.h"
 #include "ui/BrightnessPanel.h"
+#include "ui/ExportFramesDlg.h"
 #include "ui/FullScreenMode.h"
 #include "ui/KavriGotoDlg.h"
 #include "ui/KavriSettingsDlg.h"
@@ -287,7 +288,7 @@ void frame::updateActions()
     // A stream has no frame to go to and cannot be cut, reversed, renamed or compared against a file.
     action("actionGo_to_frame")->setEnabled(open && !stream);
     action("actionDifference_against")->setEnabled(open && !stream);
-    for (const char *name : {"actionExtract", "actionReverse", "actionNormalize_File_Name"})
+    for (const char *name : {"actionExtract", "actionReverse", "actionNormalize_File_Name", "actionExport_Frames"})
         action(name)->setEnabled(tools);
     const bool difference = open && m_loader->hasDifference();
     action("actionNext_Diff_Component")->setEnabled(difference);
@@ -1020,4 +1021,11 @@ void frame::oon_normalize_filename()
     if (to.isEmpty()) return;
     const QString diff = m_diffFile;
     openSequence(to, diff, nullptr);
+}
+
+void frame::oon_export_frames()
+{
+    if (SequenceTools::toolInput(m_loader, m_openFile).isEmpty()) return;
+    ExportFramesDlg dlg(m_loader->pendingProps(), currentFrame(), this);
+    dlg.exec();
 }

@@ -151,6 +151,8 @@ public slots:
     void oon_reverse();
     void oon_normalize_filename();
     void oon_format_changed();
+    // File > Export Frames: a range of frames as pictures, in another layout or as y4m.
+    void oon_export_frames();
 
 protected:
     void closeEvent(QCloseEvent *e) override;
