@@ -25,5 +25,6 @@ VideoProps &VideoProps::operator=(const VideoProps &o)
     timeStamp = o.timeStamp;
     scaleX = o.scaleX;
     scaleY = o.scaleY;
+    colour = o.colour;
     return *this;
 }

@@ -1,6 +1,7 @@
 // The format record of one sequence and the start-up values taken from the command line.
 #pragma once
 
+#include "formats/ColourDescription.h"
 #include "formats/VideoFormat.h"
 
 #include <QString>
@@ -31,6 +32,9 @@ struct VideoProps {
     uint64_t timeStamp = 0; // seconds since 1970, time of last use
     int32_t scaleX = kScaleOne;
     int32_t scaleY = kScaleOne;
+    // How the samples are read as colour; the default is the player's fixed conversion. Stored beside
+    // the record, not in it (see RememberedFormats.h).
+    kavri::ColourDescription colour;
 
     VideoProps() = default;
     VideoProps(const VideoProps &other) = default;
