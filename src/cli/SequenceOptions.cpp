@@ -30,6 +30,11 @@ std::vector<OptionSpec> formatOptionSpecs()
         {nullptr, "--toggle-endian", nullptr, "read 16-bit containers with the opposite byte order"},
         {nullptr, "--interlaced", nullptr, "the content is interlaced"},
         {nullptr, "--no-remembered", nullptr, "ignore the format remembered for this file"},
+        {nullptr, "--matrix", "M", "colour matrix: default bt601 bt709 bt2020 smpte240m ycgco"},
+        {nullptr, "--range", "R", "code range: full limited"},
+        {nullptr, "--chroma", "S", "chroma siting: nearest left center topleft"},
+        {nullptr, "--transfer", "T", "transfer: sdr pq hlg (PQ and HLG tone-mapped for an SDR display)"},
+        {nullptr, "--peak", "NITS", "peak of PQ/HLG material in cd/m2, 100..10000 (default 1000)"},
     };
 }
 
@@ -67,6 +72,26 @@ void applyFormatOptions(const ParsedArgs &a, VideoProps &p)
     if (a.has("--swap-uv")) p.swapUV = true;
     if (a.has("--toggle-endian")) p.toggleEndianness = true;
     if (a.has("--interlaced")) p.interlaced = true;
+    colourOverrides(a).applyTo(p.colour);
+}
+
+ColourOverrides colourOverrides(const ParsedArgs &a)
+{
+    ColourOverrides o;
+    const auto keywordOf = [&](const char *option, auto parse, const char *allowed) {
+        const auto v = parse(a.value(option));
+        if (!v)
+            throw UsageError(("unknown value '" + a.value(option) + "' for option '" + option + "' (" + allowed + ")")
+                                 .toStdString());
+        return *v;
+    };
+    if (a.has("--matrix"))
+        o.matrix = keywordOf("--matrix", matrixFromKeyword, "default bt601 bt709 bt2020 smpte240m ycgco");
+    if (a.has("--range")) o.range = keywordOf("--range", rangeFromKeyword, "full limited");
+    if (a.has("--chroma")) o.chroma = keywordOf("--chroma", chromaFromKeyword, "nearest left center topleft");
+    if (a.has("--transfer")) o.transfer = keywordOf("--transfer", transferFromKeyword, "sdr pq hlg");
+    if (a.has("--peak")) o.peakNits = a.intValue("--peak", kDefaultPeakNits, kMinPeakNits, kMaxPeakNits);
+    return o;
 }
 
 namespace {
@@ -93,7 +118,9 @@ bool openSequence(const ParsedArgs &args, const QString &file, const QString &di
     ResolvedFormat r = resolvePair(file, diff, !args.has("--no-remembered"));
     out.props = r.props;
     out.source = r.source;
+    out.colourSource = r.colourSource;
     applyFormatOptions(args, out.props);
+    if (colourOverrides(args).any()) out.colourSource = QStringLiteral("option");
     out.props.fileName = file;
     out.props.diffFileName = diff;
     out.mask = validateProps(out.props);

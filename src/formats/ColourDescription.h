@@ -32,6 +32,24 @@ struct ColourDescription {
     bool operator==(const ColourDescription &) const = default;
 };
 
+// Values given on a command line, each applied over the description the file opened with.
+struct ColourOverrides {
+    std::optional<ColourMatrix> matrix;
+    std::optional<ColourRange> range;
+    std::optional<ChromaSiting> chroma;
+    std::optional<ColourTransfer> transfer;
+    std::optional<int32_t> peakNits;
+    bool any() const { return matrix || range || chroma || transfer || peakNits; }
+    void applyTo(ColourDescription &c) const
+    {
+        if (matrix) c.matrix = *matrix;
+        if (range) c.range = *range;
+        if (chroma) c.chroma = *chroma;
+        if (transfer) c.transfer = *transfer;
+        if (peakNits) c.peakNits = *peakNits;
+    }
+};
+
 // Keywords as the options, side files and settings write them ("bt709", "limited", "topleft", "pq").
 QString keyword(ColourMatrix m);
 QString keyword(ColourRange r);

@@ -6,6 +6,18 @@
 
 namespace kavri {
 
+namespace {
+// The colour words of the name, where nothing stronger gave a description.
+void colourFromName(const QString &path, ResolvedFormat &r)
+{
+    bool named = false;
+    const ColourDescription c = colourFromFileName(path, r.props.colour, &named);
+    if (!named) return;
+    r.props.colour = c;
+    r.colourSource = QStringLiteral("name");
+}
+} // namespace
+
 ResolvedFormat resolveFormat(const QString &path, bool useRemembered)
 {
     ResolvedFormat r;
@@ -21,12 +33,21 @@ ResolvedFormat resolveFormat(const QString &path, bool useRemembered)
             r.props = *remembered;
             r.props.fileName = path;
             r.source = QStringLiteral("remembered");
+            if (!r.props.colour.isDefault())
+                r.colourSource = QStringLiteral("remembered");
+            else
+                colourFromName(path, r);
             return r;
         }
     }
     FormatDetector detector;
     r.props = detector.detect(path);
     r.source = detector.sourceName();
+    // A side file's colour keys come with the record; otherwise the name's words may give one.
+    if (r.props.colour != ColourDescription{})
+        r.colourSource = QStringLiteral("hdr");
+    else
+        colourFromName(path, r);
     return r;
 }
 

@@ -9,6 +9,8 @@ struct ResolvedFormat {
     VideoProps props;
     // Where the record came from: "default", "remembered", "vix", "hdr" or "name".
     QString source;
+    // Where the colour description came from: "default", "remembered", "hdr" or "name".
+    QString colourSource = QStringLiteral("default");
 };
 
 // The record of `path` before any command-line values are applied. "-" (standard input) has nothing to

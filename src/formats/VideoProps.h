@@ -52,4 +52,5 @@ struct KavriStartupConfig {
     int32_t height = 0; // 0 = not given
     double rate = -1.0; // -1 = not given
     videoFormat_t format = FMT_UNKNOWN;
+    kavri::ColourOverrides colour; // --matrix, --range, --chroma, --transfer, --peak
 };

@@ -383,6 +383,10 @@ bool frame::openSequence(const QString &file, const QString &diff, const KavriSt
             p.format = config->format;
             changed = true;
         }
+        if (config->colour.any()) {
+            config->colour.applyTo(p.colour);
+            changed = true;
+        }
     }
     if (changed) l->validate();
     if (!isPlayable(l->validityMask())) m_tools->askForFormat(l, [this] { oon_format_changed(); });
