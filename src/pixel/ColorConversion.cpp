@@ -598,16 +598,38 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
             if (wv > 0) chromaRow(g, src, j0 + 1, s.u[1].data(), s.v[1].data(), s);
             const uint16_t *ua = s.u[0].data(), *va = s.v[0].data(), *ub = s.u[1].data(), *vb = s.v[1].data();
             int32_t *tu = s.tu.data(), *tv = s.tv.data();
-            for (int32_t k = 0; k < g.cols; ++k) {
-                tu[k] = (16 - wv) * ua[k] + (wv > 0 ? wv * ub[k] : 0);
-                tv[k] = (16 - wv) * va[k] + (wv > 0 ? wv * vb[k] : 0);
+            if (wv == 0) {
+                for (int32_t k = 0; k < g.cols; ++k) tu[k] = 16 * ua[k], tv[k] = 16 * va[k];
+            } else {
+                for (int32_t k = 0; k < g.cols; ++k) {
+                    tu[k] = (16 - wv) * ua[k] + wv * ub[k];
+                    tv[k] = (16 - wv) * va[k] + wv * vb[k];
+                }
             }
             // Then across: weights in 1/256 in all, kept with fracBits extra bits, rounded to nearest.
             const int32_t down = 8 - g.fracBits, round = 1 << (down - 1);
             const int32_t *h0 = g.h0.data(), *h1 = g.h1.data(), *hw = g.hw.data();
-            for (int32_t x = 0; x < W; ++x) {
-                c1[x] = uint16_t(((16 - hw[x]) * tu[h0[x]] + hw[x] * tu[h1[x]] + round) >> down);
-                c2[x] = uint16_t(((16 - hw[x]) * tv[h0[x]] + hw[x] * tv[h1[x]] + round) >> down);
+            const auto byTable = [&](const int32_t *t, uint16_t *out, int32_t x0, int32_t x1) {
+                for (int32_t x = x0; x < x1; ++x)
+                    out[x] = uint16_t(((16 - hw[x]) * t[h0[x]] + hw[x] * t[h1[x]] + round) >> down);
+            };
+            // Two-to-one sited chroma has fixed weights for every pixel pair away from the edges (those the
+            // table gives for them): a loop the compiler vectorises.
+            const int32_t kEnd = std::min(g.cols - 1, W / 2);
+            if (g.shiftX == 1 && g.siting != ChromaSiting::Nearest && kEnd > 1) {
+                const bool centre = g.siting == ChromaSiting::Center;
+                const int32_t e0 = centre ? 4 : 0, e1 = centre ? 12 : 16, o1 = centre ? 12 : 8, o2 = centre ? 4 : 8;
+                for (const auto &[t, out] : {std::pair{tu, c1}, std::pair{tv, c2}}) {
+                    byTable(t, out, 0, 2);
+                    for (int32_t k = 1; k < kEnd; ++k) {
+                        out[2 * k] = uint16_t((e0 * t[k - 1] + e1 * t[k] + round) >> down);
+                        out[2 * k + 1] = uint16_t((o1 * t[k] + o2 * t[k + 1] + round) >> down);
+                    }
+                    byTable(t, out, 2 * kEnd, W);
+                }
+            } else {
+                byTable(tu, c1, 0, W);
+                byTable(tv, c2, 0, W);
             }
         }
         if (!g.hdr) {
@@ -616,6 +638,8 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
         } else {
             const float *lin = g.toLinear;
             const uint8_t *code = g.toCode;
+            float prim[9];
+            for (int i = 0; i < 9; ++i) prim[i] = float(kBt2020To709[i]);
             for (int32_t x = 0; x < W; ++x) {
                 float rel[3];
                 for (int i = 0; i < 3; ++i) {
@@ -625,8 +649,8 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
                 }
                 uint32_t px = d[x] & 0xff000000u;
                 for (int i = 0; i < 3; ++i) {
-                    const double *m = kBt2020To709 + 3 * i;
-                    const float l = float(m[0]) * rel[0] + float(m[1]) * rel[1] + float(m[2]) * rel[2];
+                    const float *m = prim + 3 * i;
+                    const float l = m[0] * rel[0] + m[1] * rel[1] + m[2] * rel[2];
                     const float q = std::sqrt(l <= 0.0f ? 0.0f : (l >= 1.0f ? 1.0f : l)) * 65535.0f + 0.5f;
                     uint32_t v = code[int32_t(q)];
                     if (g.toneBytes) v = g.toneBytes[v];
