@@ -8,6 +8,7 @@
 #include "loader/KavriLoader.h"
 #include "ui/ActionTable.h"
 #include "ui/BrightnessPanel.h"
+#include "ui/ColourMenu.h"
 #include "ui/FullScreenMode.h"
 #include "ui/KavriGotoDlg.h"
 #include "ui/KavriSettingsDlg.h"
@@ -272,6 +273,15 @@ void frame::createMenus()
         }
     }
     for (std::string_view name : ui::kMenuBar) menuBar()->addMenu(menus[toQ(name)]);
+    // View > Colour: the reading of the shown sequence; a change is validated (and so remembered) and shown.
+    menus[QStringLiteral("menuView")]->addMenu(
+        new ui::ColourMenu([this] { return m_loader ? m_loader->pendingProps().colour : ColourDescription{}; },
+                           [this](const ColourDescription &c) {
+                               if (!m_loader) return;
+                               m_loader->pendingProps().colour = c;
+                               oon_format_changed();
+                           },
+                           this));
     m_recent = new MRUFList(this, menus[QStringLiteral("menuFile")], this);
 }
 
