@@ -18,6 +18,9 @@ class QLineEdit;
 class QPushButton;
 class QSpinBox;
 class QTabWidget;
+namespace kavri::ui {
+class ColourTab;
+}
 
 class KavriFormatDialog : public QDialog {
     Q_OBJECT
@@ -74,6 +77,7 @@ private:
     QComboBox *m_container = nullptr;
     QLineEdit *m_headerBytes = nullptr;
     QLabel *m_problem = nullptr;
+    kavri::ui::ColourTab *m_colour = nullptr;
     // Size guessing: the file's size when it is a file that is there (not standard input, not vanished).
     std::optional<uint64_t> m_fileSize;
     kavri::GuessHints m_hints;
