@@ -470,7 +470,7 @@ void loadCodes(const uint8_t *base, int64_t first, int64_t step, int32_t n, int3
 }
 
 // n codes from the samples first, first + step, ... of `base` (counted in samples).
-void codes(const Gathered &g, const uint8_t *base, int64_t first, int64_t step, int32_t n, uint16_t *out)
+inline void codes(const Gathered &g, const uint8_t *base, int64_t first, int64_t step, int32_t n, uint16_t *out)
 {
     if (g.sampleBytes == 1) {
         if (g.isSigned)
@@ -539,6 +539,12 @@ void chromaRow(const Gathered &g, const uint8_t *src, int32_t j, uint16_t *u, ui
     }
 }
 
+// Compiled twice, for AVX2 and for any x86-64, the better chosen when the program loads: the gather loops
+// are plain integer code, so both give the same picture. No FMA is enabled, so the HDR arithmetic rounds
+// the same way in both.
+#if defined(__GNUC__) && defined(__x86_64__) && !defined(__clang__)
+__attribute__((target_clones("avx2", "default")))
+#endif
 void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0, int32_t r1)
 {
     static thread_local GatherScratch s;
