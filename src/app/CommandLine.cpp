@@ -9,6 +9,28 @@
 
 namespace kavri {
 
+namespace {
+// The colour options: taken with a value they know; any other value leaves the pair unmatched (and
+// skipped, as the player's command line skips what it does not understand).
+bool colourOption(const QString &option, const QString &value, ColourOverrides &o)
+{
+    if (option == QLatin1String("--matrix")) {
+        if (const auto m = matrixFromKeyword(value)) return o.matrix = m, true;
+    } else if (option == QLatin1String("--range")) {
+        if (const auto r = rangeFromKeyword(value)) return o.range = r, true;
+    } else if (option == QLatin1String("--chroma")) {
+        if (const auto c = chromaFromKeyword(value)) return o.chroma = c, true;
+    } else if (option == QLatin1String("--transfer")) {
+        if (const auto t = transferFromKeyword(value)) return o.transfer = t, true;
+    } else if (option == QLatin1String("--peak")) {
+        bool ok = false;
+        const int n = value.toInt(&ok);
+        if (ok && n >= kMinPeakNits && n <= kMaxPeakNits) return o.peakNits = n, true;
+    }
+    return false;
+}
+} // namespace
+
 ParsedCommandLine parseCommandLine(const QStringList &args)
 {
     ParsedCommandLine r;
@@ -42,6 +64,8 @@ ParsedCommandLine parseCommandLine(const QStringList &args)
             next = i + 1;
             i += 1;
             continue;
+        } else if (hasValue && colourOption(args[i], args[i + 1], c.colour)) {
+            // taken
         } else if (hasValue && is("-d", "--diff")) {
             c.diff = args[i + 1];
         } else if (hasValue && is("-l", "--link")) {
@@ -78,7 +102,8 @@ QString playerUsage()
 {
     QString text;
     QTextStream out(&text);
-    out << "Usage: kavri [-w N] [-h N] [-r RATE] [-f KEYWORD] [-p] [-d DIFFFILE] [-l LINK] FILE [FILE ...]\n"
+    out << "Usage: kavri [-w N] [-h N] [-r RATE] [-f KEYWORD] [-p] [-d DIFFFILE] [-l LINK] [colour options] FILE "
+           "[FILE ...]\n"
            "       kavri --help | --version\n\n"
            "  -w, --width N      frame width in pixels\n"
            "  -h, --height N     frame height in pixels\n"
@@ -87,6 +112,11 @@ QString playerUsage()
            "  -p, --play         start playing at once\n"
            "  -d, --diff FILE    show the difference against a second file\n"
            "  -l, --link NAME    link with the player that offers NAME\n"
+           "  --matrix M         colour matrix: default bt601 bt709 bt2020 smpte240m ycgco\n"
+           "  --range R          full or limited code range\n"
+           "  --chroma S         chroma siting: nearest left center topleft\n"
+           "  --transfer T       sdr pq hlg (PQ and HLG are tone-mapped for an SDR display)\n"
+           "  --peak NITS        peak of PQ/HLG material, 100..10000 (default 1000)\n"
            "FILE may be - for standard input; each further file opens in a player of its own.\n\n"
            "Layout keywords:";
     for (const LayoutInfo &l : kLayouts) out << ' ' << formatKeyword(l.value);

@@ -45,7 +45,14 @@ int runInfo(Context &ctx)
         .add("toggle_endianness", p.toggleEndianness)
         .add("mask", seq.mask)
         .add("playable", isPlayable(seq.mask))
-        .add("source", seq.source);
+        .add("source", seq.source)
+        .add("colour", JsonObject()
+                           .add("matrix", keyword(p.colour.matrix))
+                           .add("range", keyword(p.colour.range))
+                           .add("chroma", keyword(p.colour.chroma))
+                           .add("transfer", keyword(p.colour.transfer))
+                           .add("peak", p.colour.peakNits)
+                           .add("source", seq.colourSource));
     ctx.out << o.toString() << '\n';
     return kExitOk;
 }

@@ -41,6 +41,13 @@ int runPixel(Context &ctx)
     }
     JsonObject o;
     o.add("ok", true).add("space", int(p.format)).add("c1", c1).add("c2", c2).add("c3", c3).add("alpha", alpha);
+    if (!p.colour.isDefault()) {
+        // Under a colour reading, also the colour the picture shows there (the samples stay as stored).
+        std::vector<uint32_t> picture(size_t(p.width) * size_t(p.height));
+        src.pipeline.show(view, reinterpret_cast<uint8_t *>(picture.data()));
+        const uint32_t px = picture[size_t(y) * size_t(p.width) + size_t(x)];
+        o.add("shown", JsonValue::array({int((px >> 16) & 0xff), int((px >> 8) & 0xff), int(px & 0xff)}));
+    }
     ctx.out << o.toString() << '\n';
     return kExitOk;
 }

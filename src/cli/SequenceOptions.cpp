@@ -33,6 +33,11 @@ std::vector<OptionSpec> formatOptionSpecs()
         {nullptr, "--stride", "BYTES[,BYTES...]", "row stride of each plane in bytes (0 or absent: packed rows)"},
         {nullptr, "--plane-offsets", "BYTES[,BYTES...]",
          "where each plane starts, in bytes from the frame's start (0 or absent: after the plane before)"},
+        {nullptr, "--matrix", "M", "colour matrix: default bt601 bt709 bt2020 smpte240m ycgco"},
+        {nullptr, "--range", "R", "code range: full limited"},
+        {nullptr, "--chroma", "S", "chroma siting: nearest left center topleft"},
+        {nullptr, "--transfer", "T", "transfer: sdr pq hlg (PQ and HLG tone-mapped for an SDR display)"},
+        {nullptr, "--peak", "NITS", "peak of PQ/HLG material in cd/m2, 100..10000 (default 1000)"},
     };
 }
 
@@ -92,6 +97,26 @@ void applyFormatOptions(const ParsedArgs &a, VideoProps &p)
     if (a.has("--interlaced")) p.interlaced = true;
     if (a.has("--stride")) p.planeStride = byteList<uint32_t>(a, "--stride", std::numeric_limits<int32_t>::max());
     if (a.has("--plane-offsets")) p.planeOffset = byteList<uint64_t>(a, "--plane-offsets", uint64_t(1) << 40);
+    colourOverrides(a).applyTo(p.colour);
+}
+
+ColourOverrides colourOverrides(const ParsedArgs &a)
+{
+    ColourOverrides o;
+    const auto keywordOf = [&](const char *option, auto parse, const char *allowed) {
+        const auto v = parse(a.value(option));
+        if (!v)
+            throw UsageError(("unknown value '" + a.value(option) + "' for option '" + option + "' (" + allowed + ")")
+                                 .toStdString());
+        return *v;
+    };
+    if (a.has("--matrix"))
+        o.matrix = keywordOf("--matrix", matrixFromKeyword, "default bt601 bt709 bt2020 smpte240m ycgco");
+    if (a.has("--range")) o.range = keywordOf("--range", rangeFromKeyword, "full limited");
+    if (a.has("--chroma")) o.chroma = keywordOf("--chroma", chromaFromKeyword, "nearest left center topleft");
+    if (a.has("--transfer")) o.transfer = keywordOf("--transfer", transferFromKeyword, "sdr pq hlg");
+    if (a.has("--peak")) o.peakNits = a.intValue("--peak", kDefaultPeakNits, kMinPeakNits, kMaxPeakNits);
+    return o;
 }
 
 namespace {
@@ -122,7 +147,9 @@ bool openSequence(const ParsedArgs &args, const QString &file, const QString &di
     }
     out.props = r.props;
     out.source = r.source;
+    out.colourSource = r.colourSource;
     applyFormatOptions(args, out.props);
+    if (colourOverrides(args).any()) out.colourSource = QStringLiteral("option");
     out.props.fileName = file;
     out.props.diffFileName = diff;
     out.mask = validateProps(out.props);

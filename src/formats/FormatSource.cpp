@@ -17,6 +17,16 @@ bool startsWithY4mSignature(const QString &path)
     QFile f(path);
     return f.open(QIODevice::ReadOnly) && hasY4mSignature(f.read(qint64(sizeof(kY4mSignature) - 1)));
 }
+
+// The colour words of the name, where nothing stronger gave a description.
+void colourFromName(const QString &path, ResolvedFormat &r)
+{
+    bool named = false;
+    const ColourDescription c = colourFromFileName(path, r.props.colour, &named);
+    if (!named) return;
+    r.props.colour = c;
+    r.colourSource = QStringLiteral("name");
+}
 } // namespace
 
 ResolvedFormat resolveFormat(const QString &path, bool useRemembered)
@@ -37,6 +47,10 @@ ResolvedFormat resolveFormat(const QString &path, bool useRemembered)
             r.props = *remembered;
             r.props.fileName = path;
             r.source = QStringLiteral("remembered");
+            if (!r.props.colour.isDefault())
+                r.colourSource = QStringLiteral("remembered");
+            else
+                colourFromName(path, r);
             return r;
         }
     }
@@ -44,6 +58,11 @@ ResolvedFormat resolveFormat(const QString &path, bool useRemembered)
     r.props = detector.detect(path);
     r.source = detector.sourceName();
     r.error = detector.error();
+    // A side file's colour keys come with the record; otherwise the name's words may give one.
+    if (r.props.colour != ColourDescription{})
+        r.colourSource = QStringLiteral("hdr");
+    else
+        colourFromName(path, r);
     return r;
 }
 

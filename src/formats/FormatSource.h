@@ -12,6 +12,8 @@ struct ResolvedFormat {
     // Why a file with a y4m header cannot be read as one (see FormatDetector::error); empty otherwise.
     // Whoever opens the sequence refuses it with these words rather than read it as raw samples.
     QString error;
+    // Where the colour description came from: "default", "remembered", "hdr" or "name".
+    QString colourSource = QStringLiteral("default");
 };
 
 // The record of `path` before any command-line values are applied. "-" (standard input) has nothing to

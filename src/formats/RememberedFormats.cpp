@@ -90,7 +90,16 @@ VPHash readRememberedFormats()
     // Only our own type is accepted: a value of another type (an older program version, a hand edit)
     // must not be converted into a hash of garbage records.
     if (v.metaType() != QMetaType::fromType<VPHash>()) return {};
-    return v.value<VPHash>();
+    VPHash formats = v.value<VPHash>();
+    // The colour descriptions live under a key of their own: a store without it (written before colour
+    // descriptions existed) reads as all default, and an entry it cannot read is skipped.
+    const QVariantMap colours = s.value(QLatin1String(settings::kFileColours)).toMap();
+    for (auto it = colours.cbegin(); it != colours.cend(); ++it) {
+        const auto record = formats.find(it.key());
+        if (record != formats.end() && it.value().canConvert<QString>())
+            record->colour = fromStoredText(it.value().toString());
+    }
+    return formats;
 }
 
 bool writeRememberedFormats(const VPHash &formats)
@@ -98,6 +107,14 @@ bool writeRememberedFormats(const VPHash &formats)
     registerFormatTypes();
     QSettings s;
     s.setValue(QLatin1String(settings::kFileFormats), QVariant::fromValue(formats));
+    QVariantMap colours;
+    for (auto it = formats.cbegin(); it != formats.cend(); ++it)
+        if (!it->colour.isDefault() || it->colour.peakNits != kDefaultPeakNits)
+            colours.insert(it.key(), toStoredText(it->colour));
+    if (colours.isEmpty())
+        s.remove(QLatin1String(settings::kFileColours));
+    else
+        s.setValue(QLatin1String(settings::kFileColours), colours);
     s.sync();
     return s.status() == QSettings::NoError;
 }

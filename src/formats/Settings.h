@@ -70,6 +70,9 @@ inline const Key<bool> DiffInNewWindow{"Settings/DiffInNewWindow", false};
 inline const Key<bool> DiffInNewWindowLink{"Settings/DiffInNewWindowLink", false};
 // Remembered per-file formats (a VPHash) and the update check's date; read and written by their owners.
 inline constexpr const char *kFileFormats = "FileFormats";
+// The colour descriptions of remembered files (path -> stored text), beside the records so that the
+// records keep the stored form every earlier version reads; only non-default descriptions are kept.
+inline constexpr const char *kFileColours = "FileColours";
 inline constexpr const char *kLastUpdate = "last_update";
 
 // Names the application for the settings store and, when KAVRI_CONFIG_DIR is set, moves the store there.

@@ -111,12 +111,33 @@ void applyInt32(const QString &value, int32_t &field)
     if (const auto v = leadingInteger(value, std::numeric_limits<int32_t>::max())) field = int32_t(*v);
 }
 
+// The colour keys: whole keys only, values as the command-line keywords; a value that is not one is
+// ignored like any number that does not fit.
+bool applyColourLine(const QString &key, const QString &value, ColourDescription &c)
+{
+    if (key == QLatin1String("colour_matrix")) {
+        if (const auto m = matrixFromKeyword(value)) c.matrix = *m;
+    } else if (key == QLatin1String("colour_range")) {
+        if (const auto r = rangeFromKeyword(value)) c.range = *r;
+    } else if (key == QLatin1String("chroma_siting")) {
+        if (const auto s = chromaFromKeyword(value)) c.chroma = *s;
+    } else if (key == QLatin1String("transfer")) {
+        if (const auto t = transferFromKeyword(value)) c.transfer = *t;
+    } else if (key == QLatin1String("peak_nits")) {
+        if (const auto v = leadingInteger(value, kMaxPeakNits); v && *v >= kMinPeakNits) c.peakNits = int32_t(*v);
+    } else {
+        return false;
+    }
+    return true;
+}
+
 void applyLine(const QString &line, VideoProps &p)
 {
     const qsizetype eq = line.indexOf(u'=');
     if (eq < 0) return;
     const QString key = line.left(eq);
     const QString value = line.mid(eq + 1);
+    if (applyColourLine(key.trimmed(), value.trimmed(), p.colour)) return;
 
     const KeyWord *match = nullptr;
     for (const KeyWord &k : kKeys) {

@@ -32,5 +32,6 @@ VideoProps &VideoProps::operator=(const VideoProps &o)
     scaleY = o.scaleY;
     planeStride = o.planeStride;
     planeOffset = o.planeOffset;
+    colour = o.colour;
     return *this;
 }

@@ -1,6 +1,7 @@
 // The format record of one sequence and the start-up values taken from the command line.
 #pragma once
 
+#include "formats/ColourDescription.h"
 #include "formats/VideoFormat.h"
 
 #include <QString>
@@ -50,6 +51,9 @@ struct VideoProps {
     std::array<uint32_t, 4> planeStride{};
     // Where each plane starts, in bytes from the start of the frame; 0 = right after the plane before.
     std::array<uint64_t, 4> planeOffset{};
+    // How the samples are read as colour; the default is the player's fixed conversion. Stored beside
+    // the record, not in it (see RememberedFormats.h).
+    kavri::ColourDescription colour;
 
     VideoProps() = default;
     VideoProps(const VideoProps &other) = default;
@@ -67,4 +71,5 @@ struct KavriStartupConfig {
     int32_t height = 0; // 0 = not given
     double rate = -1.0; // -1 = not given
     videoFormat_t format = FMT_UNKNOWN;
+    kavri::ColourOverrides colour; // --matrix, --range, --chroma, --transfer, --peak
 };

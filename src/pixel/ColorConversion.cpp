@@ -2,11 +2,13 @@
 
 #include "formats/FrameSize.h"
 #include "formats/Validation.h"
+#include "pixel/ColourMath.h"
 #include "pixel/NativeReadout.h"
 #include "pixel/PlaneGeometry.h"
 #include "pixel/RowKernels.h"
 #include "pixel/WorkerPool.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -176,6 +178,12 @@ void X2RGBColorConv::convertNativeFrame(const uint8_t *src, uint8_t *dst)
     if (bits < 1 || bits > 16 || (container != 8 && container != 16)) return;
     const int64_t alloc = allocationSize(layout, container, W, H);
     if (alloc == 0) return;
+    // Any reading but the default takes its own path; the default below stays exactly as it was. Showing
+    // one component as grey shows stored samples, whatever the reading.
+    if (!m_props.colour.isDefault() && m_channelSelection == 0) {
+        convertDescribed(src, dst, alloc);
+        return;
+    }
 
     const int32_t down = bits >= 8 ? bits - 8 : 0;
     const int32_t up = bits >= 8 ? 0 : 8 - bits;
@@ -411,6 +419,479 @@ bool X2RGBColorConv::readNative(const uint8_t *frame, int32_t x, int32_t row, in
     c3 = s.c[2];
     if (alpha && s.hasAlpha) *alpha = s.alpha;
     return true;
+}
+
+// ---- The described reading --------------------------------------------------------------------------
+
+namespace {
+
+// Everything the gathered rows need: the samples of one output row are brought into three 16-bit rows
+// of unsigned codes at full width (chroma reconstructed with the siting, with `fracBits` extra bits),
+// then converted by the planar 4:4:4 kernel (SDR) or the high-dynamic-range loop.
+struct Gathered {
+    videoFormat_t layout = YUV_p420;
+    LayoutKind kind = LayoutKind::PlanarYuv;
+    const KernelSet *k = nullptr;
+    int32_t width = 0, height = 0;
+    bool flip = false;
+    int32_t sampleBytes = 1;
+    bool isSigned = false;
+    int32_t half = 0;
+    int32_t fracBits = 0;
+    int32_t samplesPerPixel = 0; // interleaved RGB
+    int64_t rowSamples = 0;      // packed rows (samples), v210 rows (words)
+    ChromaPlanes chroma;         // planar YUV and nv12
+    int32_t cols = 0, rows = 0;  // chroma samples a row, chroma rows
+    int32_t shiftX = 0, shiftY = 0;
+    bool reconstruct = false; // chroma is subsampled: rebuild it at full width
+    ChromaSiting siting = ChromaSiting::Nearest;
+    std::vector<int32_t> h0, h1, hw; // per column: chroma columns and the weight of h1 in 1/16
+    // SDR
+    PlanarRowFn planar = nullptr;
+    RowParams p{};
+    ToneRowFn toneAfter = nullptr;
+    // High dynamic range
+    bool hdr = false;
+    float a[3][3] = {}, b[3] = {};
+    const float *toLinear = nullptr;
+    const uint8_t *toCode = nullptr;
+    const uint8_t *toneBytes = nullptr; // applied after the HDR loop unless null
+};
+
+template <typename T>
+void loadCodes(const uint8_t *base, int64_t first, int64_t step, int32_t n, int32_t half, uint16_t *out)
+{
+    for (int32_t i = 0; i < n; ++i) {
+        T v;
+        std::memcpy(&v, base + size_t(first + int64_t(i) * step) * sizeof(T), sizeof(T));
+        const int32_t c = int32_t(v) + half;
+        out[i] = uint16_t(c < 0 ? 0 : (c > 65535 ? 65535 : c));
+    }
+}
+
+// n codes from the samples first, first + step, ... of `base` (counted in samples).
+inline void codes(const Gathered &g, const uint8_t *base, int64_t first, int64_t step, int32_t n, uint16_t *out)
+{
+    if (g.sampleBytes == 1) {
+        if (g.isSigned)
+            loadCodes<int8_t>(base, first, step, n, g.half, out);
+        else
+            loadCodes<uint8_t>(base, first, step, n, 0, out);
+    } else {
+        if (g.isSigned)
+            loadCodes<int16_t>(base, first, step, n, g.half, out);
+        else
+            loadCodes<uint16_t>(base, first, step, n, 0, out);
+    }
+}
+
+struct GatherScratch {
+    std::vector<uint16_t> c[3], u[2], v[2], unpack;
+    std::vector<int32_t> tu, tv;
+};
+
+void unpackV210(const Gathered &g, const uint8_t *src, int32_t row, GatherScratch &s)
+{
+    const int32_t groups = (g.width + 5) / 6;
+    s.unpack.resize(size_t(groups) * 12);
+    uint16_t *y = s.unpack.data();
+    g.k->v210Unpack(reinterpret_cast<const uint32_t *>(src) + size_t(row) * size_t(g.rowSamples), y,
+                    y + size_t(groups) * 6, y + size_t(groups) * 9, groups);
+}
+
+// Chroma row j (clamped to the stored rows) as codes into u and v, g.cols of each.
+void chromaRow(const Gathered &g, const uint8_t *src, int32_t j, uint16_t *u, uint16_t *v, GatherScratch &s)
+{
+    j = j < 0 ? 0 : (j >= g.rows ? g.rows - 1 : j);
+    switch (g.kind) {
+    case LayoutKind::PlanarYuv: {
+        const ChromaPlanes &c = g.chroma;
+        if (c.uFit > 0)
+            codes(g, src, c.uStart + int64_t(j < c.uFit ? j : c.uFit - 1) * c.cols, 1, g.cols, u);
+        else
+            std::fill(u, u + g.cols, uint16_t(g.half));
+        if (c.vFit > 0)
+            codes(g, src, c.vStart + int64_t(j < c.vFit ? j : c.vFit - 1) * c.cols, 1, g.cols, v);
+        else
+            std::fill(v, v + g.cols, uint16_t(g.half));
+        break;
+    }
+    case LayoutKind::Packed422: {
+        const int64_t base = int64_t(j) * g.rowSamples, uFirst = g.layout == YUV_uyvy ? 0 : 1;
+        codes(g, src, base + uFirst, 4, g.cols, u);
+        codes(g, src, base + uFirst + 2, 4, g.cols, v);
+        break;
+    }
+    case LayoutKind::SemiPlanar: {
+        const int64_t base = g.chroma.uStart + int64_t(j) * g.chroma.cols;
+        codes(g, src, base, 2, g.cols, u);
+        codes(g, src, base + 1, 2, g.cols, v);
+        break;
+    }
+    case LayoutKind::V210: {
+        unpackV210(g, src, j, s);
+        const int32_t groups = (g.width + 5) / 6;
+        std::copy_n(s.unpack.data() + size_t(groups) * 6, g.cols, u);
+        std::copy_n(s.unpack.data() + size_t(groups) * 9, g.cols, v);
+        break;
+    }
+    default: break;
+    }
+}
+
+// Compiled twice, for AVX2 and for any x86-64, the better chosen when the program loads: the gather loops
+// are plain integer code, so both give the same picture. No FMA is enabled, so the HDR arithmetic rounds
+// the same way in both.
+#if defined(__GNUC__) && defined(__x86_64__) && !defined(__clang__)
+__attribute__((target_clones("avx2", "default")))
+#endif
+void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0, int32_t r1)
+{
+    static thread_local GatherScratch s;
+    const int32_t W = g.width, H = g.height;
+    for (auto &c : s.c) c.resize(size_t(W));
+    uint16_t *c0 = s.c[0].data(), *c1 = s.c[1].data(), *c2 = s.c[2].data();
+    const bool subsampled = g.reconstruct;
+    if (subsampled) {
+        for (int i = 0; i < 2; ++i) s.u[i].resize(size_t(g.cols)), s.v[i].resize(size_t(g.cols));
+        s.tu.resize(size_t(g.cols));
+        s.tv.resize(size_t(g.cols));
+    }
+    for (int32_t r = r0; r < r1; ++r) {
+        const int32_t row = g.flip ? H - 1 - r : r;
+        uint32_t *d = pixelRow(dst, W, r);
+        const int64_t pixels = int64_t(W) * H;
+        switch (g.kind) {
+        case LayoutKind::PlanarRgb:
+            for (int l = 0; l < 3; ++l) codes(g, src, l * pixels + int64_t(row) * W, 1, W, s.c[l].data());
+            break;
+        case LayoutKind::InterleavedRgb:
+            for (int l = 0; l < 3; ++l)
+                codes(g, src, int64_t(row) * g.rowSamples + l, g.samplesPerPixel, W, s.c[l].data());
+            break;
+        case LayoutKind::Luma:
+            codes(g, src, int64_t(row) * W, 1, W, c0);
+            std::copy_n(c0, W, c1);
+            std::copy_n(c0, W, c2);
+            break;
+        case LayoutKind::PlanarYuv:
+            codes(g, src, int64_t(row) * W, 1, W, c0);
+            if (!subsampled) chromaRow(g, src, row, c1, c2, s); // 4:4:4: one chroma sample a pixel
+            break;
+        case LayoutKind::SemiPlanar: codes(g, src, int64_t(row) * W, 1, W, c0); break;
+        case LayoutKind::Packed422:
+            codes(g, src, int64_t(row) * g.rowSamples + (g.layout == YUV_uyvy ? 1 : 0), 2, 2 * (W / 2), c0);
+            if (W & 1) c0[W - 1] = 0;
+            break;
+        case LayoutKind::V210: {
+            unpackV210(g, src, row, s);
+            std::copy_n(s.unpack.data(), W, c0);
+            break;
+        }
+        }
+        if (subsampled) {
+            // Vertical first: the two chroma rows around the row's position, weighted in 1/16.
+            int32_t j0, wv;
+            if (g.siting == ChromaSiting::Nearest) {
+                j0 = row >> g.shiftY;
+                wv = 0;
+            } else {
+                const double pos = chromaPosition(g.siting, true, row, g.shiftY);
+                j0 = int32_t(std::floor(pos));
+                wv = int32_t(std::lround((pos - j0) * 16.0));
+            }
+            chromaRow(g, src, j0, s.u[0].data(), s.v[0].data(), s);
+            if (wv > 0) chromaRow(g, src, j0 + 1, s.u[1].data(), s.v[1].data(), s);
+            const uint16_t *ua = s.u[0].data(), *va = s.v[0].data(), *ub = s.u[1].data(), *vb = s.v[1].data();
+            int32_t *tu = s.tu.data(), *tv = s.tv.data();
+            if (wv == 0) {
+                for (int32_t k = 0; k < g.cols; ++k) tu[k] = 16 * ua[k], tv[k] = 16 * va[k];
+            } else {
+                for (int32_t k = 0; k < g.cols; ++k) {
+                    tu[k] = (16 - wv) * ua[k] + wv * ub[k];
+                    tv[k] = (16 - wv) * va[k] + wv * vb[k];
+                }
+            }
+            // Then across: weights in 1/256 in all, kept with fracBits extra bits, rounded to nearest.
+            const int32_t down = 8 - g.fracBits, round = 1 << (down - 1);
+            const int32_t *h0 = g.h0.data(), *h1 = g.h1.data(), *hw = g.hw.data();
+            const auto byTable = [&](const int32_t *t, uint16_t *out, int32_t x0, int32_t x1) {
+                for (int32_t x = x0; x < x1; ++x)
+                    out[x] = uint16_t(((16 - hw[x]) * t[h0[x]] + hw[x] * t[h1[x]] + round) >> down);
+            };
+            // Two-to-one sited chroma has fixed weights for every pixel pair away from the edges (those the
+            // table gives for them): a loop the compiler vectorises.
+            const int32_t kEnd = std::min(g.cols - 1, W / 2);
+            if (g.shiftX == 1 && g.siting != ChromaSiting::Nearest && kEnd > 1) {
+                const bool centre = g.siting == ChromaSiting::Center;
+                const int32_t e0 = centre ? 4 : 0, e1 = centre ? 12 : 16, o1 = centre ? 12 : 8, o2 = centre ? 4 : 8;
+                for (const auto &[t, out] : {std::pair{tu, c1}, std::pair{tv, c2}}) {
+                    byTable(t, out, 0, 2);
+                    for (int32_t k = 1; k < kEnd; ++k) {
+                        out[2 * k] = uint16_t((e0 * t[k - 1] + e1 * t[k] + round) >> down);
+                        out[2 * k + 1] = uint16_t((o1 * t[k] + o2 * t[k + 1] + round) >> down);
+                    }
+                    byTable(t, out, 2 * kEnd, W);
+                }
+            } else {
+                byTable(tu, c1, 0, W);
+                byTable(tv, c2, 0, W);
+            }
+        }
+        if (!g.hdr) {
+            g.planar(g.p, c0, c1, c2, d, W);
+            if (g.toneAfter) g.toneAfter(d, W, g.p.toneBytes);
+        } else {
+            const float *lin = g.toLinear;
+            const uint8_t *code = g.toCode;
+            float prim[9];
+            for (int i = 0; i < 9; ++i) prim[i] = float(kBt2020To709[i]);
+            for (int32_t x = 0; x < W; ++x) {
+                float rel[3];
+                for (int i = 0; i < 3; ++i) {
+                    const float e = g.a[i][0] * c0[x] + g.a[i][1] * c1[x] + g.a[i][2] * c2[x] + g.b[i];
+                    const float q = e * 65535.0f + 0.5f;
+                    rel[i] = lin[q <= 0.0f ? 0 : (q >= 65535.0f ? 65535 : int32_t(q))];
+                }
+                uint32_t px = d[x] & 0xff000000u;
+                for (int i = 0; i < 3; ++i) {
+                    const float *m = prim + 3 * i;
+                    const float l = m[0] * rel[0] + m[1] * rel[1] + m[2] * rel[2];
+                    const float q = std::sqrt(l <= 0.0f ? 0.0f : (l >= 1.0f ? 1.0f : l)) * 65535.0f + 0.5f;
+                    uint32_t v = code[int32_t(q)];
+                    if (g.toneBytes) v = g.toneBytes[v];
+                    px |= v << (16 - 8 * i);
+                }
+                d[x] = px;
+            }
+        }
+        if (g.kind == LayoutKind::Packed422 && (W & 1)) clearPixel(reinterpret_cast<uint8_t *>(d + W - 1));
+    }
+}
+
+} // namespace
+
+void X2RGBColorConv::runBands(int32_t H, int64_t pixels, const std::function<void(int32_t, int32_t)> &rows) const
+{
+    constexpr int64_t kPoolPixels = 1 << 17;
+    const int32_t helpers = m_threads == 1 || pixels < kPoolPixels ? 0 : (m_threads == 0 ? 7 : m_threads - 1);
+    WorkerPool &pool = WorkerPool::shared();
+    const int32_t workers = 1 + (helpers < pool.threadCount() ? helpers : pool.threadCount());
+    const int32_t bands = workers == 1 ? 1 : (4 * workers < H ? 4 * workers : H);
+    pool.run(bands, helpers,
+             [&](int32_t b) { rows(int32_t(int64_t(H) * b / bands), int32_t(int64_t(H) * (b + 1) / bands)); });
+}
+
+void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t alloc)
+{
+    const ColourDescription &cd = m_props.colour;
+    const videoFormat_t layout = m_props.format;
+    const int32_t W = m_props.width, H = m_props.height;
+    const LayoutInfo &info = layoutInfo(layout);
+    const DescribedDepth dd = describedDepth(m_props);
+    const int32_t bits = dd.bits;
+    const ColourInput input = info.kind == LayoutKind::Luma ? ColourInput::Luma
+                              : isRgbLayout(layout)         ? ColourInput::Rgb
+                                                            : ColourInput::Yuv;
+    const bool hdr = cd.transfer != ColourTransfer::SDR;
+    const bool subsampled = input == ColourInput::Yuv && (info.chromaShiftX || info.chromaShiftY);
+    const bool gather = hdr || (subsampled && cd.chroma != ChromaSiting::Nearest);
+    const KernelSet *k = m_kernels ? m_kernels : &bestKernels();
+    const ToneRowFn toneAfter = m_toneIdentity ? nullptr : k->toneRow;
+    const int tone = m_toneIdentity || toneAfter ? 0 : 1;
+    const bool v210 = layout == YUV_v210;
+    const int kind = v210 ? kU16 : (dd.sampleBytes == 1 ? (m_signed ? kS8 : kU8) : (m_signed ? kS16 : kU16));
+    const int32_t half = m_signed && !v210 ? (1 << bits) >> 1 : 0;
+    const int64_t pixels = int64_t(W) * H;
+
+    // The storage component that feeds each logical component (as the default conversion assigns them).
+    int source[3] = {0, 1, 2};
+    if (input == ColourInput::Rgb)
+        for (int l = 0; l < 3; ++l) source[l] = info.rgbSource[size_t(l)];
+    if (m_props.swapUV && info.kind != LayoutKind::InterleavedRgb && info.kind != LayoutKind::Luma)
+        for (int &s : source) s = s == 1 ? 2 : (s == 2 ? 1 : s);
+
+    const ColourAffine A = colourAffine(cd, input, bits, hdr ? 1.0 : 255.0);
+    // Kernel constants: sum = m . samples + add, shifted down by `shift`, rounding to nearest. `scale[c]`
+    // divides the coefficient of storage component c (gathered chroma carries extra bits); `offset` is
+    // the code of a stored 0 (the half range of signed samples).
+    const auto fill = [&](RowParams &p, int32_t shift, const double scale[3], int32_t offset) {
+        const double one = std::ldexp(1.0, shift);
+        for (int i = 0; i < 3; ++i) {
+            double add = A.b[i];
+            for (int j = 0; j < 3; ++j) p.m[i][j] = 0;
+            for (int l = 0; l < 3; ++l) {
+                add += A.a[i][l] * offset;
+                p.m[i][source[l]] += uint32_t(int32_t(std::lround(A.a[i][l] * one / scale[source[l]])));
+            }
+            p.add[i] = uint32_t(int32_t(std::lround(add * one))) + (uint32_t(1) << (shift - 1));
+        }
+        p.up = 0;
+        p.shift = shift;
+        p.tone = m_toneTable.data();
+        p.toneBytes = m_toneBytes.data();
+    };
+    // The worst output error the rounded coefficients can add over the whole code range.
+    const auto coefficientError = [&](const RowParams &p, int32_t shift, const double scale[3]) {
+        const double one = std::ldexp(1.0, shift), top = std::ldexp(1.0, bits) - 1.0;
+        double worst = 0.0;
+        for (int i = 0; i < 3; ++i) {
+            double e = 0.5 / one;
+            for (int c = 0; c < 3; ++c) {
+                double exact = 0.0;
+                for (int l = 0; l < 3; ++l)
+                    if (source[l] == c) exact += A.a[i][l] * one / scale[c];
+                e += std::abs(double(int32_t(p.m[i][c])) - exact) * top / one;
+            }
+            worst = std::max(worst, e);
+        }
+        return worst;
+    };
+
+    if (!gather) {
+        Prepared job;
+        job.k = k;
+        job.width = W;
+        job.height = H;
+        job.flip = m_props.flipped;
+        job.toneAfter = toneAfter;
+        job.sampleBytes = dd.sampleBytes;
+        const double unity[3] = {1.0, 1.0, 1.0};
+        // 8-bit samples keep the kernels' own scale (and their fastest loops) when its rounding is well
+        // inside half a level; otherwise 18 fraction bits, which every depth up to 16 fits in 32 bits.
+        fill(job.p, 18, unity, half);
+        if (dd.sampleBytes == 1) {
+            RowParams p8 = job.p;
+            fill(p8, 8, unity, half);
+            if (coefficientError(p8, 8, unity) < 0.45) job.p = p8;
+        }
+        switch (info.kind) {
+        case LayoutKind::PlanarYuv:
+        case LayoutKind::PlanarRgb:
+            job.path = Prepared::Path::Planar;
+            if (info.kind == LayoutKind::PlanarYuv) {
+                job.chroma = chromaPlanes(layout, W, H, alloc / job.sampleBytes);
+            } else {
+                job.chroma.uStart = pixels;
+                job.chroma.vStart = 2 * pixels;
+                job.chroma.cols = W;
+                job.chroma.rows = job.chroma.uFit = job.chroma.vFit = H;
+            }
+            job.planar = k->planar[kind][job.chroma.shiftX][tone];
+            job.planarOne = k->planar[kind][0][tone];
+            job.interlacedChroma = layout == YUV_p420 && m_props.interlaced;
+            break;
+        case LayoutKind::Luma:
+            // Luma as a 4:4:4 picture whose three planes are the luma plane.
+            job.path = Prepared::Path::Planar;
+            job.chroma.cols = W;
+            job.chroma.rows = job.chroma.uFit = job.chroma.vFit = H;
+            job.planar = job.planarOne = k->planar[kind][0][tone];
+            break;
+        case LayoutKind::Packed422:
+            job.path = Prepared::Path::Packed;
+            job.rowSamples = int64_t(W / 2) * 4;
+            job.row = (layout == YUV_uyvy ? k->packedUFirst : k->packedYFirst)[kind][tone];
+            break;
+        case LayoutKind::SemiPlanar:
+            job.path = Prepared::Path::Nv12;
+            job.chroma = chromaPlanes(layout, W, H, alloc);
+            job.semi = k->nv12[kind][tone];
+            job.planarOne = k->planar[kind][0][tone];
+            break;
+        case LayoutKind::V210:
+            job.path = Prepared::Path::V210;
+            job.rowSamples = v210RowBytes(W) / 4;
+            job.planar = k->planar[kU16][1][tone];
+            job.planarOne = k->planar[kU16][0][tone];
+            break;
+        case LayoutKind::InterleavedRgb:
+            job.path = Prepared::Path::Rgb;
+            job.row = info.samplesPerPixel == 4 ? k->rgb4[m_signed ? 1 : 0][tone] : k->rgb3[kind][tone];
+            job.rowSamples = int64_t(W) * info.samplesPerPixel;
+            break;
+        }
+        runBands(H, pixels, [&](int32_t r0, int32_t r1) { convertRows(job, src, dst, r0, r1); });
+        return;
+    }
+
+    Gathered g;
+    g.layout = layout;
+    g.kind = info.kind;
+    g.k = k;
+    g.width = W;
+    g.height = H;
+    g.flip = m_props.flipped;
+    g.sampleBytes = dd.sampleBytes;
+    g.isSigned = m_signed && !v210;
+    g.half = half;
+    g.samplesPerPixel = info.samplesPerPixel;
+    g.siting = cd.chroma;
+    g.hdr = hdr;
+    switch (info.kind) {
+    case LayoutKind::PlanarYuv:
+        g.chroma = chromaPlanes(layout, W, H, alloc / g.sampleBytes);
+        g.cols = g.chroma.cols;
+        g.rows = g.chroma.rows;
+        break;
+    case LayoutKind::Packed422:
+        g.rowSamples = int64_t(W / 2) * 4;
+        g.cols = W / 2;
+        g.rows = H;
+        break;
+    case LayoutKind::SemiPlanar:
+        g.chroma = chromaPlanes(layout, W, H, alloc);
+        g.cols = W / 2;
+        g.rows = g.chroma.uFit;
+        break;
+    case LayoutKind::V210:
+        g.rowSamples = v210RowBytes(W) / 4;
+        g.cols = (W + 1) / 2;
+        g.rows = H;
+        break;
+    case LayoutKind::InterleavedRgb: g.rowSamples = int64_t(W) * info.samplesPerPixel; break;
+    default: break;
+    }
+    double scale[3] = {1.0, 1.0, 1.0};
+    if (subsampled && g.cols > 0 && g.rows > 0) {
+        g.reconstruct = true;
+        g.shiftX = info.chromaShiftX;
+        g.shiftY = info.chromaShiftY;
+        // Extra bits for the reconstructed chroma, as many as 16-bit codes hold (at most 4).
+        g.fracBits = std::clamp(16 - bits, 0, 4);
+        scale[1] = scale[2] = double(1 << g.fracBits);
+        g.h0.resize(size_t(W));
+        g.h1.resize(size_t(W));
+        g.hw.resize(size_t(W));
+        for (int32_t x = 0; x < W; ++x) {
+            int32_t k0 = x >> g.shiftX, w = 0;
+            if (cd.chroma != ChromaSiting::Nearest) {
+                const double pos = chromaPosition(cd.chroma, false, x, g.shiftX);
+                k0 = int32_t(std::floor(pos));
+                w = int32_t(std::lround((pos - k0) * 16.0));
+            }
+            g.h0[size_t(x)] = std::clamp(k0, 0, g.cols - 1);
+            g.h1[size_t(x)] = std::clamp(k0 + 1, 0, g.cols - 1);
+            g.hw[size_t(x)] = w;
+        }
+    }
+    if (!hdr) {
+        fill(g.p, 18, scale, 0);
+        g.planar = k->planar[kU16][0][tone];
+        g.toneAfter = toneAfter;
+    } else {
+        if (!m_transferTables || m_transferTables.use_count() > 1)
+            m_transferTables = std::make_shared<TransferTables>();
+        m_transferTables->build(cd.transfer, cd.peakNits);
+        g.toLinear = m_transferTables->toLinear.data();
+        g.toCode = m_transferTables->toCode.data();
+        g.toneBytes = m_toneIdentity ? nullptr : m_toneBytes.data();
+        for (int i = 0; i < 3; ++i) {
+            g.b[i] = float(A.b[i]);
+            for (int l = 0; l < 3; ++l) g.a[i][source[l]] += float(A.a[i][l] / scale[source[l]]);
+        }
+    }
+    runBands(H, pixels, [&](int32_t r0, int32_t r1) { gatherRows(g, src, dst, r0, r1); });
 }
 
 } // namespace ColorConversion

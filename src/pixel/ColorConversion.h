@@ -7,11 +7,14 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <vector>
 
 namespace kavri::pixel {
 struct KernelSet;
-}
+struct TransferTables;
+} // namespace kavri::pixel
 
 namespace ColorConversion {
 
@@ -74,6 +77,10 @@ public:
 private:
     struct Prepared;
     void convertRows(const Prepared &job, const uint8_t *src, uint8_t *dst, int32_t r0, int32_t r1) const;
+    // The described reading (m_props.colour not the default): the same row kernels with the constants
+    // of the description, or gathered rows for sited chroma and the high-dynamic-range transfers.
+    void convertDescribed(const uint8_t *src, uint8_t *dst, int64_t alloc);
+    void runBands(int32_t height, int64_t pixels, const std::function<void(int32_t, int32_t)> &rows) const;
 
     VideoProps m_props;
     bool m_signed = false;
@@ -84,6 +91,7 @@ private:
     bool m_toneIdentity = true;
     int32_t m_threads = 0;
     const kavri::pixel::KernelSet *m_kernels = nullptr;
+    std::shared_ptr<kavri::pixel::TransferTables> m_transferTables;
 };
 
 } // namespace ColorConversion

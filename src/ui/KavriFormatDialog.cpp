@@ -4,6 +4,7 @@
 #include "formats/FrameSize.h"
 #include "formats/SizeGuess.h"
 
+#include "ui/ColourTab.h"
 #include "ui/DialogWidgets.h"
 
 #include <QCheckBox>
@@ -188,6 +189,8 @@ KavriFormatDialog::KavriFormatDialog(VideoProps &props, QWidget *parent) : QDial
 
     m_tabs->addTab(video, QStringLiteral("Video Format"));
     m_tabs->addTab(experts, QStringLiteral("Expert Settings"));
+    m_colour = new kavri::ui::ColourTab(props.colour, m_tabs);
+    m_tabs->addTab(m_colour, QStringLiteral("Colour"));
     m_tabs->setCurrentIndex(0);
 
     auto *apply = new QPushButton(QStringLiteral("Apply"), this);
@@ -311,6 +314,7 @@ void KavriFormatDialog::copyToRecord()
     m_props.anamorphic = m_anamorph->isChecked();
     m_props.width = m_width->text().toInt();
     m_props.height = m_height->text().toInt();
+    m_props.colour = m_colour->description();
 }
 
 void KavriFormatDialog::accept()

@@ -18,6 +18,9 @@ class QLineEdit;
 class QPushButton;
 class QSpinBox;
 class QTabWidget;
+namespace kavri::ui {
+class ColourTab;
+}
 
 class KavriFormatDialog : public QDialog {
     Q_OBJECT
@@ -76,6 +79,7 @@ private:
     QLineEdit *m_strides = nullptr;      // row stride of each plane, "2048,1024,1024"; empty = packed
     QLineEdit *m_planeOffsets = nullptr; // start of each plane; empty = one after another
     QLabel *m_problem = nullptr;
+    kavri::ui::ColourTab *m_colour = nullptr;
     // Size guessing: the file's size when it is a file that is there (not standard input, not vanished).
     std::optional<uint64_t> m_fileSize;
     kavri::GuessHints m_hints;

@@ -59,6 +59,9 @@ QString viewStatus(const VideoProps &p, int32_t channel, bool hasDifference, int
             text += QStringLiteral("  ") + QLatin1String((rgb ? rgbNames : yuvNames)[channel - 1]);
         else
             text += QStringLiteral("  full colour");
+        // The colour reading in use, when it is not the player's own conversion ("BT.709 limited").
+        if (!p.colour.isDefault() && (kind == LayoutKind::Luma || channel < 1 || channel > 3))
+            text += QStringLiteral("  ") + displayName(p.colour);
     }
     if (hasDifference)
         text += diffView == 1   ? QStringLiteral("  A")

@@ -8,6 +8,7 @@
 #include "loader/KavriLoader.h"
 #include "ui/ActionTable.h"
 #include "ui/BrightnessPanel.h"
+#include "ui/ColourMenu.h"
 #include "ui/ExportFramesDlg.h"
 #include "ui/FullScreenMode.h"
 #include "ui/KavriGotoDlg.h"
@@ -273,6 +274,15 @@ void frame::createMenus()
         }
     }
     for (std::string_view name : ui::kMenuBar) menuBar()->addMenu(menus[toQ(name)]);
+    // View > Colour: the reading of the shown sequence; a change is validated (and so remembered) and shown.
+    menus[QStringLiteral("menuView")]->addMenu(
+        new ui::ColourMenu([this] { return m_loader ? m_loader->pendingProps().colour : ColourDescription{}; },
+                           [this](const ColourDescription &c) {
+                               if (!m_loader) return;
+                               m_loader->pendingProps().colour = c;
+                               oon_format_changed();
+                           },
+                           this));
     m_recent = new MRUFList(this, menus[QStringLiteral("menuFile")], this);
 }
 
@@ -386,6 +396,10 @@ bool frame::openSequence(const QString &file, const QString &diff, const KavriSt
         }
         if (config->format != FMT_UNKNOWN) {
             p.format = config->format;
+            changed = true;
+        }
+        if (config->colour.any()) {
+            config->colour.applyTo(p.colour);
             changed = true;
         }
     }

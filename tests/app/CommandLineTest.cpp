@@ -153,3 +153,24 @@ TEST(CommandLine, UsageNamesEveryKeywordAndTheKeys)
         EXPECT_TRUE(usage.contains(QLatin1String(k))) << k;
     EXPECT_TRUE(playerVersionLine().startsWith(QStringLiteral("kavri ")));
 }
+
+TEST(CommandLine, ColourOptions)
+{
+    ParsedCommandLine r = parseCommandLine({"kavri", "--matrix", "bt2020", "--range", "limited", "--chroma", "topleft",
+                                            "--transfer", "pq", "--peak", "4000", "-w", "8", "f.yuv"});
+    EXPECT_EQ(r.config.file, "f.yuv");
+    EXPECT_EQ(r.config.width, 8);
+    EXPECT_EQ(r.config.colour.matrix, ColourMatrix::BT2020);
+    EXPECT_EQ(r.config.colour.range, ColourRange::Limited);
+    EXPECT_EQ(r.config.colour.chroma, ChromaSiting::TopLeft);
+    EXPECT_EQ(r.config.colour.transfer, ColourTransfer::PQ);
+    EXPECT_EQ(r.config.colour.peakNits, 4000);
+    // Unknown values leave the option unmatched, like any argument the command line does not know.
+    r = parseCommandLine({"kavri", "--matrix", "bt2021", "--peak", "5", "f.yuv"});
+    EXPECT_FALSE(r.config.colour.any());
+    // A value is never taken from the last argument, which is the file.
+    r = parseCommandLine({"kavri", "-w", "8", "--range", "limited"});
+    EXPECT_FALSE(r.config.colour.range.has_value());
+    r = parseCommandLine({"kavri", "clip.yuv"});
+    EXPECT_FALSE(r.config.colour.any());
+}

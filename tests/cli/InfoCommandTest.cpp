@@ -52,7 +52,7 @@ TEST(CliInfo, ReportsTheValidatedRecord)
     EXPECT_EQ(j["mask"].toInt(), 23);
     EXPECT_TRUE(j["playable"].toBool());
     EXPECT_FALSE(j["source"].toString().isEmpty());
-    EXPECT_EQ(j.keys().size(), 23);
+    EXPECT_EQ(j.keys().size(), 24); // with "colour"
 }
 
 TEST(CliInfo, ExpertOptions)

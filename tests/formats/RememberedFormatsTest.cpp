@@ -446,3 +446,91 @@ TEST_F(Remembered, OtherTypesWrittenThroughTheStoreReadAsEmpty)
 }
 
 } // namespace
+
+// ---- Colour descriptions beside the records ----
+
+TEST_F(Remembered, AStoreWrittenBeforeColourDescriptionsStillLoads)
+{
+    // The store exactly as earlier versions wrote it: the record's bytes (pinned above) under the one key,
+    // and no colour key at all.
+    VideoProps old = filled();
+    old.fileName = "clip_bt709.yuv";
+    {
+        QSettings s;
+        registerFormatTypes();
+        s.setValue(kKey, QVariant::fromValue(VPHash{{old.fileName, old}}));
+        s.sync();
+    }
+    const std::optional<VideoProps> r = lookupRemembered(QStringLiteral("clip_bt709.yuv"));
+    ASSERT_TRUE(r.has_value());
+    EXPECT_EQ(r->width, 352);
+    EXPECT_EQ(r->format, YUV_p422);
+    EXPECT_TRUE(r->colour.isDefault());
+}
+
+TEST_F(Remembered, AColourDescriptionTravelsBesideTheUnchangedRecord)
+{
+    VideoProps p = filled();
+    p.fileName = "c.yuv";
+    const QByteArray plain = streamed(p);
+    p.colour.matrix = ColourMatrix::BT2020;
+    p.colour.range = ColourRange::Limited;
+    p.colour.transfer = ColourTransfer::PQ;
+    p.colour.peakNits = 4000;
+    // The record itself is written as before, so an older version still reads the whole store.
+    EXPECT_EQ(streamed(p), plain);
+    ASSERT_TRUE(tryStoreRemembered(p));
+    const std::optional<VideoProps> r = lookupRemembered(QStringLiteral("c.yuv"));
+    ASSERT_TRUE(r.has_value());
+    EXPECT_EQ(r->colour, p.colour);
+    EXPECT_EQ(QSettings().value(QLatin1String(settings::kFileColours)).toMap().value("c.yuv").toString(),
+              QStringLiteral("matrix=bt2020 range=limited chroma=nearest transfer=pq peak=4000"));
+    // Back to the default reading: the colour entry goes, the record stays.
+    p.colour = ColourDescription{};
+    ASSERT_TRUE(tryStoreRemembered(p));
+    EXPECT_FALSE(QSettings().contains(QLatin1String(settings::kFileColours)));
+    EXPECT_TRUE(lookupRemembered(QStringLiteral("c.yuv")).has_value());
+}
+
+TEST_F(Remembered, ColourEntriesOfALaterVersionOrAHandEditNeverSpoilTheRecords)
+{
+    // Record bytes as captured from the writer (the pinned layout), loaded through the reader.
+    Bytes e;
+    e.i32(176).i32(144).f64(25.0).u64(1).u64(38016).i32(0).i32(8).i32(8).u32(38016).flag(false).str("d.yuv");
+    e.flag(false).flag(false).flag(false).flag(false).u32(0).u64(7).flag(false).i32(4096).i32(4096).str("YUV_p420");
+    VideoProps rec;
+    {
+        QDataStream in(e.b);
+        in >> rec;
+        ASSERT_EQ(in.status(), QDataStream::Ok);
+    }
+    ASSERT_TRUE(writeRememberedFormats(VPHash{{QStringLiteral("d.yuv"), rec}}));
+    QVariantMap colours;
+    colours.insert(QStringLiteral("d.yuv"),
+                   QStringLiteral("matrix=bt601 gamut=p3 range=sideways peak=99999 chroma=left"));
+    colours.insert(QStringLiteral("not-remembered.yuv"), QStringLiteral("matrix=bt709"));
+    {
+        QSettings s;
+        s.setValue(QLatin1String(settings::kFileColours), colours);
+        s.sync();
+    }
+    const VPHash all = readRememberedFormats();
+    ASSERT_EQ(all.size(), 1);
+    const VideoProps &d = all.value(QStringLiteral("d.yuv"));
+    EXPECT_EQ(d.width, 176);
+    EXPECT_EQ(d.colour.matrix, ColourMatrix::BT601);
+    EXPECT_EQ(d.colour.range, ColourRange::Full);   // unknown value: default kept
+    EXPECT_EQ(d.colour.peakNits, kDefaultPeakNits); // out of range: default kept
+    EXPECT_EQ(d.colour.chroma, ChromaSiting::Left);
+    // A colour key of some other type is ignored as a whole.
+    {
+        QSettings s;
+        s.setValue(QLatin1String(settings::kFileColours), 42);
+        s.sync();
+    }
+    EXPECT_TRUE(readRememberedFormats().value(QStringLiteral("d.yuv")).colour.isDefault());
+    // Forgetting the file forgets its colour as well.
+    ASSERT_TRUE(writeRememberedFormats(all));
+    ASSERT_TRUE(forgetRemembered(QStringLiteral("d.yuv")));
+    EXPECT_FALSE(QSettings().contains(QLatin1String(settings::kFileColours)));
+}

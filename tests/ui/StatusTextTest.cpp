@@ -111,6 +111,22 @@ TEST(ViewStatus, DepthChannelAndDifferenceView)
     }
 }
 
+TEST(ViewStatus, NamesTheColourReadingInUse)
+{
+    VideoProps p;
+    p.format = YUV_p420;
+    p.bitDepth = 10;
+    p.colour.matrix = kavri::ColourMatrix::BT709;
+    p.colour.range = kavri::ColourRange::Limited;
+    EXPECT_EQ(viewStatus(p, 0, false, 0), QStringLiteral("10 bit  full colour  BT.709 limited"));
+    EXPECT_EQ(viewStatus(p, 1, false, 0), QStringLiteral("10 bit  Y")); // a component shows stored samples
+    p.colour.matrix = kavri::ColourMatrix::BT2020;
+    p.colour.transfer = kavri::ColourTransfer::PQ;
+    p.colour.chroma = kavri::ChromaSiting::Left;
+    EXPECT_EQ(viewStatus(p, 0, true, 0),
+              QStringLiteral("10 bit  full colour  BT.2020 limited chroma left PQ 1000 nits  difference"));
+}
+
 TEST(WindowTitle, NamesAndDifference)
 {
     EXPECT_EQ(windowTitle("/data/a.yuv", ""), "a.yuv");

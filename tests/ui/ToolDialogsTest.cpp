@@ -516,3 +516,27 @@ TEST(CopyDialogFailure, ShowsTheReasonAndLeavesNothing)
     EXPECT_EQ(child<QProgressBar>(&dlg, "progressBar")->value(), 0);
 }
 #endif
+
+TEST(FormatDialog, ColourTabFillsFromAndWritesToTheRecord)
+{
+    VideoProps p = sampleProps();
+    p.colour.matrix = kavri::ColourMatrix::BT2020;
+    p.colour.transfer = kavri::ColourTransfer::HLG;
+    p.colour.peakNits = 600;
+    KavriFormatDialog dlg(p);
+    auto *matrix = child<QComboBox>(&dlg, "cb_matrix");
+    EXPECT_EQ(matrix->currentText(), "BT.2020 (non-constant luminance)");
+    EXPECT_EQ(child<QComboBox>(&dlg, "cb_transfer")->currentIndex(), 2);
+    EXPECT_EQ(child<QSpinBox>(&dlg, "sb_peak")->value(), 600);
+    matrix->setCurrentIndex(1);
+    child<QComboBox>(&dlg, "cb_range")->setCurrentIndex(1);
+    child<QComboBox>(&dlg, "cb_chroma")->setCurrentIndex(3);
+    EXPECT_EQ(p.colour.matrix, kavri::ColourMatrix::BT2020); // nothing changes before Apply
+    child<QPushButton>(&dlg, "applyButton")->click();
+    EXPECT_EQ(p.colour.matrix, kavri::ColourMatrix::BT601);
+    EXPECT_EQ(p.colour.range, kavri::ColourRange::Limited);
+    EXPECT_EQ(p.colour.chroma, kavri::ChromaSiting::TopLeft);
+    EXPECT_EQ(p.colour.transfer, kavri::ColourTransfer::HLG);
+    EXPECT_EQ(p.colour.peakNits, 600);
+    EXPECT_EQ(p.width, 352); // the other tabs as they were
+}

@@ -1,0 +1,315 @@
+// The described colour readings: the converter's row-kernel path against the double-precision reference
+// for every matrix, range, siting, transfer, depth and layout family; hand-worked values; the PQ ramp;
+// and that the default reading is the conversion of old.
+#include "formats/FrameSize.h"
+#include "pixel/ColorConversion.h"
+#include "pixel/ColourMath.h"
+#include "pixel/PatternGenerator.h"
+#include "pixel/RowKernels.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+using namespace kavri;
+using namespace kavri::pixel;
+
+namespace {
+
+struct Frame {
+    VideoProps props;
+    std::vector<uint8_t> samples; // native order, allocation size
+};
+
+Frame patternFrame(videoFormat_t layout, int32_t w, int32_t h, int32_t bits, bool isSigned, uint64_t index)
+{
+    Frame f;
+    PatternSpec s;
+    s.layout = layout;
+    s.width = w;
+    s.height = h;
+    s.bits = layout == YUV_v210 ? 10 : bits;
+    s.containerBits = layout == YUV_v210 ? 16 : (s.bits > 8 ? 16 : 8);
+    s.isSigned = isSigned && layout != YUV_v210;
+    EXPECT_EQ(patternSpecError(s), "") << int(layout) << " " << bits;
+    f.props.format = layout;
+    f.props.width = w;
+    f.props.height = h;
+    f.props.bitDepth = s.bits;
+    f.props.containerBits = s.containerBits;
+    f.props.signedValues = s.isSigned;
+    f.samples.assign(size_t(allocationSize(layout, s.containerBits, w, h)), 0);
+    EXPECT_TRUE(writePatternFrame(s, index, f.samples.data(), f.samples.size()));
+    return f;
+}
+
+std::vector<uint32_t> convert(const VideoProps &p, const std::vector<uint8_t> &samples, const char *kernels = nullptr,
+                              int32_t threads = 1)
+{
+    ColorConversion::X2RGBColorConv c;
+    c.setDescription(p);
+    c.setUnsigned(!p.signedValues);
+    c.setThreadCount(threads);
+    if (kernels) {
+        EXPECT_TRUE(c.setKernelVariant(kernels));
+    }
+    std::vector<uint32_t> out(size_t(p.width) * p.height, 0);
+    c.convertNativeFrame(samples.data(), reinterpret_cast<uint8_t *>(out.data()));
+    for (uint32_t &px : out) px &= 0xffffffu;
+    return out;
+}
+
+std::vector<uint32_t> reference(const VideoProps &p, const std::vector<uint8_t> &samples)
+{
+    std::vector<uint32_t> out(size_t(p.width) * p.height, 0);
+    referenceDescribed(p, p.signedValues, samples.data(), int64_t(samples.size()), out.data());
+    return out;
+}
+
+// The largest difference of any channel of any pixel, and where.
+int32_t worstDifference(const std::vector<uint32_t> &a, const std::vector<uint32_t> &b, size_t *where = nullptr)
+{
+    int32_t worst = 0;
+    for (size_t i = 0; i < a.size(); ++i)
+        for (int sh = 0; sh < 24; sh += 8) {
+            const int32_t d = std::abs(int32_t((a[i] >> sh) & 0xff) - int32_t((b[i] >> sh) & 0xff));
+            if (d > worst) {
+                worst = d;
+                if (where) *where = i;
+            }
+        }
+    return worst;
+}
+
+const char *kMatrixNames[] = {"default", "bt601", "bt709", "bt2020", "smpte240m", "ycgco"};
+
+struct Family {
+    const char *name;
+    videoFormat_t layout;
+    std::vector<int32_t> depths;
+};
+
+const Family kFamilies[] = {
+    {"planar 4:2:0", YUV_p420, {8, 10, 12, 16}},
+    {"planar 4:2:2", YUV_p422, {8, 10, 12, 16}},
+    {"planar 4:4:4", YUV_p444, {8, 10, 12, 16}},
+    {"planar 4:1:1", YUV_p411, {8, 10}},
+    {"planar 4:1:0", YUV_p410, {8, 12}},
+    {"packed uyvy", YUV_uyvy, {8, 10, 12, 16}},
+    {"packed yuyv", YUV_yuyv, {8, 10, 12, 16}},
+    {"nv12", YUV_nv12, {8}},
+    {"v210", YUV_v210, {10}},
+    {"rgb", RGB_i444, {8, 10, 12, 16}},
+    {"bgra", BGRA_i444, {8}},
+    {"gbr planar", GBR_planar, {8, 10, 16}},
+    {"luma", BW, {8, 10, 12, 16}},
+};
+
+} // namespace
+
+TEST(ColourReading, EveryMatrixRangeDepthAndFamilyIsWithinOneLevelOfTheReference)
+{
+    for (const Family &fam : kFamilies)
+        for (int32_t bits : fam.depths)
+            for (int m = 0; m <= int(ColourMatrix::YCgCo); ++m)
+                for (ColourRange range : {ColourRange::Full, ColourRange::Limited}) {
+                    Frame f = patternFrame(fam.layout, 48, 20, bits, false, 3);
+                    f.props.colour.matrix = ColourMatrix(m);
+                    f.props.colour.range = range;
+                    if (f.props.colour.isDefault()) continue; // the old conversion, pinned elsewhere
+                    size_t at = 0;
+                    const int32_t worst =
+                        worstDifference(convert(f.props, f.samples), reference(f.props, f.samples), &at);
+                    EXPECT_LE(worst, 1) << fam.name << " " << bits << " bits " << kMatrixNames[m] << " "
+                                        << keyword(range).toStdString() << " at pixel " << at;
+                }
+}
+
+TEST(ColourReading, EverySitingIsWithinOneLevelOfTheReference)
+{
+    for (const Family &fam : kFamilies)
+        for (int32_t bits : fam.depths)
+            for (ChromaSiting siting : {ChromaSiting::Left, ChromaSiting::Center, ChromaSiting::TopLeft})
+                for (ColourMatrix m : {ColourMatrix::BT601, ColourMatrix::BT2020, ColourMatrix::YCgCo}) {
+                    Frame f = patternFrame(fam.layout, 40, 18, bits, false, 5);
+                    f.props.colour.matrix = m;
+                    f.props.colour.range = ColourRange::Limited;
+                    f.props.colour.chroma = siting;
+                    EXPECT_LE(worstDifference(convert(f.props, f.samples), reference(f.props, f.samples)), 1)
+                        << fam.name << " " << bits << " bits siting " << keyword(siting).toStdString();
+                }
+}
+
+TEST(ColourReading, TransfersAreWithinOneLevelOfTheReference)
+{
+    for (const Family &fam : kFamilies)
+        for (int32_t bits : fam.depths)
+            for (ColourTransfer t : {ColourTransfer::PQ, ColourTransfer::HLG})
+                for (int32_t peak : {1000, 4000})
+                    for (ChromaSiting siting : {ChromaSiting::Nearest, ChromaSiting::Left}) {
+                        Frame f = patternFrame(fam.layout, 24, 8, bits, false, 2);
+                        f.props.colour.matrix = ColourMatrix::BT2020;
+                        f.props.colour.range = ColourRange::Limited;
+                        f.props.colour.transfer = t;
+                        f.props.colour.peakNits = peak;
+                        f.props.colour.chroma = siting;
+                        EXPECT_LE(worstDifference(convert(f.props, f.samples), reference(f.props, f.samples)), 1)
+                            << fam.name << " " << bits << " bits " << keyword(t).toStdString() << " " << peak;
+                    }
+}
+
+TEST(ColourReading, SignedSwappedAndFlippedFramesFollowTheReference)
+{
+    for (videoFormat_t layout : {YUV_p420, YUV_p422, YUV_yuyv, RGB_planar, BGR_i444})
+        for (int32_t bits : {8, 10})
+            for (ChromaSiting siting : {ChromaSiting::Nearest, ChromaSiting::Center}) {
+                Frame f = patternFrame(layout, 32, 16, bits, true, 1);
+                f.props.swapUV = true;
+                f.props.flipped = true;
+                f.props.colour.matrix = ColourMatrix::BT601;
+                f.props.colour.range = ColourRange::Limited;
+                f.props.colour.chroma = siting;
+                EXPECT_LE(worstDifference(convert(f.props, f.samples), reference(f.props, f.samples)), 1)
+                    << int(layout) << " " << bits;
+            }
+}
+
+TEST(ColourReading, EveryKernelSetAndThreadCountGivesTheSamePicture)
+{
+    for (videoFormat_t layout : {YUV_p420, YUV_nv12, YUV_uyvy, YUV_p444})
+        for (ChromaSiting siting : {ChromaSiting::Nearest, ChromaSiting::TopLeft}) {
+            Frame f = patternFrame(layout, 640, 360, 8, false, 4);
+            f.props.colour.matrix = ColourMatrix::BT709;
+            f.props.colour.range = ColourRange::Limited;
+            f.props.colour.chroma = siting;
+            const std::vector<uint32_t> one = convert(f.props, f.samples, "portable", 1);
+            for (const char *set : {"portable", "avx2", "avx512"}) {
+                if (!kernelsByName(set)) continue;
+                EXPECT_EQ(convert(f.props, f.samples, set, 0), one) << set << " " << int(layout);
+            }
+        }
+}
+
+TEST(ColourReading, HandWorkedValues)
+{
+    // 8-bit 4:4:4 pixels, limited range. BT.601 red (Y 81, Cb 90, Cr 240): R' = (81-16)/219 + 1.402 (240-128)/224
+    // = 0.2968 + 0.7010 = 0.9978 -> 254; G' = 0.2968 + 0.3441 * 0.1696 - 0.7141 * 0.5 = -0.0019 -> 0;
+    // B' = 0.2968 - 1.772 * 0.1696 = -0.0038 -> 0. Black (16, 128, 128) and white (235, 128, 128) are 0 and 255.
+    // BT.709 (Y 63, Cb 102, Cr 240): R' = 0.2146 + 1.5748 * 0.5 = 1.0020 -> 255; G' = 0.2146 + 0.1873 * 0.1161
+    // - 0.4681 * 0.5 = 0.0024 -> 1; B' = 0.2146 - 1.8556 * 0.1161 = -0.0008 -> 0.
+    // YCgCo full (Y 128, Cg 64, Co 192): Cg = -0.2510, Co = 0.2510; R = Y - Cg + Co = 1.0039 -> 255,
+    // G = Y + Cg = 0.2510 -> 64, B = Y - Cg - Co = 0.5020 -> 128.
+    struct Case {
+        ColourMatrix m;
+        ColourRange r;
+        uint8_t y, u, v;
+        uint32_t rgb;
+    };
+    const Case cases[] = {
+        {ColourMatrix::BT601, ColourRange::Limited, 81, 90, 240, 0xfe0000},
+        {ColourMatrix::BT601, ColourRange::Limited, 16, 128, 128, 0x000000},
+        {ColourMatrix::BT601, ColourRange::Limited, 235, 128, 128, 0xffffff},
+        {ColourMatrix::BT709, ColourRange::Limited, 63, 102, 240, 0xff0100},
+        {ColourMatrix::YCgCo, ColourRange::Full, 128, 64, 192, 0xff4080},
+    };
+    for (const Case &c : cases) {
+        VideoProps p;
+        p.format = YUV_p444;
+        p.width = 2;
+        p.height = 1;
+        p.bitDepth = 8;
+        p.containerBits = 8;
+        p.colour.matrix = c.m;
+        p.colour.range = c.r;
+        const std::vector<uint8_t> s = {c.y, c.y, c.u, c.u, c.v, c.v};
+        EXPECT_EQ(convert(p, s)[0], c.rgb) << int(c.y) << " " << int(c.u) << " " << int(c.v);
+        EXPECT_EQ(reference(p, s)[0], c.rgb) << int(c.y) << " " << int(c.u) << " " << int(c.v);
+    }
+    // RGB in limited range: 16 -> 0, 235 -> 255, 126 -> round(110 * 255 / 219) = 128 (10 bits: 4x the codes).
+    VideoProps p;
+    p.format = RGB_i444;
+    p.width = 1;
+    p.height = 1;
+    p.bitDepth = 10;
+    p.containerBits = 16;
+    p.colour.range = ColourRange::Limited;
+    const uint16_t rgb10[3] = {64, 940, 504};
+    std::vector<uint8_t> s(6);
+    std::memcpy(s.data(), rgb10, 6);
+    EXPECT_EQ(convert(p, s)[0], 0x00ff80u);
+}
+
+TEST(ColourReading, PqRampRisesToThePeakAndClipsOnlyAboveIt)
+{
+    // A 10-bit BT.2020 limited grey ramp over 0..10000 cd/m2 in PQ.
+    constexpr int32_t kSteps = 401;
+    for (int32_t peak : {1000, 4000}) {
+        VideoProps p;
+        p.format = YUV_p444;
+        p.width = kSteps;
+        p.height = 1;
+        p.bitDepth = 10;
+        p.containerBits = 16;
+        p.colour.matrix = ColourMatrix::BT2020;
+        p.colour.range = ColourRange::Limited;
+        p.colour.transfer = ColourTransfer::PQ;
+        p.colour.peakNits = peak;
+        std::vector<uint16_t> planes(size_t(kSteps) * 3, 512);
+        std::vector<double> nits(kSteps);
+        for (int32_t i = 0; i < kSteps; ++i) {
+            nits[size_t(i)] = 10000.0 * i / (kSteps - 1);
+            planes[size_t(i)] = uint16_t(std::lround(64 + 876 * nitsToPq(nits[size_t(i)])));
+        }
+        std::vector<uint8_t> s(planes.size() * 2);
+        std::memcpy(s.data(), planes.data(), s.size());
+        const std::vector<uint32_t> out = convert(p, s);
+        EXPECT_EQ(out[0], 0u);
+        int32_t previous = 0;
+        for (int32_t i = 0; i < kSteps; ++i) {
+            const uint32_t px = out[size_t(i)];
+            const int32_t g = int32_t(px & 0xff);
+            EXPECT_EQ(px, uint32_t(g) * 0x010101u) << "grey stays grey at " << nits[size_t(i)];
+            EXPECT_GE(g, previous) << nits[size_t(i)];
+            previous = g;
+            // The code of the peak itself may round to either side of it.
+            if (nits[size_t(i)] >= peak * 1.01) {
+                EXPECT_EQ(g, 255) << nits[size_t(i)];
+            }
+            // The knee flattens towards the peak (its slope there is 0), so the last levels come early.
+            if (nits[size_t(i)] <= peak * 0.45) {
+                EXPECT_LT(g, 255) << nits[size_t(i)];
+            }
+        }
+        EXPECT_GT(out[1] & 0xff, 0u); // 25 cd/m2 is not black
+    }
+}
+
+TEST(ColourReading, TransferFormulasMatchHandWorkedPoints)
+{
+    // PQ: 100 cd/m2 is E' = 0.5081, 1000 is 0.7518, 10000 is 1.
+    EXPECT_NEAR(nitsToPq(100.0), 0.5081, 1e-4);
+    EXPECT_NEAR(nitsToPq(1000.0), 0.7518, 1e-4);
+    EXPECT_NEAR(pqToNits(1.0), 10000.0, 1e-6);
+    EXPECT_NEAR(pqToNits(nitsToPq(203.0)), 203.0, 1e-6);
+    // HLG: E' = 0.5 is scene light 1/12; E' = 1 is 1.
+    EXPECT_NEAR(hlgToScene(0.5), 1.0 / 12.0, 1e-9);
+    EXPECT_NEAR(hlgToScene(1.0), 1.0, 1e-6);
+    // The knee keeps the dark part, ends at SDR white, and is the identity when the peak is SDR white.
+    EXPECT_NEAR(toneMapRelative(1000, 1.0), 1.0, 1e-9);
+    EXPECT_NEAR(toneMapRelative(1000, 0.01), 0.1, 1e-9); // 10 cd/m2 of 1000 stays 10 of 100
+    EXPECT_NEAR(toneMapRelative(100, 0.37), 0.37, 1e-12);
+}
+
+TEST(ColourReading, TheDefaultReadingIsTheOldConversion)
+{
+    for (videoFormat_t layout : {YUV_p420, YUV_uyvy, YUV_nv12, RGB_i444}) {
+        Frame f = patternFrame(layout, 33, 17, 8, false, 6);
+        const std::vector<uint32_t> old = convert(f.props, f.samples);
+        f.props.colour.peakNits = 4000; // the peak alone changes nothing in SDR
+        EXPECT_EQ(convert(f.props, f.samples), old);
+        f.props.colour.range = ColourRange::Limited;
+        EXPECT_NE(convert(f.props, f.samples), old) << int(layout); // any other reading takes the new path
+    }
+}
