@@ -60,7 +60,7 @@ ResolvedFormat resolveFormat(const QString &path, bool useRemembered)
     r.error = detector.error();
     // A side file's colour keys come with the record; otherwise the name's words may give one.
     if (r.props.colour != ColourDescription{})
-        r.colourSource = QStringLiteral("hdr");
+        r.colourSource = r.source == QLatin1String("y4m") ? QStringLiteral("y4m") : QStringLiteral("hdr");
     else
         colourFromName(path, r);
     return r;

@@ -12,7 +12,7 @@ struct ResolvedFormat {
     // Why a file with a y4m header cannot be read as one (see FormatDetector::error); empty otherwise.
     // Whoever opens the sequence refuses it with these words rather than read it as raw samples.
     QString error;
-    // Where the colour description came from: "default", "remembered", "hdr" or "name".
+    // Where the colour description came from: "default", "remembered", "y4m", "hdr" or "name".
     QString colourSource = QStringLiteral("default");
 };
 

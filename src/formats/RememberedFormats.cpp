@@ -1,6 +1,7 @@
 #include "formats/RememberedFormats.h"
 
 #include "formats/FormatNames.h"
+#include "formats/FrameSize.h"
 #include "formats/Settings.h"
 
 #include <QDataStream>
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <limits>
 #include <vector>
 
 QDataStream &operator<<(QDataStream &out, const VideoProps &p)
@@ -99,6 +101,28 @@ VPHash readRememberedFormats()
         if (record != formats.end() && it.value().canConvert<QString>())
             record->colour = fromStoredText(it.value().toString());
     }
+    // Plane strides and offsets likewise; an entry that does not read whole is skipped whole. The
+    // records carry none of their own (the store may hand back the very objects it was given).
+    for (VideoProps &record : formats) {
+        record.planeStride = {};
+        record.planeOffset = {};
+    }
+    const QVariantMap planes = s.value(QLatin1String(settings::kFilePlanes)).toMap();
+    for (auto it = planes.cbegin(); it != planes.cend(); ++it) {
+        const auto record = formats.find(it.key());
+        if (record == formats.end() || !it.value().canConvert<QString>()) continue;
+        std::array<uint64_t, 4> strides{}, offsets{};
+        bool ok = true;
+        for (const QString &part : it.value().toString().split(u' ', Qt::SkipEmptyParts)) {
+            if (part.startsWith(QLatin1String("stride=")))
+                ok = ok && parsePlaneBytes(part.mid(7), uint64_t(std::numeric_limits<int32_t>::max()), strides);
+            else if (part.startsWith(QLatin1String("offsets=")))
+                ok = ok && parsePlaneBytes(part.mid(8), uint64_t(1) << 40, offsets);
+        }
+        if (!ok) continue;
+        for (size_t i = 0; i < 4; ++i) record->planeStride[i] = uint32_t(strides[i]);
+        record->planeOffset = offsets;
+    }
     return formats;
 }
 
@@ -115,6 +139,19 @@ bool writeRememberedFormats(const VPHash &formats)
         s.remove(QLatin1String(settings::kFileColours));
     else
         s.setValue(QLatin1String(settings::kFileColours), colours);
+    QVariantMap planes;
+    for (auto it = formats.cbegin(); it != formats.cend(); ++it) {
+        if (!hasPlaneGeometry(*it)) continue;
+        std::array<uint64_t, 4> strides{};
+        for (size_t i = 0; i < 4; ++i) strides[i] = it->planeStride[i];
+        planes.insert(
+            it.key(),
+            QStringLiteral("stride=%1 offsets=%2").arg(planeBytesText(strides), planeBytesText(it->planeOffset)));
+    }
+    if (planes.isEmpty())
+        s.remove(QLatin1String(settings::kFilePlanes));
+    else
+        s.setValue(QLatin1String(settings::kFilePlanes), planes);
     s.sync();
     return s.status() == QSettings::NoError;
 }

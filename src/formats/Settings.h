@@ -73,6 +73,9 @@ inline constexpr const char *kFileFormats = "FileFormats";
 // The colour descriptions of remembered files (path -> stored text), beside the records so that the
 // records keep the stored form every earlier version reads; only non-default descriptions are kept.
 inline constexpr const char *kFileColours = "FileColours";
+// The plane strides and offsets of remembered files (path -> "stride=2048,1024,1024 offsets=0,4194304"),
+// beside the records for the same reason; only records that give them are kept.
+inline constexpr const char *kFilePlanes = "FilePlanes";
 inline constexpr const char *kLastUpdate = "last_update";
 
 // Names the application for the settings store and, when KAVRI_CONFIG_DIR is set, moves the store there.

@@ -220,6 +220,9 @@ void applyY4mHeader(const Y4mHeader &h, VideoProps &p)
     p.interlaced = h.interlace != 'p';
     p.headerBytes = h.headerBytes;
     p.frameHeaderBytes = kY4mFrameHeaderBytes;
+    // The encoders' range comment: the samples' code range, read through the usual matrix.
+    if (h.colourRange.compare("LIMITED", Qt::CaseInsensitive) == 0) p.colour.range = kavri::ColourRange::Limited;
+    if (h.colourRange.compare("FULL", Qt::CaseInsensitive) == 0) p.colour.range = kavri::ColourRange::Full;
 }
 
 QByteArray y4mColourTag(videoFormat_t layout, int32_t bitDepth)

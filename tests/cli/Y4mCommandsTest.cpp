@@ -24,11 +24,12 @@ QByteArray patternFrame(const PatternSpec &s, uint64_t index)
     return f;
 }
 
-// The stream header of a pattern file: the fields in an unusual order, with comments.
+// The stream header of a pattern file: the fields in an unusual order, with comments (a full-range
+// comment, which leaves the reading the default one, so the pictures compare with the raw file's).
 QByteArray patternHeader(const PatternSpec &s, const char *colour)
 {
     return "YUV4MPEG2 C" + QByteArray(colour) + " XYSCSS=ANY W" + QByteArray::number(s.width) + " H" +
-           QByteArray::number(s.height) + " Ip F25:1 A1:1 XCOLORRANGE=LIMITED\n";
+           QByteArray::number(s.height) + " Ip F25:1 A1:1 XCOLORRANGE=FULL\n";
 }
 
 // `frames` whole pattern frames, then `cut` bytes of one more (a frame cut short).

@@ -492,6 +492,40 @@ TEST_F(Remembered, AColourDescriptionTravelsBesideTheUnchangedRecord)
     EXPECT_TRUE(lookupRemembered(QStringLiteral("c.yuv")).has_value());
 }
 
+TEST_F(Remembered, PlaneStridesTravelBesideTheUnchangedRecord)
+{
+    VideoProps p = filled();
+    p.fileName = "gpu.yuv";
+    const QByteArray plain = streamed(p);
+    p.planeStride = {2048, 1024, 1024, 0};
+    p.planeOffset = {0, 4194304, 5242880, 0};
+    EXPECT_EQ(streamed(p), plain);
+    ASSERT_TRUE(tryStoreRemembered(p));
+    std::optional<VideoProps> r = lookupRemembered(QStringLiteral("gpu.yuv"));
+    ASSERT_TRUE(r.has_value());
+    EXPECT_EQ(r->planeStride, p.planeStride);
+    EXPECT_EQ(r->planeOffset, p.planeOffset);
+    EXPECT_EQ(QSettings().value(QLatin1String(settings::kFilePlanes)).toMap().value("gpu.yuv").toString(),
+              QStringLiteral("stride=2048,1024,1024 offsets=0,4194304,5242880"));
+    // A damaged entry is skipped whole: the record loads with packed rows.
+    {
+        QSettings s;
+        QVariantMap planes;
+        planes.insert(QStringLiteral("gpu.yuv"), QStringLiteral("stride=2048,x offsets=0,7"));
+        s.setValue(QLatin1String(settings::kFilePlanes), planes);
+        s.sync();
+    }
+    r = lookupRemembered(QStringLiteral("gpu.yuv"));
+    ASSERT_TRUE(r.has_value());
+    EXPECT_EQ(r->planeStride, (std::array<uint32_t, 4>{}));
+    EXPECT_EQ(r->planeOffset, (std::array<uint64_t, 4>{}));
+    // Packed again: the entry goes.
+    p.planeStride = {};
+    p.planeOffset = {};
+    ASSERT_TRUE(tryStoreRemembered(p));
+    EXPECT_FALSE(QSettings().contains(QLatin1String(settings::kFilePlanes)));
+}
+
 TEST_F(Remembered, ColourEntriesOfALaterVersionOrAHandEditNeverSpoilTheRecords)
 {
     // Record bytes as captured from the writer (the pinned layout), loaded through the reader.

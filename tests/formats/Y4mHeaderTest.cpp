@@ -89,6 +89,21 @@ TEST(Y4mHeader, FieldsInAnyOrderWithCommentsKept)
     EXPECT_DOUBLE_EQ(props.frameRate, 30000.0 / 1001.0);
     EXPECT_TRUE(props.interlaced);
     EXPECT_EQ(props.headerBytes, h.headerBytes);
+    // The range comment gives the colour reading's range.
+    EXPECT_EQ(props.colour.range, ColourRange::Limited);
+}
+
+TEST(Y4mHeader, RangeCommentIsTheColourSource)
+{
+    test::TempDir dir;
+    const QString limited = dir.write("tv.y4m", y4mFile(line("W8 H4 F25:1 Cmono XCOLORRANGE=LIMITED"), 32, 2));
+    ResolvedFormat r = resolveFormat(limited, false);
+    EXPECT_EQ(r.props.colour.range, ColourRange::Limited);
+    EXPECT_EQ(r.colourSource, "y4m");
+    const QString plain = dir.write("plain.y4m", y4mFile(line("W8 H4 F25:1 Cmono"), 32, 2));
+    r = resolveFormat(plain, false);
+    EXPECT_TRUE(r.props.colour.isDefault());
+    EXPECT_EQ(r.colourSource, "default");
 }
 
 TEST(Y4mHeader, InterlaceLettersAndUnknownRate)
