@@ -309,6 +309,13 @@ QByteArray y4mStreamHeader(const VideoProps &p, QString *refusal)
                           .arg(p.width)
                           .arg(p.height));
 
+    return y4mHeaderLine(p);
+}
+
+QByteArray y4mHeaderLine(const VideoProps &p)
+{
+    const QByteArray colour = y4mColourTag(p.format, p.bitDepth);
+    if (colour.isEmpty()) return {};
     int64_t num = 0, den = 0;
     rateFraction(p.frameRate, num, den);
     QByteArray line = kY4mSignature;

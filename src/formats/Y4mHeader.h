@@ -70,6 +70,11 @@ QByteArray y4mColourTag(videoFormat_t layout, int32_t bitDepth);
 // no colour tag, a container other than the tag's, signed, byte-swapped, flipped or U/V-swapped samples.
 QByteArray y4mStreamHeader(const VideoProps &props, QString *refusal);
 
+// The stream header line for frames of `props` (size, rate, interlacing, aspect, colour tag), without the
+// checks of y4mStreamHeader: for a writer that lays out whole y4m frames itself. Empty when no colour tag
+// names the layout at that depth.
+QByteArray y4mHeaderLine(const VideoProps &props);
+
 // The FRAME lines of the y4m file at `path` whose header takes `headerBytes` and whose frames take
 // `frameBytes`. When every line is the plain one the frames are evenly spaced and `starts` stays empty;
 // when some line carries parameters the file is walked line by line and `starts` lists where each whole

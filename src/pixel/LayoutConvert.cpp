@@ -3,6 +3,7 @@
 #include "formats/FrameSize.h"
 #include "formats/PixelDescriptor.h"
 #include "formats/Validation.h"
+#include "formats/Y4mHeader.h"
 #include "pixel/LayoutUnpack.h"
 #include "pixel/PlaneGeometry.h"
 
@@ -279,31 +280,8 @@ QString y4mRefusal(const VideoProps &t)
 
 QByteArray y4mHeader(const VideoProps &t)
 {
-    // The rate as a fraction: whole rates over 1, the NTSC-style ones over 1001, the rest in thousandths.
-    const double rate = t.frameRate > 0 ? t.frameRate : 25.0;
-    int64_t num = 0, den = 1;
-    if (std::abs(rate - std::round(rate)) < 1e-9) {
-        num = int64_t(std::llround(rate));
-    } else if (std::abs(rate * 1.001 - std::round(rate * 1.001)) < 1e-3) {
-        num = int64_t(std::llround(rate * 1.001)) * 1000;
-        den = 1001;
-    } else {
-        num = int64_t(std::llround(rate * 1000.0));
-        den = 1000;
-        const int64_t g = std::gcd(num, den);
-        num /= g;
-        den /= g;
-    }
-    QByteArray colour;
-    if (t.format == BW)
-        colour = t.bitDepth > 8 ? "mono" + QByteArray::number(t.bitDepth) : QByteArray("mono");
-    else {
-        colour = t.format == YUV_p420 ? "420" : (t.format == YUV_p422 ? "422" : "444");
-        if (t.bitDepth > 8) colour += "p" + QByteArray::number(t.bitDepth);
-    }
-    return "YUV4MPEG2 W" + QByteArray::number(t.width) + " H" + QByteArray::number(t.height) + " F" +
-           QByteArray::number(qlonglong(num)) + ":" + QByteArray::number(qlonglong(den)) + " I" +
-           (t.interlaced ? "t" : "p") + " A1:1 C" + colour + "\n";
+    // The same header line the extract and reverse tools write; the frames are laid out by the converter.
+    return y4mHeaderLine(t);
 }
 
 bool LayoutConverter::setup(const VideoProps &source, const VideoProps &target, bool y4m, QString &error)

@@ -90,7 +90,7 @@ TEST(ConvertCommand, RangeAndY4m)
     EXPECT_TRUE(r.json().value("y4m").toBool());
     EXPECT_EQ(r.json().value("frames").toInt(), 2);
     const QByteArray y4m = readAll(dir.path("o.y4m"));
-    const QByteArray header("YUV4MPEG2 W4 H2 F25:1 Ip A1:1 C420\n");
+    const QByteArray header("YUV4MPEG2 W4 H2 F25:1 Ip A1:1 C420jpeg\n");
     EXPECT_TRUE(y4m.startsWith(header + "FRAME\n"));
     EXPECT_EQ(y4m.count("FRAME\n"), 2);
     EXPECT_EQ(y4m.size(), header.size() + 2 * (6 + 12));

@@ -342,7 +342,7 @@ TEST(LayoutConvert, Y4mFramesHoldWholeChromaSamples)
     VideoProps src = recordOf(YUV_p444, 5, 3, 8);
     src.frameRate = 29.97;
     ASSERT_TRUE(conversionTarget(src, YUV_p420, 0, t, error));
-    EXPECT_EQ(y4mHeader(t), QByteArray("YUV4MPEG2 W5 H3 F30000:1001 Ip A1:1 C420\n"));
+    EXPECT_EQ(y4mHeader(t), QByteArray("YUV4MPEG2 W5 H3 F29970:1000 Ip A1:1 C420jpeg\n"));
     QByteArray p444;
     for (int i = 0; i < 15; ++i) p444.append(char(i));
     for (int i = 0; i < 15; ++i) p444.append(char(0x20 + i));
@@ -406,7 +406,7 @@ TEST(ConvertFrames, WritesTheRangeFrameByFrame)
     // A y4m stream: the header, then each frame after its own line.
     const auto y = runJob(in, jobFor(in, dir.path("out.y4m"), YUV_p420, 0, 1));
     ASSERT_TRUE(y.ok) << y.error.toStdString();
-    EXPECT_EQ(readAll(dir.path("out.y4m")), QByteArray("YUV4MPEG2 W16 H8 F25:1 Ip A1:1 C420\nFRAME\n") +
+    EXPECT_EQ(readAll(dir.path("out.y4m")), QByteArray("YUV4MPEG2 W16 H8 F25:1 Ip A1:1 C420jpeg\nFRAME\n") +
                                                 patternFrame(YUV_p420, 16, 8, 8, 0) + "FRAME\n" +
                                                 patternFrame(YUV_p420, 16, 8, 8, 1));
 }

@@ -163,7 +163,7 @@ TEST(ExportFramesDialog, RawAndY4mThroughTheConversion)
     run(y);
     ASSERT_TRUE(y.result().ok) << y.statusText().toStdString();
     EXPECT_EQ(readAll(dir.path("clip.y4m")),
-              QByteArray("YUV4MPEG2 W16 H8 F25:1 Ip A1:1 C420\nFRAME\n") + patternFrame(YUV_p420, 2));
+              QByteArray("YUV4MPEG2 W16 H8 F25:1 Ip A1:1 C420jpeg\nFRAME\n") + patternFrame(YUV_p420, 2));
 }
 
 TEST(ExportFramesDialog, RefusesBeforeWritingAndKeepsWhatExists)
