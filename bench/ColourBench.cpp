@@ -25,12 +25,7 @@ void colourBench(benchmark::State &state)
     s.height = int32_t(state.range(2));
     s.bits = s.layout == YUV_v210 ? 10 : int32_t(state.range(3));
     s.containerBits = s.bits > 8 ? 16 : 8;
-    VideoProps p;
-    p.format = s.layout;
-    p.width = s.width;
-    p.height = s.height;
-    p.bitDepth = s.bits;
-    p.containerBits = s.containerBits;
+    VideoProps p = patternRecord(s);
     static const char *kReadings[] = {"default", "bt601 limited", "bt709 limited left", "bt2020 limited pq"};
     switch (state.range(4)) {
     case 1:

@@ -35,12 +35,7 @@ void showBench(benchmark::State &state)
         f.resize(bytes);
         writePatternFrame(s, index++ % 8, f.data(), f.size());
     }
-    VideoProps p;
-    p.format = s.layout;
-    p.width = s.width;
-    p.height = s.height;
-    p.bitDepth = s.bits;
-    p.containerBits = s.containerBits;
+    VideoProps p = patternRecord(s);
     FramePipeline pipe;
     pipe.setup(p, false);
     pipe.converter().setThreadCount(int32_t(state.range(4)));
@@ -80,12 +75,7 @@ void unpackBench(benchmark::State &state)
     s.bits = int32_t(state.range(1));
     s.containerBits = s.bits > 8 ? 16 : 8;
     const size_t bytes = patternFrameBytes(s);
-    VideoProps p;
-    p.format = s.layout;
-    p.width = s.width;
-    p.height = s.height;
-    p.bitDepth = s.bits;
-    p.containerBits = s.containerBits;
+    VideoProps p = patternRecord(s);
     FramePipeline pipe;
     pipe.setup(p, false);
     pipe.converter().setThreadCount(1);

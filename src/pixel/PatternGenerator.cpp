@@ -319,22 +319,9 @@ void writeRgb(const Scene &sc, const PatternSpec &s, const LayoutInfo &info, con
 namespace {
 
 // A descriptor-read layout's pattern is the pattern of its canonical layout at the layout's depth, packed.
-VideoProps describedRecord(const PatternSpec &s)
-{
-    VideoProps p;
-    p.format = s.layout;
-    p.width = s.width;
-    p.height = s.height;
-    p.bitDepth = s.bits;
-    p.containerBits = s.containerBits;
-    p.signedValues = s.isSigned;
-    p.toggleEndianness = s.bigEndian;
-    return p;
-}
-
 PatternSpec canonicalSpec(const PatternSpec &s)
 {
-    const VideoProps c = pixel::canonicalProps(describedRecord(s));
+    const VideoProps c = pixel::canonicalProps(patternRecord(s));
     PatternSpec k = s;
     k.layout = pixelDescriptor(s.layout)->cfa != Cfa::None ? RGB_planar : c.format;
     k.bits = c.bitDepth;
@@ -344,6 +331,20 @@ PatternSpec canonicalSpec(const PatternSpec &s)
 }
 
 } // namespace
+
+VideoProps patternRecord(const PatternSpec &s)
+{
+    VideoProps p;
+    p.format = s.layout;
+    p.width = s.width;
+    p.height = s.height;
+    p.bitDepth = s.bits;
+    p.containerBits = s.containerBits;
+    p.signedValues = s.isSigned;
+    p.toggleEndianness = s.bigEndian;
+    p.frameRate = s.rate;
+    return p;
+}
 
 std::string patternSpecError(const PatternSpec &s)
 {
@@ -421,7 +422,7 @@ PatternPixel describedPixel(const PatternSpec &s, uint64_t frame, int32_t x, int
 bool writeDescribedFrame(const PatternSpec &s, uint64_t frame, uint8_t *dst, size_t bytes)
 {
     const PixelDescriptor &d = *pixelDescriptor(s.layout);
-    const VideoProps stored = describedRecord(s);
+    const VideoProps stored = patternRecord(s);
     const VideoProps canon = pixel::canonicalProps(stored);
     const PatternSpec k = canonicalSpec(s);
     const uint32_t canonBytes = allocationSize(canon.format, canon.containerBits, canon.width, canon.height);

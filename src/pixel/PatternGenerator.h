@@ -4,6 +4,7 @@
 #pragma once
 
 #include "formats/VideoFormat.h"
+#include "formats/VideoProps.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -30,6 +31,9 @@ struct PatternPixel {
     int32_t c1 = 0, c2 = 0, c3 = 0;
     int32_t alpha = -1;
 };
+
+// The format record a file of this pattern is read with: layout, size, depth, container, sign and byte order.
+VideoProps patternRecord(const PatternSpec &pat);
 
 // Why a frame of this description cannot be written (an empty string when it can).
 std::string patternSpecError(const PatternSpec &pat);

@@ -56,19 +56,6 @@ PatternSpec specOf(int32_t v, int32_t w, int32_t h, const Depth &dp)
     return s;
 }
 
-VideoProps recordOf(const PatternSpec &s)
-{
-    VideoProps p;
-    p.format = s.layout;
-    p.width = s.width;
-    p.height = s.height;
-    p.bitDepth = s.bits;
-    p.containerBits = s.containerBits;
-    p.signedValues = s.isSigned;
-    p.toggleEndianness = s.bigEndian;
-    return p;
-}
-
 int32_t stored(const PatternSpec &s, int32_t value, int32_t depth)
 {
     return s.isSigned ? value - (1 << (depth - 1)) : value;
@@ -124,7 +111,7 @@ TEST(DescribedLayouts, PatternReadsBackThroughUnpackPackReadoutAndPipeline)
                 SCOPED_TRACE(nameOf(v) + " " + std::to_string(s.width) + "x" + std::to_string(s.height) + " " +
                              std::to_string(s.bits) + (s.isSigned ? " signed" : "") + (s.bigEndian ? " BE" : ""));
                 ASSERT_EQ(patternSpecError(s), "");
-                const VideoProps rec = recordOf(s);
+                const VideoProps rec = patternRecord(s);
                 const uint32_t bytes = frameBytes(v, s.containerBits, s.width, s.height);
                 ASSERT_GT(bytes, 0u);
                 EXPECT_EQ(int64_t(bytes), planeLayout(d, s.containerBits, s.width, s.height).frameBytes);
@@ -321,7 +308,7 @@ TEST(PlaneGeometry, StridedPlanesReadAsThePackedFrame)
         const Depth dp = depthsOf(v).back();
         PatternSpec s = specOf(v, 24, 8, v == YUV_v210 ? Depth{10, 16, false, false} : dp);
         SCOPED_TRACE(nameOf(v));
-        const VideoProps packedRec = recordOf(s);
+        const VideoProps packedRec = patternRecord(s);
         const PlaneLayout packed = planeLayout(d, s.containerBits, s.width, s.height);
         ASSERT_EQ(packed.frameBytes, int64_t(patternFrameBytes(s)));
         std::vector<uint8_t> frame(size_t(packed.frameBytes));

@@ -57,14 +57,7 @@ uint64_t fingerprint(videoFormat_t layout)
         s.isSigned = layout == YUV_v210 ? false : v.isSigned;
         s.bigEndian = layout == YUV_v210 ? false : v.bigEndian;
         if (!patternSpecError(s).empty()) continue;
-        VideoProps p;
-        p.format = layout;
-        p.width = s.width;
-        p.height = s.height;
-        p.bitDepth = s.bits;
-        p.containerBits = s.containerBits;
-        p.signedValues = s.isSigned;
-        p.toggleEndianness = s.bigEndian;
+        VideoProps p = patternRecord(s);
         p.flipped = v.flipped;
         FramePipeline pipe;
         pipe.setup(p, true);
