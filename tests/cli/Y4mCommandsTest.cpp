@@ -41,7 +41,7 @@ QByteArray patternY4m(const PatternSpec &s, const char *colour, int frames, int 
     return all;
 }
 
-PatternSpec spec(videoFormat_t layout, int32_t bits, int32_t width = 24, int32_t height = 12)
+PatternSpec patternOf(videoFormat_t layout, int32_t bits, int32_t width = 24, int32_t height = 12)
 {
     PatternSpec s;
     s.layout = layout;
@@ -75,7 +75,7 @@ TEST_P(Y4mRead, InfoAndPixelsAreThePatterns)
 {
     const ReadCase &c = GetParam();
     TempDir dir;
-    const PatternSpec s = spec(c.layout, c.bits);
+    const PatternSpec s = patternOf(c.layout, c.bits);
     // A name that says something else entirely: the header decides.
     const QString f = dir.write("clip_352x288_rgb.yuv", patternY4m(s, c.colour, 3, 17));
     const auto info = runCli({"info", f});
@@ -130,7 +130,7 @@ INSTANTIATE_TEST_SUITE_P(All, Y4mRead, ::testing::ValuesIn(kReads));
 TEST(Y4mCommands, DiffMetricsStatsRenderAndBenchRead_theFrames)
 {
     TempDir dir;
-    const PatternSpec s = spec(YUV_p420, 10);
+    const PatternSpec s = patternOf(YUV_p420, 10);
     const QString a = dir.write("a.y4m", patternY4m(s, "420p10", 3));
     // The same frames with a header of another length, and the same frames raw.
     QByteArray other = "YUV4MPEG2 W24 H12 F50:1 C420p10\n";
@@ -197,7 +197,7 @@ TEST(Y4mCommands, DiffMetricsStatsRenderAndBenchRead_theFrames)
 TEST(Y4mCommands, FrameLinesWithParametersAreFollowed)
 {
     TempDir dir;
-    const PatternSpec s = spec(YUV_p420, 8);
+    const PatternSpec s = patternOf(YUV_p420, 8);
     const QByteArray lines[] = {"FRAME Ip\n", "FRAME\n", "FRAME Ib XCOMMENT=long\n", "FRAME\n"};
     QByteArray bytes = patternHeader(s, "420jpeg");
     for (int i = 0; i < 4; ++i) bytes += lines[i] + patternFrame(s, uint64_t(i));
@@ -245,7 +245,7 @@ TEST(Y4mCommands, FrameLinesWithParametersAreFollowed)
 TEST(Y4mWrite, ExtractAndReverseKeepTheFramesByteForByte)
 {
     TempDir dir;
-    const PatternSpec s = spec(YUV_p422, 12);
+    const PatternSpec s = patternOf(YUV_p422, 12);
     const QString in = dir.write("in.y4m", patternY4m(s, "422p12", 4, 9));
     const QByteArray header = "YUV4MPEG2 W24 H12 F25:1 Ip A1:1 C422p12\n";
 
@@ -281,7 +281,7 @@ TEST(Y4mWrite, ExtractAndReverseKeepTheFramesByteForByte)
 TEST(Y4mWrite, ARawInputGetsAHeaderThatDescribesIt)
 {
     TempDir dir;
-    PatternSpec s = spec(YUV_p420, 10, 32, 16);
+    PatternSpec s = patternOf(YUV_p420, 10, 32, 16);
     QByteArray raw;
     for (int i = 0; i < 3; ++i) raw += patternFrame(s, uint64_t(i));
     const QString in = dir.write("in.yuv", raw);
@@ -335,7 +335,7 @@ TEST(Y4mWrite, LayoutsWithoutATagAreRefusedBeforeAnythingIsWritten)
 
     // The old rules hold for y4m outputs too: an existing file is kept without --force, and the input
     // itself is never the output.
-    const PatternSpec s = spec(BW, 8);
+    const PatternSpec s = patternOf(BW, 8);
     const QString y = dir.write("clip.y4m", patternY4m(s, "mono", 2));
     const QString taken = dir.write("taken.y4m", "keep");
     EXPECT_EQ(runCli({"extract", y, "--from", "0", "--to", "0", "-o", taken}).rc, 1);
