@@ -254,7 +254,8 @@ FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst
         m_mosaicConverter.setUnsigned(!m_props.signedValues);
         m_mosaicConverter.setThreadCount(m_converter.threadCount());
         m_mosaicConverter.setChannelSelection(view.channel);
-        pixel::demosaicBilinear(pixelDescriptor(m_stored.format)->cfa, m_props, src, m_mosaicRgb.get());
+        pixel::demosaicBilinear(pixelDescriptor(m_stored.format)->cfa, m_props, src, m_mosaicRgb.get(),
+                                m_converter.threadCount());
         m_mosaicConverter.convertNativeFrame(m_mosaicRgb.get(), dst);
     } else {
         m_converter.convertNativeFrame(src, dst);
