@@ -1,9 +1,24 @@
 #include "support/TempFiles.h"
 
+#include <QCoreApplication>
+#include <QDir>
 #include <QFile>
+#include <atomic>
 #include <stdexcept>
 
 namespace kavri::test {
+
+TempDir::TempDir()
+{
+    static std::atomic<int> count{0};
+    m_path = QDir(QDir::tempPath())
+                 .filePath(QStringLiteral("kavri-test-%1-%2").arg(QCoreApplication::applicationPid()).arg(count++));
+    // A folder left by an earlier process of the same number is not ours to keep.
+    QDir(m_path).removeRecursively();
+    if (!QDir().mkpath(m_path)) throw std::runtime_error("cannot make test folder " + m_path.toStdString());
+}
+
+TempDir::~TempDir() { QDir(m_path).removeRecursively(); }
 
 QString TempDir::write(const QString &name, const QByteArray &bytes) const
 {

@@ -4,21 +4,28 @@
 #include <QByteArray>
 #include <QFile>
 #include <QString>
-#include <QTemporaryDir>
 
 namespace kavri::test {
 
+// The directory's name is "kavri-test-<process>-<count>" under the system's temporary folder: no random
+// letters, because the name detector reads whole paths and a random "x16b" or "3x4" in a folder name
+// would give a test's file a depth or a size it was not meant to have.
 class TempDir {
 public:
-    QString path(const QString &name) const { return m_dir.filePath(name); }
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir &) = delete;
+    TempDir &operator=(const TempDir &) = delete;
+
+    QString path(const QString &name) const { return m_path + QLatin1Char('/') + name; }
     // Writes `bytes` under `name` and returns the full path.
     QString write(const QString &name, const QByteArray &bytes) const;
     // A file of `size` bytes whose byte i is (i * 7 + 3) & 0xff: enough to tell frames apart.
     QString writeSized(const QString &name, qint64 size) const;
-    QString dir() const { return m_dir.path(); }
+    QString dir() const { return m_path; }
 
 private:
-    QTemporaryDir m_dir;
+    QString m_path;
 };
 
 // The whole content of a file, empty when it cannot be read.
