@@ -36,6 +36,20 @@ constexpr Matrix kComponent[3] = {
 
 bool isRgbLayout(videoFormat_t f) { return f >= RGB_i444 && f <= GBRA_planar; }
 
+// The second and third planes of a planar layout as the planar kernels take them: the chroma planes of
+// planar YUV, or the full second and third planes of planar RGB.
+ChromaPlanes planesOf(videoFormat_t layout, const LayoutInfo &info, int32_t W, int32_t H, int64_t bufferSamples)
+{
+    if (info.kind == LayoutKind::PlanarYuv) return chromaPlanes(layout, W, H, bufferSamples);
+    const int64_t pixels = int64_t(W) * H;
+    ChromaPlanes c;
+    c.uStart = pixels;
+    c.vStart = 2 * pixels;
+    c.cols = W;
+    c.rows = c.uFit = c.vFit = H;
+    return c;
+}
+
 // A zero sample row for chroma that a tiny frame does not store (see the right-edge note below).
 const uint8_t *zeroSamples(size_t bytes)
 {
@@ -258,14 +272,7 @@ void X2RGBColorConv::convertNativeFrame(const uint8_t *src, uint8_t *dst)
     case LayoutKind::PlanarRgb:
         job.path = Prepared::Path::Planar;
         job.sampleBytes = use8 ? 1 : 2;
-        if (info.kind == LayoutKind::PlanarYuv) {
-            job.chroma = chromaPlanes(layout, W, H, alloc / job.sampleBytes);
-        } else {
-            job.chroma.uStart = pixels;
-            job.chroma.vStart = 2 * pixels;
-            job.chroma.cols = W;
-            job.chroma.rows = job.chroma.uFit = job.chroma.vFit = H;
-        }
+        job.chroma = planesOf(layout, info, W, H, alloc / job.sampleBytes);
         job.planar = job.k->planar[kind][job.chroma.shiftX][tone];
         job.planarOne = job.k->planar[kind][0][tone];
         job.interlacedChroma = layout == YUV_p420 && m_props.interlaced;
@@ -769,14 +776,7 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
         case LayoutKind::PlanarYuv:
         case LayoutKind::PlanarRgb:
             job.path = Prepared::Path::Planar;
-            if (info.kind == LayoutKind::PlanarYuv) {
-                job.chroma = chromaPlanes(layout, W, H, alloc / job.sampleBytes);
-            } else {
-                job.chroma.uStart = pixels;
-                job.chroma.vStart = 2 * pixels;
-                job.chroma.cols = W;
-                job.chroma.rows = job.chroma.uFit = job.chroma.vFit = H;
-            }
+            job.chroma = planesOf(layout, info, W, H, alloc / job.sampleBytes);
             job.planar = k->planar[kind][job.chroma.shiftX][tone];
             job.planarOne = k->planar[kind][0][tone];
             job.interlacedChroma = layout == YUV_p420 && m_props.interlaced;
