@@ -691,6 +691,26 @@ void KavriLoader::setView(const View &v)
     redisplay();
 }
 
+void KavriLoader::setColour(const kavri::ColourDescription &colour)
+{
+    m_pending.colour = colour;
+    if (kavri::isPlayable(m_mask) && !m_isStdin && m_options.rememberFormats) {
+        VideoProps stored = m_pending; // the store rewrites separators in what it is given
+        kavri::storeRemembered(stored);
+        m_pending.timeStamp = stored.timeStamp;
+    }
+    {
+        // An init still waiting takes the reading too, or it would bring back the old one.
+        QMutexLocker lock(&m_handoffMutex);
+        m_handoff.colour = colour;
+    }
+    {
+        QMutexLocker view(&m_viewMutex);
+        m_pipeline.setColour(colour);
+    }
+    redisplay();
+}
+
 // ---- readout (GUI thread) ----
 
 void KavriLoader::getNativeAt(bool *pb_success, int32_t x, int32_t y, colorSpace_t &space, int32_t &c1, int32_t &c2,

@@ -115,6 +115,9 @@ public:
     // pending record, so a remembered record keeps it.
     View view() const;
     void setView(const View &view);
+    // The colour reading (GUI thread): written to the pending record and remembered with the file like a
+    // validated format, and shown the same way as a view change, without a new init; playback goes on.
+    void setColour(const kavri::ColourDescription &colour);
     // Shorthands for reading the view: what a difference view shows (1 the main file, 2 the difference
     // file, anything else the difference) and the channel (0 full colour, 1..3 one component).
     int32_t diffView() const { return view().picture.view; }

@@ -182,6 +182,16 @@ void FramePipeline::setDeinterlace(bool on)
     m_converter.setDescription(m_props);
 }
 
+void FramePipeline::setColour(const ColourDescription &colour)
+{
+    m_props.colour = colour;
+    m_stored.colour = colour;
+    m_converter.setDescription(m_props);
+    VideoProps rgb = m_props;
+    rgb.format = RGB_planar;
+    m_mosaicConverter.setDescription(rgb);
+}
+
 bool FramePipeline::read(std::istream &first, std::istream *second, uint64_t index)
 {
     uint8_t *a = readBuffer(Buffer::First);

@@ -114,6 +114,10 @@ public:
     void setDeinterlace(bool on);
     bool deinterlace() const { return m_props.interlaced; }
 
+    // The colour reading of the picture (matrix, range, siting, transfer). The samples do not change, so
+    // the frame in the buffers can be converted again at once with the new reading.
+    void setColour(const ColourDescription &colour);
+
     // Reads frame `index` of the first stream (and of the second, with a comparison) and brings it to
     // native byte order. False when the first read is empty or the two reads differ in length.
     bool read(std::istream &first, std::istream *second, uint64_t index);

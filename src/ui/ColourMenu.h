@@ -1,6 +1,7 @@
 // View > Colour: switches the matrix, range and transfer the shown sequence is read with. The window
-// says where the reading lives (its getter) and what a change does (its setter: store it in the record,
-// re-validate and show the frame again); the menu only offers the choices and marks the one in use.
+// says where the reading lives (its getter) and what a change does (its setter: hand it to the loader,
+// which keeps it with the file and shows it like a view change); the menu only offers the choices and
+// marks the one in use.
 #pragma once
 
 #include "formats/ColourDescription.h"

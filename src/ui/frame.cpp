@@ -274,13 +274,14 @@ void frame::createMenus()
         }
     }
     for (std::string_view name : ui::kMenuBar) menuBar()->addMenu(menus[toQ(name)]);
-    // View > Colour: the reading of the shown sequence; a change is validated (and so remembered) and shown.
+    // View > Colour: the reading of the shown sequence; a change is remembered and shown without
+    // stopping playback.
     menus[QStringLiteral("menuView")]->addMenu(
         new ui::ColourMenu([this] { return m_loader ? m_loader->pendingProps().colour : ColourDescription{}; },
                            [this](const ColourDescription &c) {
                                if (!m_loader) return;
-                               m_loader->pendingProps().colour = c;
-                               oon_format_changed();
+                               m_loader->setColour(c);
+                               updateStatus();
                            },
                            this));
     m_recent = new MRUFList(this, menus[QStringLiteral("menuFile")], this);

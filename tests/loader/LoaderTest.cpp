@@ -13,6 +13,9 @@
 #endif
 
 using namespace kavri::test;
+using kavri::ColourDescription;
+using kavri::ColourMatrix;
+using kavri::ColourRange;
 
 namespace {
 
@@ -499,6 +502,75 @@ TEST_F(Loader, ViewChangesShowTheCurrentFrameAgainWhenNotPlaying)
     emit owner.seek(6, false, false);
     ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before + 2; }, kWaitMs));
     EXPECT_EQ(owner.seen().back().content, 6u);
+}
+
+// A colour reading chosen in the window (View > Colour) is a view change: the frame on screen is
+// converted again while paused, playback goes on while playing, and the reading stays with the record.
+TEST_F(Loader, AColourReadingShowsAtOnceAndDoesNotStopPlayback)
+{
+    // Limited-range white and black alternate: 4:4:4 8-bit, Y 235 or 16, chroma at the middle.
+    constexpr int32_t w = 16, h = 16;
+    QByteArray bytes;
+    for (int f = 0; f < 40; ++f) {
+        bytes.append(QByteArray(w * h, char(f % 2 ? 16 : 235)));
+        bytes.append(QByteArray(2 * w * h, char(128)));
+    }
+    loader = KavriLoader::create(dir.write("white.yuv", bytes), {}, options());
+    ASSERT_NE(loader, nullptr);
+    VideoProps &p = loader->pendingProps();
+    p.width = w;
+    p.height = h;
+    p.format = YUV_p444;
+    p.bitDepth = 8;
+    p.frameRate = 1000.0;
+    loader->validate();
+    owner.loader = loader;
+    loader->attach(&owner, &owner);
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
+    const auto grey = [](const TestOwner::Seen &s) { return int(s.firstPixel & 0xff); };
+    // The frames carry no number in their bytes, so a seek is waited for by its index.
+    const auto show = [&](uint64_t index) {
+        const size_t n = owner.seen().size();
+        emit owner.seek(index, false, false);
+        return owner.waitUntil(
+            [&] {
+                const auto s = owner.seen();
+                return s.size() > n && s.back().index == index;
+            },
+            kWaitMs);
+    };
+
+    ASSERT_TRUE(show(2));
+    const int fixed = grey(owner.seen().back()); // the fixed full-range reading leaves white below 255
+    EXPECT_NEAR(fixed, 235, 1);
+    size_t before = owner.seen().size();
+    ColourDescription limited;
+    limited.matrix = ColourMatrix::BT709;
+    limited.range = ColourRange::Limited;
+    loader->setColour(limited);
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before; }, kWaitMs));
+    EXPECT_EQ(owner.seen().back().content, owner.seen()[before - 1].content) << "the same frame, not read again";
+    EXPECT_EQ(grey(owner.seen().back()), 255);
+    EXPECT_EQ(loader->pendingProps().colour, limited);
+    const int inits = owner.initializedCount();
+
+    // While playing: the loader is held inside a delivery, the reading changes, and the frames after it
+    // come in the new reading without a stop or a new init.
+    loader->setColour(ColourDescription{});
+    ASSERT_TRUE(show(4));
+    EXPECT_EQ(grey(owner.seen().back()), fixed);
+    owner.hold();
+    emit owner.play();
+    ASSERT_TRUE(owner.waitUntilHeld());
+    loader->setColour(limited);
+    before = owner.seen().size();
+    owner.release();
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.seen().size() > before + 2; }, kWaitMs));
+    emit owner.pause();
+    const auto s = owner.seen();
+    for (size_t i = before + 1; i < s.size(); ++i)
+        EXPECT_EQ(grey(s[i]), s[i].content % 2 ? 255 : 0) << "frame " << s[i].index;
+    EXPECT_EQ(owner.initializedCount(), inits);
 }
 
 // The tone sliders act on the file's own picture; while the difference is shown the contrast slider

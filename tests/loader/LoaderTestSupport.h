@@ -65,7 +65,8 @@ public:
         uint32_t flags;
         KavriLoader::Buffer buffer;
         frame_t frame;
-        bool whole; // the check above passed (true when it is off)
+        bool whole;          // the check above passed (true when it is off)
+        uint32_t firstPixel; // the picture's top-left pixel as the panel received it
     };
 
     std::vector<Seen> seen() const
@@ -111,6 +112,7 @@ public:
             while (m_closed) m_gate.wait(&m_gateMutex);
         }
         HeadlessFrameSink::get_buffer(pp_frame, size, update);
+        m_picture = *pp_frame;
     }
 
     void oon_new_frame(frame_t *frame) override
@@ -122,9 +124,11 @@ public:
         if (buf) std::memcpy(&content, buf, 8);
         bool whole = true;
         for (uint32_t i = 8; buf && i < wholeBytes && whole; ++i) whole = buf[i] == uint8_t(content & 0xff);
+        uint32_t pixel = 0;
+        if (m_picture) std::memcpy(&pixel, m_picture, 4);
         {
             QMutexLocker l(&m_seenMutex);
-            m_seen.push_back({frame->frameIndex, content, frame->flags, b, *frame, whole});
+            m_seen.push_back({frame->frameIndex, content, frame->flags, b, *frame, whole, pixel});
         }
         HeadlessFrameSink::oon_new_frame(frame);
     }
@@ -136,6 +140,7 @@ private:
     QWaitCondition m_gate;
     bool m_closed = false;
     bool m_entered = false;
+    const uint8_t *m_picture = nullptr; // written and read on the loader thread only
 };
 
 } // namespace kavri::test

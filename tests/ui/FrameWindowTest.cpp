@@ -655,3 +655,45 @@ TEST(FrameWindow, AnamorphicRecordWidensThePicture)
     kavri::forgetRemembered(c.file);
 }
 } // namespace
+
+namespace {
+// View > Colour changes how the shown frame is read without stopping playback, names the reading in the
+// status line and keeps it with the file.
+TEST(FrameWindow, ColourReadingFromTheMenuKeepsPlaying)
+{
+    kavri::test::TempDir dir;
+    KavriStartupConfig c;
+    c.file = dir.writeSized("p.yuv", 4608 * 400);
+    c.width = 64;
+    c.height = 48;
+    c.rate = 50.0;
+    c.format = YUV_p420;
+    frame w(&c);
+    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    auto *menu = w.findChild<QMenu *>(QStringLiteral("menuColour"));
+    ASSERT_NE(menu, nullptr);
+    const auto choice = [&](const QString &text) -> QAction * {
+        for (QAction *a : menu->actions())
+            if (a->text() == text) return a;
+        return nullptr;
+    };
+    ASSERT_NE(choice("BT.709"), nullptr);
+    ASSERT_NE(choice("Limited range"), nullptr);
+    w.action("actionPlay")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(w.loader()->isPlaying(), 20000);
+    choice("BT.709")->trigger();
+    choice("Limited range")->trigger();
+    EXPECT_TRUE(w.isPlaying());
+    EXPECT_TRUE(w.loader()->isPlaying());
+    auto *view = w.findChild<QLabel *>(QStringLiteral("lbl_view"));
+    ASSERT_NE(view, nullptr);
+    EXPECT_TRUE(view->text().contains("BT.709 limited")) << view->text().toStdString();
+    const auto remembered = kavri::lookupRemembered(c.file);
+    ASSERT_TRUE(remembered.has_value());
+    EXPECT_EQ(remembered->colour.matrix, ColourMatrix::BT709);
+    EXPECT_EQ(remembered->colour.range, ColourRange::Limited);
+    w.action("actionPlay")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(!w.loader()->isPlaying(), 20000);
+    kavri::forgetRemembered(c.file);
+}
+} // namespace
