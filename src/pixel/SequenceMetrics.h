@@ -4,13 +4,13 @@
 // SSIM follows the windowing engineers know from the usual encoder tools, so that published numbers
 // can be compared with ours: the sums of 4x4 blocks are combined 2x2 into overlapping 8x8 windows on
 // a 4-pixel grid, and the per-window index is averaged over the windows that fit wholly in the plane.
-// MS-SSIM uses the same windows at five scales, each half the size of the one before (2x2 means), with
-// the usual weights.
+// MS-SSIM is the published one (see MsSsim.h): Gaussian windows at five scales.
 #pragma once
 
 #include "formats/VideoFormat.h"
 #include "pixel/DifferencePicture.h"
 #include "pixel/FramePipeline.h"
+#include "pixel/MsSsim.h"
 
 #include <cstdint>
 #include <string>
@@ -48,8 +48,6 @@ struct SsimConstants {
     double c1 = 0, c2 = 0;
 };
 SsimConstants ssimConstants(int32_t bits);
-// The MS-SSIM weights of scales 1 (full size) to 5.
-extern const double kMsSsimWeights[5];
 
 // Index of one window from its sums over n samples: s1 and s2 the sums of either picture, ss the sum
 // of both pictures' squares, s12 the sum of products. `cs` receives the contrast-structure part.
