@@ -238,12 +238,24 @@ void MetricsDock::setPair(const VideoProps &props)
 void MetricsDock::start(const VideoProps &props, const QString &key)
 {
     m_summary = std::make_shared<SequenceSummary>();
-    m_stop = false;
+    m_gate.rearm();
     m_finished = false;
     const uint64_t generation = ++m_generation;
+    m_gate.setOnWait([this, generation](bool waiting) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, generation, waiting] {
+                if (generation != m_generation) return;
+                updateProgressText();
+                updateSummaryText();
+                emit passPaused(waiting);
+            },
+            Qt::QueuedConnection);
+    });
     m_progress->setRange(0, int(std::min<uint64_t>(props.frameCount, INT_MAX)));
     m_progress->setValue(0);
     m_cancel->setEnabled(true);
+    updateProgressText();
     redraw();
     m_worker = std::thread([this, props, key, generation] {
         auto post = [this, generation](std::function<void()> fn) {
@@ -283,7 +295,7 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
             if (!engine.setup(format, kAllMetrics, &why)) throw std::runtime_error(why);
             *table = SequenceSummary(kAllMetrics, engine.bits());
             const uint64_t step = std::max<uint64_t>(1, props.frameCount / 100);
-            for (uint64_t i = 0; i < props.frameCount && !m_stop; ++i) {
+            for (uint64_t i = 0; i < props.frameCount && m_gate.proceed(); ++i) {
                 if (!a.read(fa, nullptr, i) || !b.read(fb, nullptr, i)) break;
                 FrameMetrics m =
                     engine.compute(a.buffer(FramePipeline::Buffer::First), b.buffer(FramePipeline::Buffer::First));
@@ -295,7 +307,7 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
         } catch (const std::exception &e) {
             error = QString::fromStdString(e.what());
         }
-        const bool stopped = m_stop;
+        const bool stopped = m_gate.stopped();
         if (stopped) error = tr("Cancelled.");
         m_finished = true;
         post([this, table, error, key, stopped] {
@@ -308,7 +320,7 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
 void MetricsDock::cancel()
 {
     if (!m_worker.joinable()) return;
-    m_stop = true;
+    m_gate.stop();
     m_worker.join();
     ++m_generation; // what the stopped pass queued is dropped
     m_finished = true;
@@ -326,8 +338,26 @@ void MetricsDock::finish(std::shared_ptr<const SequenceSummary> table, const QSt
     m_cancel->setEnabled(false);
     m_progress->setRange(0, 1);
     m_progress->setValue(1);
+    updateProgressText();
     redraw();
     emit computed();
+}
+
+void MetricsDock::setPlaying(bool playing)
+{
+    m_gate.setHeld(playing);
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            updateProgressText();
+            updateSummaryText();
+        },
+        Qt::QueuedConnection);
+}
+
+void MetricsDock::updateProgressText()
+{
+    m_progress->setFormat(busy() && m_gate.held() ? tr("%v of %m frames, paused while playing") : tr("%p%"));
 }
 
 void MetricsDock::setMetric(Metric m)
@@ -389,7 +419,9 @@ void MetricsDock::moveCursor(uint64_t frame)
 void MetricsDock::updateSummaryText()
 {
     if (busy()) {
-        m_text->setText(tr("Working out the metrics of every frame..."));
+        m_text->setText(m_gate.held() ? tr("Paused while the window plays, so that playback keeps its rate; the "
+                                           "metrics go on when it stops.")
+                                      : tr("Working out the metrics of every frame..."));
         return;
     }
     if (m_summary->frames().empty()) {

@@ -10,6 +10,8 @@
 #include <QChartView>
 #include <QFile>
 #include <QImage>
+#include <QLabel>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
@@ -166,6 +168,42 @@ TEST(MetricsDock, CancelStopsThePass)
     EXPECT_LT(dock.summary().frames().size(), size_t(100000));
 }
 
+// While the window plays the pass waits, says so, and finishes when playback stops; a cancel while it
+// waits ends it.
+TEST(MetricsDock, ThePassWaitsWhilePlaying)
+{
+    for (const bool cancelWhileWaiting : {false, true}) {
+        SCOPED_TRACE(cancelWhileWaiting ? "cancelled while waiting" : "resumed");
+        test::TempDir dir;
+        const VideoProps p = writePair(dir);
+        MetricsDock dock;
+        dock.show();
+        QSignalSpy done(&dock, &MetricsDock::computed);
+        QSignalSpy paused(&dock, &MetricsDock::passPaused);
+        dock.setPlaying(true);
+        dock.setPair(p);
+        QTRY_VERIFY_WITH_TIMEOUT(dock.passWaiting(), 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(paused.count(), 1, 20000);
+        EXPECT_TRUE(paused[0][0].toBool());
+        EXPECT_TRUE(dock.busy());
+        EXPECT_EQ(done.count(), 0);
+        EXPECT_TRUE(dock.summary().frames().empty());
+        EXPECT_TRUE(dock.findChild<QProgressBar *>("metricsProgress")->text().contains("paused while playing"));
+        EXPECT_TRUE(dock.findChild<QLabel *>("metricsSummary")->text().startsWith("Paused while the window plays"));
+        if (cancelWhileWaiting) {
+            dock.cancel();
+            EXPECT_FALSE(dock.busy());
+            EXPECT_EQ(done.count(), 1);
+            EXPECT_TRUE(dock.summary().frames().empty());
+            continue;
+        }
+        dock.setPlaying(false);
+        QTRY_COMPARE_WITH_TIMEOUT(done.count(), 1, 20000);
+        EXPECT_EQ(dock.summary().frames().size(), size_t(kFrames));
+        EXPECT_FALSE(dock.findChild<QProgressBar *>("metricsProgress")->text().contains("paused"));
+    }
+}
+
 TEST(MetricsDock, ThePlayerOpensItAndItFollowsTheShownFrame)
 {
     test::TempDir dir;
@@ -187,6 +225,14 @@ TEST(MetricsDock, ThePlayerOpensItAndItFollowsTheShownFrame)
     ASSERT_NE(dock, nullptr);
     EXPECT_TRUE(dock->isVisible());
     QTRY_COMPARE_WITH_TIMEOUT(dock->summary().frames().size(), size_t(kFrames), 20000);
+    // Playing holds the panel's pass; pausing lets it go.
+    EXPECT_FALSE(dock->passHeld());
+    w.action("actionPlay")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(w.isPlaying(), 20000);
+    EXPECT_TRUE(dock->passHeld());
+    w.action("actionPlay")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(!w.isPlaying(), 20000);
+    EXPECT_FALSE(dock->passHeld());
     // The first mismatch button moves the player there, and the cursor follows the shown frame.
     dock->findChild<QPushButton *>("metricsFirstMismatch")->click();
     QTRY_COMPARE_WITH_TIMEOUT(dock->cursorFrame(), uint64_t(4), 20000);
