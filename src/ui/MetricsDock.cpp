@@ -3,6 +3,7 @@
 #include "formats/FrameSize.h"
 #include "loader/Frame.h"
 #include "pixel/FramePipeline.h"
+#include "ui/MetricsPair.h"
 
 #include <QChart>
 #include <QChartView>
@@ -270,8 +271,10 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
         auto table = std::make_shared<SequenceSummary>();
         try {
             FramePipeline a, b;
-            VideoProps pb = props;
-            pb.fileName = props.diffFileName;
+            // The difference file at its own depth where it states one, as kavri-cli metrics --bits2.
+            const MetricsSecondFile second = metricsSecondFile(props);
+            if (!second.error.isEmpty()) throw std::runtime_error(second.error.toStdString());
+            const VideoProps &pb = second.props;
             a.setup(props, false);
             b.setup(pb, false);
             std::ifstream fa(QFile::encodeName(props.fileName).toStdString(), std::ios::binary);
@@ -288,14 +291,17 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
             format.layout = a.props().format;
             format.width = props.width;
             format.height = props.height;
-            format.bitsA = format.bitsB = a.props().bitDepth;
-            format.containerA = format.containerB = a.props().containerBits;
+            format.bitsA = a.props().bitDepth;
+            format.bitsB = b.props().bitDepth;
+            format.containerA = a.props().containerBits;
+            format.containerB = b.props().containerBits;
             format.isSigned = props.signedValues;
             std::string why;
             if (!engine.setup(format, kAllMetrics, &why)) throw std::runtime_error(why);
             *table = SequenceSummary(kAllMetrics, engine.bits());
-            const uint64_t step = std::max<uint64_t>(1, props.frameCount / 100);
-            for (uint64_t i = 0; i < props.frameCount && m_gate.proceed(); ++i) {
+            const uint64_t count = std::min(props.frameCount, pb.frameCount);
+            const uint64_t step = std::max<uint64_t>(1, count / 100);
+            for (uint64_t i = 0; i < count && m_gate.proceed(); ++i) {
                 if (!a.read(fa, nullptr, i) || !b.read(fb, nullptr, i)) break;
                 FrameMetrics m =
                     engine.compute(a.buffer(FramePipeline::Buffer::First), b.buffer(FramePipeline::Buffer::First));
