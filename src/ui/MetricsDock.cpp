@@ -19,6 +19,7 @@
 #include <QMouseEvent>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <QValueAxis>
 
@@ -40,6 +41,8 @@ namespace {
 
 // Infinite PSNR (no difference) is drawn at this height.
 constexpr double kPsnrCeiling = 100.0;
+// The cursor's steps while playing: ten a second are enough to follow, and cost a sixth of sixty.
+constexpr int kPlayingCursorMs = 100;
 
 // A chart view that reports the value under a left click.
 class ClickableChartView : public QChartView {
@@ -184,6 +187,10 @@ MetricsDock::MetricsDock(QWidget *parent)
         const QString path = QFileDialog::getSaveFileName(this, tr("Export graph"), QString(), tr("PNG (*.png)"));
         if (!path.isEmpty()) exportPng(path);
     });
+    m_cursorTimer = new QTimer(this);
+    m_cursorTimer->setSingleShot(true);
+    m_cursorTimer->setInterval(kPlayingCursorMs);
+    connect(m_cursorTimer, &QTimer::timeout, this, [this] { moveCursor(m_pendingCursor.load()); });
     redraw();
 }
 
@@ -205,7 +212,10 @@ void MetricsDock::frameShown(const frame_t *f)
             this,
             [this] {
                 m_cursorQueued.store(false);
-                moveCursor(m_pendingCursor.load());
+                if (!m_gate.held())
+                    moveCursor(m_pendingCursor.load());
+                else if (!m_cursorTimer->isActive())
+                    m_cursorTimer->start();
             },
             Qt::QueuedConnection);
 }
@@ -357,6 +367,8 @@ void MetricsDock::setPlaying(bool playing)
         [this] {
             updateProgressText();
             updateSummaryText();
+            // Stopped: the cursor goes to the frame shown last at once.
+            if (!m_gate.held() && m_cursor != m_pendingCursor.load()) moveCursor(m_pendingCursor.load());
         },
         Qt::QueuedConnection);
 }

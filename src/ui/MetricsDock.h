@@ -20,6 +20,7 @@ class QLabel;
 class QLineSeries;
 class QProgressBar;
 class QPushButton;
+class QTimer;
 class QValueAxis;
 struct frame_t;
 
@@ -92,6 +93,9 @@ private:
     uint64_t m_cursor = 0;
     std::atomic<uint64_t> m_pendingCursor{0};
     std::atomic<bool> m_cursorQueued{false};
+    // While playing, the cursor moves at most this often: each move repaints the whole chart on the
+    // window's thread, which at the frame rate would take time from the frames being shown.
+    QTimer *m_cursorTimer = nullptr;
 
     std::thread m_worker;
     PassGate m_gate;

@@ -3,6 +3,7 @@
 #include "ui/MetricsDock.h"
 #include "formats/FrameSize.h"
 #include "formats/Y4mHeader.h"
+#include "loader/Frame.h"
 #include "pixel/PatternGenerator.h"
 #include "support/TempFiles.h"
 #include "ui/MetricsPair.h"
@@ -199,7 +200,18 @@ TEST(MetricsDock, ThePassWaitsWhilePlaying)
             EXPECT_TRUE(dock.summary().frames().empty());
             continue;
         }
+        // Frames shown while playing: the cursor follows in steps and ends on the last one.
+        frame_t shown;
+        for (uint64_t i = 1; i <= 5; ++i) {
+            shown.frameIndex = i;
+            dock.frameShown(&shown);
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(dock.cursorFrame(), uint64_t(5), 20000);
+        shown.frameIndex = 3;
+        dock.frameShown(&shown);
         dock.setPlaying(false);
+        // Stopped: at the last shown frame at once.
+        QTRY_COMPARE_WITH_TIMEOUT(dock.cursorFrame(), uint64_t(3), 20000);
         QTRY_COMPARE_WITH_TIMEOUT(done.count(), 1, 20000);
         EXPECT_EQ(dock.summary().frames().size(), size_t(kFrames));
         EXPECT_FALSE(dock.findChild<QProgressBar *>("metricsProgress")->text().contains("paused"));
