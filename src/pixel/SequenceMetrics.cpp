@@ -297,11 +297,15 @@ FrameMetrics FrameMetricsEngine::compute(const uint8_t *a, const uint8_t *b)
 
     const bool wantSsim = m_metrics & metricBit(Metric::Ssim);
     const bool wantMs = m_metrics & metricBit(Metric::MsSsim);
-    auto runJobs = [this](int32_t count, const std::function<void(int32_t)> &fn) {
+    bool abandoned = false;
+    auto runJobs = [this, &abandoned](int32_t count, const std::function<void(int32_t)> &fn) {
         if (m_usePool)
             WorkerPool::shared().run(count, WorkerPool::shared().threadCount(), fn);
         else
-            for (int32_t i = 0; i < count; ++i) fn(i);
+            for (int32_t i = 0; i < count && !abandoned; ++i) {
+                if (m_betweenJobs && !m_betweenJobs()) abandoned = true;
+                if (!abandoned) fn(i);
+            }
     };
     const int32_t comps = m_components;
     const int32_t offset = f.isSigned ? 1 << (m_bits - 1) : 0;
@@ -422,6 +426,7 @@ FrameMetrics FrameMetricsEngine::compute(const uint8_t *a, const uint8_t *b)
                 [&](int32_t job) { m.msssim[msBands[size_t(job)].first].run(msBands[size_t(job)].second); });
     }
 
+    if (abandoned) return FrameMetrics();
     const DifferencePicture &dp = m.difference;
     for (int k = 0; k < 3; ++k) {
         out.mse[k] = dp.mse[k];

@@ -13,6 +13,7 @@
 #include "pixel/MsSsim.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -80,6 +81,10 @@ public:
     // Whether compute spreads its work over the shared worker pool (the default) or does it all on the
     // calling thread, as a background pass should that must not take the pool from playback.
     void setUsePool(bool on) { m_usePool = on; }
+    // Without the pool: called between the jobs of a frame (bands of a few rows), so that a background
+    // pass can wait there (while playback runs) or give the frame up by answering false, whereupon
+    // compute returns an empty result (frame -1). Null: no calls.
+    void setBetweenJobs(std::function<bool()> fn) { m_betweenJobs = std::move(fn); }
 
     // The metrics of `a` against `b`, both in native byte order in buffers of the allocation size of
     // their own container. MSE, PSNR and the first difference are always computed.
@@ -91,6 +96,7 @@ private:
     int32_t m_bits = 8, m_components = 0;
     uint32_t m_metrics = 0;
     bool m_usePool = true;
+    std::function<bool()> m_betweenJobs;
 };
 
 // The summary of the frames compared so far.

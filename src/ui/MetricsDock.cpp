@@ -296,6 +296,9 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
             FrameMetricsEngine engine;
             // On this thread alone: the shared pool stays free for the conversion of shown frames.
             engine.setUsePool(false);
+            // Held between the bands of a frame too: playback starting in the middle of a 1080p frame
+            // (tens of milliseconds of work) gets the core back at once.
+            engine.setBetweenJobs([this] { return m_gate.proceed(); });
             MetricsFormat format;
             // Measured on the samples as unpacked: a descriptor-read layout is compared in its canonical layout.
             format.layout = a.props().format;
@@ -315,6 +318,7 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
                 if (!a.read(fa, nullptr, i) || !b.read(fb, nullptr, i)) break;
                 FrameMetrics m =
                     engine.compute(a.buffer(FramePipeline::Buffer::First), b.buffer(FramePipeline::Buffer::First));
+                if (m_gate.stopped()) break; // the frame was given up half way
                 m.frame = int64_t(i);
                 table->add(m);
                 if ((i + 1) % step == 0)

@@ -488,6 +488,43 @@ TEST(SequenceMetrics, KernelSetsWeighGaussianWindowsAlike)
     }
 }
 
+// A background pass waits or gives up between the jobs of a frame: the calls come on the calling thread
+// only without the pool, a pass that goes on gets the same numbers, and one that gives up gets none.
+TEST(SequenceMetrics, BetweenJobsLetsAPassWaitOrGiveUp)
+{
+    const Case c{"yuv420 8", YUV_p420, 200, 120, 8, false};
+    const PatternSpec s = patternOf(c);
+    const std::vector<uint8_t> a = frameOf(s, 0), b = frameOf(s, 9);
+    FrameMetricsEngine engine;
+    ASSERT_TRUE(engine.setup({c.layout, c.width, c.height, 8, 8}, kAllMetrics));
+    const FrameMetrics plain = engine.compute(a.data(), b.data());
+    int calls = 0;
+    engine.setBetweenJobs([&] { return ++calls > 0; });
+    engine.compute(a.data(), b.data());
+    EXPECT_EQ(calls, 0); // on the pool: never asked
+    engine.setUsePool(false);
+    const FrameMetrics asked = engine.compute(a.data(), b.data());
+    // The views, the difference, the SSIM bands and the MS-SSIM bands of three components: many calls.
+    EXPECT_GT(calls, 10);
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_EQ(asked.psnr[k], plain.psnr[k]);
+        EXPECT_EQ(asked.ssim[k], plain.ssim[k]);
+        EXPECT_EQ(asked.msssim[k], plain.msssim[k]);
+    }
+    for (const int giveUpAt : {1, 4, calls}) {
+        SCOPED_TRACE(giveUpAt);
+        int n = 0;
+        engine.setBetweenJobs([&] { return ++n < giveUpAt; });
+        const FrameMetrics none = engine.compute(a.data(), b.data());
+        EXPECT_EQ(n, giveUpAt);
+        EXPECT_EQ(none.frame, -1);
+        EXPECT_FALSE(none.differs());
+        EXPECT_EQ(none.mse[0], 0.0);
+    }
+    engine.setBetweenJobs(nullptr);
+    EXPECT_EQ(engine.compute(a.data(), b.data()).msssim[1], plain.msssim[1]);
+}
+
 TEST(SequenceMetrics, IdenticalFramesAreInfiniteAndOne)
 {
     for (const Case &c : kCases) {
