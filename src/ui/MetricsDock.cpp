@@ -423,6 +423,8 @@ void MetricsDock::redraw()
     const double pad = (high - low) * 0.05;
     m_axisY->setRange(low - pad, high + pad);
     m_axisX->setRange(0, frames.empty() ? 1 : double(frames.back().frame));
+    // Whole frame numbers only: five ticks over an empty graph's 0..1 would read 0 0 0 0 1.
+    m_axisX->setTickCount(frames.size() < 5 ? 2 : 5);
     m_chart->setTitle(m_metricBox->currentText());
     moveCursor(m_cursor);
     m_worst->setEnabled(!frames.empty());
