@@ -223,7 +223,9 @@ Command metricsCommand()
     opts.push_back({nullptr, "--json", nullptr, "one JSON line a frame, then a summary line (default)"});
     return {"metrics", "FILE1 FILE2",
             "per frame MSE, PSNR, SSIM, MS-SSIM and 6:1:1 weighted PSNR per component, then the sequence "
-            "summary: mean, min, PSNR of the mean MSE, worst frames, first mismatch",
+            "summary: mean, min, PSNR of the mean MSE, worst frames, first mismatch. MS-SSIM: 11x11 Gaussian "
+            "windows (sigma 1.5) at five scales of 2x2 means; a plane under 176 samples a side gets the "
+            "scales that stay 11 or more (exponents scaled to sum 1), under 11 one window cut to fit",
             opts, runMetrics};
 }
 

@@ -55,6 +55,17 @@ using SsimBlocksFn = void (*)(const void *a, const void *b, int64_t stride, int3
 // unless cs is null.
 using SsimWindowsFn = double (*)(const uint32_t *top, const uint32_t *bottom, int32_t blocks, double c1, double c2,
                                  double *cs);
+// MS-SSIM, first half of the separable Gaussian window: for `cols` columns, the sums over `taps` rows
+// (a and b rows strideA and strideB samples apart) weighted by w[0..taps) of a, b, a^2, b^2 and a b,
+// written as five arrays of `cols` doubles one after the other. Samples are unsigned 8-bit, 16-bit or
+// float ([0], [1], [2]).
+using GaussColumnsFn = void (*)(const void *a, const void *b, int64_t strideA, int64_t strideB, int32_t cols,
+                                const double *w, int32_t taps, double *out);
+// Second half: the same weights along the row over the five arrays of GaussColumnsFn, for the
+// cols - taps + 1 windows that fit, and each window's SSIM with the constants c1, c2 (in sample units
+// squared). Adds the sum of the windows' SSIM to *ssim and of their contrast-structure terms to *cs.
+using GaussWindowsFn = void (*)(const double *sums, int32_t cols, const double *w, int32_t taps, double c1, double c2,
+                                double *ssim, double *cs);
 // Replaces blue, green and red of n pixels by their tone-table bytes, keeping the fourth byte.
 using ToneRowFn = void (*)(void *dst, int32_t n, const uint8_t *table);
 
@@ -75,6 +86,8 @@ struct KernelSet {
     DiffRow8Fn diffRow8[2];     // [unsigned/signed]
     SsimBlocksFn ssimBlocks[2]; // [8-bit / 16-bit container]
     SsimWindowsFn ssimWindows;
+    GaussColumnsFn gaussColumns[3]; // [8-bit / 16-bit / float]
+    GaussWindowsFn gaussWindows;
 };
 
 // The portable set (the reference every other set is tested against) and, on x86-64 builds, the

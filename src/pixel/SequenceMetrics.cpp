@@ -15,8 +15,6 @@
 
 namespace kavri::pixel {
 
-const double kMsSsimWeights[5] = {0.0448, 0.2856, 0.3001, 0.2363, 0.1333};
-
 const char *metricName(Metric m)
 {
     switch (m) {
@@ -183,52 +181,6 @@ void ssimWindows(const View<T> &a, const View<T> &b, int32_t wy0, int32_t wy1, c
     }
 }
 
-// Half the size each way, each sample the mean of a 2x2 square (the last row or column repeated
-// where the size is odd, and never smaller than one sample).
-template <typename T>
-void halve(const View<T> &src, std::vector<float> &dst, View<float> &out)
-{
-    const int32_t w = std::max(1, src.cols / 2), h = std::max(1, src.rows / 2);
-    dst.resize(size_t(w) * size_t(h));
-    for (int32_t y = 0; y < h; ++y) {
-        const T *r0 = src.p + int64_t(std::min(2 * y, src.rows - 1)) * src.stride;
-        const T *r1 = src.p + int64_t(std::min(2 * y + 1, src.rows - 1)) * src.stride;
-        float *o = dst.data() + size_t(y) * size_t(w);
-        for (int32_t x = 0; x < w; ++x) {
-            const int32_t x0 = std::min(2 * x, src.cols - 1), x1 = std::min(2 * x + 1, src.cols - 1);
-            o[x] = 0.25f * (float(r0[x0]) + float(r0[x1]) + float(r1[x0]) + float(r1[x1]));
-        }
-    }
-    out = {dst.data(), w, w, h};
-}
-
-// MS-SSIM from the contrast-structure mean of full size (already known from the SSIM pass) and
-// scales 2 to 5 worked out here. Negative means (anti-correlated pictures) count as 0.
-template <typename T>
-double msSsimFrom(const View<T> &a, const View<T> &b, double cs1, const SsimConstants &c)
-{
-    std::vector<float> bufA[2], bufB[2];
-    View<float> va, vb;
-    halve(a, bufA[0], va);
-    halve(b, bufB[0], vb);
-    double result = std::pow(std::max(cs1, 0.0), kMsSsimWeights[0]);
-    for (int scale = 1; scale < 5; ++scale) {
-        SsimSums s;
-        ssimWindows(va, vb, 0, windowRows(va.cols, va.rows), c, s);
-        const double n = double(std::max<int64_t>(s.windows, 1));
-        const double v = scale == 4 ? s.ssim / n : s.cs / n;
-        result *= std::pow(std::max(v, 0.0), kMsSsimWeights[scale]);
-        if (scale < 4) {
-            View<float> na, nb;
-            halve(va, bufA[scale & 1], na);
-            halve(vb, bufB[scale & 1], nb);
-            va = na;
-            vb = nb;
-        }
-    }
-    return result;
-}
-
 bool isEightBitOnly(videoFormat_t f)
 {
     return f == YUV_uyvy || f == YUV_yuyv || f == YUV_yuy2 || f == YUV_nv12 || f == RGBA_i444 || f == BGRA_i444;
@@ -258,6 +210,7 @@ struct FrameMetricsEngine::Impl {
     int32_t containerA = 8, containerB = 8;
     AlignedBuffer differenceOut, widened[2];
     SsimConstants constants;
+    MsSsimPlane msssim[3];
     // Samples of a component taken off their grid (strided, signed, widened or v210), per frame.
     std::vector<uint16_t> planeA[3], planeB[3];
     bool direct[3] = {false, false, false};
@@ -342,18 +295,23 @@ FrameMetrics FrameMetricsEngine::compute(const uint8_t *a, const uint8_t *b)
         (which ? b : a) = dst;
     }
 
-    const bool wantSsim = m_metrics & (metricBit(Metric::Ssim) | metricBit(Metric::MsSsim));
-    auto runJobs = [this](int32_t count, const std::function<void(int32_t)> &fn) {
+    const bool wantSsim = m_metrics & metricBit(Metric::Ssim);
+    const bool wantMs = m_metrics & metricBit(Metric::MsSsim);
+    bool abandoned = false;
+    auto runJobs = [this, &abandoned](int32_t count, const std::function<void(int32_t)> &fn) {
         if (m_usePool)
             WorkerPool::shared().run(count, WorkerPool::shared().threadCount(), fn);
         else
-            for (int32_t i = 0; i < count; ++i) fn(i);
+            for (int32_t i = 0; i < count && !abandoned; ++i) {
+                if (m_betweenJobs && !m_betweenJobs()) abandoned = true;
+                if (!abandoned) fn(i);
+            }
     };
     const int32_t comps = m_components;
     const int32_t offset = f.isSigned ? 1 << (m_bits - 1) : 0;
 
     // The components as views: straight onto the frames where a row is contiguous, else taken out.
-    if (wantSsim) {
+    if (wantSsim || wantMs) {
         runJobs(comps, [&](int32_t k) {
             if (m.direct[k]) {
                 const SampleGrid &g = m.grids[k];
@@ -418,7 +376,7 @@ FrameMetrics FrameMetricsEngine::compute(const uint8_t *a, const uint8_t *b)
     }
 
     // Jobs: the difference picture, the SSIM bands of every component, then each component's smaller
-    // scales for MS-SSIM.
+    // scales for MS-SSIM; the MS-SSIM windows of all scales follow in a second round.
     constexpr int32_t kBandRows = 24;
     struct Band {
         int32_t component, wy0, wy1;
@@ -431,9 +389,7 @@ FrameMetrics FrameMetricsEngine::compute(const uint8_t *a, const uint8_t *b)
                                             useDirect8 ? m.directA8[k].rows : m.viewA[k].rows);
             for (int32_t y = 0; y < rows; y += kBandRows) bands.push_back({k, y, std::min(rows, y + kBandRows)});
         }
-    const bool wantMs = m_metrics & metricBit(Metric::MsSsim);
     std::vector<SsimSums> sums(bands.size());
-    double msScaled[3] = {1, 1, 1}; // the product over scales 2..5, times cs1 later
     const int32_t jobs = 1 + int32_t(bands.size()) + (wantMs ? comps : 0);
     runJobs(jobs, [&](int32_t job) {
         if (job == 0) {
@@ -453,11 +409,24 @@ FrameMetrics FrameMetricsEngine::compute(const uint8_t *a, const uint8_t *b)
             return;
         }
         const int32_t k = job - 1 - int32_t(bands.size());
-        // cs of full size is 1 here; the SSIM pass supplies it below.
-        msScaled[k] = m.direct[k] && !wide ? msSsimFrom(m.directA8[k], m.directB8[k], 1.0, m.constants)
-                                           : msSsimFrom(m.viewA[k], m.viewB[k], 1.0, m.constants);
+        MsSsimPlane::Source src;
+        if (m.direct[k] && !wide)
+            src = {m.directA8[k].p,    m.directB8[k].p,    m.directA8[k].stride, m.directB8[k].stride,
+                   m.directA8[k].cols, m.directA8[k].rows, MsSsimPlane::Type::U8};
+        else
+            src = {m.viewA[k].p,    m.viewB[k].p,    m.viewA[k].stride,     m.viewB[k].stride,
+                   m.viewA[k].cols, m.viewA[k].rows, MsSsimPlane::Type::U16};
+        m.msssim[k].prepare(src, m_bits);
     });
+    if (wantMs) {
+        std::vector<std::pair<int32_t, int32_t>> msBands;
+        for (int32_t k = 0; k < comps; ++k)
+            for (int32_t i = 0; i < m.msssim[k].bands(); ++i) msBands.emplace_back(k, i);
+        runJobs(int32_t(msBands.size()),
+                [&](int32_t job) { m.msssim[msBands[size_t(job)].first].run(msBands[size_t(job)].second); });
+    }
 
+    if (abandoned) return FrameMetrics();
     const DifferencePicture &dp = m.difference;
     for (int k = 0; k < 3; ++k) {
         out.mse[k] = dp.mse[k];
@@ -465,6 +434,8 @@ FrameMetrics FrameMetricsEngine::compute(const uint8_t *a, const uint8_t *b)
         out.firstX[k] = dp.firstDiffX[k];
         out.firstY[k] = dp.firstDiffY[k];
     }
+    if (wantMs)
+        for (int k = 0; k < comps; ++k) out.msssim[k] = m.msssim[k].result();
     if (wantSsim) {
         SsimSums total[3];
         for (size_t i = 0; i < bands.size(); ++i) {
@@ -476,7 +447,6 @@ FrameMetrics FrameMetricsEngine::compute(const uint8_t *a, const uint8_t *b)
         for (int k = 0; k < comps; ++k) {
             const double n = double(std::max<int64_t>(total[k].windows, 1));
             out.ssim[k] = total[k].ssim / n;
-            if (wantMs) out.msssim[k] = msScaled[k] * std::pow(std::max(total[k].cs / n, 0.0), kMsSsimWeights[0]);
         }
     }
     if (comps == 1)

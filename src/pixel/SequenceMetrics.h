@@ -4,15 +4,16 @@
 // SSIM follows the windowing engineers know from the usual encoder tools, so that published numbers
 // can be compared with ours: the sums of 4x4 blocks are combined 2x2 into overlapping 8x8 windows on
 // a 4-pixel grid, and the per-window index is averaged over the windows that fit wholly in the plane.
-// MS-SSIM uses the same windows at five scales, each half the size of the one before (2x2 means), with
-// the usual weights.
+// MS-SSIM is the published one (see MsSsim.h): Gaussian windows at five scales.
 #pragma once
 
 #include "formats/VideoFormat.h"
 #include "pixel/DifferencePicture.h"
 #include "pixel/FramePipeline.h"
+#include "pixel/MsSsim.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -48,8 +49,6 @@ struct SsimConstants {
     double c1 = 0, c2 = 0;
 };
 SsimConstants ssimConstants(int32_t bits);
-// The MS-SSIM weights of scales 1 (full size) to 5.
-extern const double kMsSsimWeights[5];
 
 // Index of one window from its sums over n samples: s1 and s2 the sums of either picture, ss the sum
 // of both pictures' squares, s12 the sum of products. `cs` receives the contrast-structure part.
@@ -82,6 +81,10 @@ public:
     // Whether compute spreads its work over the shared worker pool (the default) or does it all on the
     // calling thread, as a background pass should that must not take the pool from playback.
     void setUsePool(bool on) { m_usePool = on; }
+    // Without the pool: called between the jobs of a frame (bands of a few rows), so that a background
+    // pass can wait there (while playback runs) or give the frame up by answering false, whereupon
+    // compute returns an empty result (frame -1). Null: no calls.
+    void setBetweenJobs(std::function<bool()> fn) { m_betweenJobs = std::move(fn); }
 
     // The metrics of `a` against `b`, both in native byte order in buffers of the allocation size of
     // their own container. MSE, PSNR and the first difference are always computed.
@@ -93,6 +96,7 @@ private:
     int32_t m_bits = 8, m_components = 0;
     uint32_t m_metrics = 0;
     bool m_usePool = true;
+    std::function<bool()> m_betweenJobs;
 };
 
 // The summary of the frames compared so far.

@@ -3,6 +3,7 @@
 #include "formats/FrameSize.h"
 #include "loader/Frame.h"
 #include "pixel/FramePipeline.h"
+#include "ui/MetricsPair.h"
 
 #include <QChart>
 #include <QChartView>
@@ -18,6 +19,7 @@
 #include <QMouseEvent>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <QValueAxis>
 
@@ -39,6 +41,8 @@ namespace {
 
 // Infinite PSNR (no difference) is drawn at this height.
 constexpr double kPsnrCeiling = 100.0;
+// The cursor's steps while playing: ten a second are enough to follow, and cost a sixth of sixty.
+constexpr int kPlayingCursorMs = 100;
 
 // A chart view that reports the value under a left click.
 class ClickableChartView : public QChartView {
@@ -183,6 +187,10 @@ MetricsDock::MetricsDock(QWidget *parent)
         const QString path = QFileDialog::getSaveFileName(this, tr("Export graph"), QString(), tr("PNG (*.png)"));
         if (!path.isEmpty()) exportPng(path);
     });
+    m_cursorTimer = new QTimer(this);
+    m_cursorTimer->setSingleShot(true);
+    m_cursorTimer->setInterval(kPlayingCursorMs);
+    connect(m_cursorTimer, &QTimer::timeout, this, [this] { moveCursor(m_pendingCursor.load()); });
     redraw();
 }
 
@@ -204,7 +212,10 @@ void MetricsDock::frameShown(const frame_t *f)
             this,
             [this] {
                 m_cursorQueued.store(false);
-                moveCursor(m_pendingCursor.load());
+                if (!m_gate.held())
+                    moveCursor(m_pendingCursor.load());
+                else if (!m_cursorTimer->isActive())
+                    m_cursorTimer->start();
             },
             Qt::QueuedConnection);
 }
@@ -238,12 +249,24 @@ void MetricsDock::setPair(const VideoProps &props)
 void MetricsDock::start(const VideoProps &props, const QString &key)
 {
     m_summary = std::make_shared<SequenceSummary>();
-    m_stop = false;
+    m_gate.rearm();
     m_finished = false;
     const uint64_t generation = ++m_generation;
+    m_gate.setOnWait([this, generation](bool waiting) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, generation, waiting] {
+                if (generation != m_generation) return;
+                updateProgressText();
+                updateSummaryText();
+                emit passPaused(waiting);
+            },
+            Qt::QueuedConnection);
+    });
     m_progress->setRange(0, int(std::min<uint64_t>(props.frameCount, INT_MAX)));
     m_progress->setValue(0);
     m_cancel->setEnabled(true);
+    updateProgressText();
     redraw();
     m_worker = std::thread([this, props, key, generation] {
         auto post = [this, generation](std::function<void()> fn) {
@@ -258,8 +281,10 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
         auto table = std::make_shared<SequenceSummary>();
         try {
             FramePipeline a, b;
-            VideoProps pb = props;
-            pb.fileName = props.diffFileName;
+            // The difference file at its own depth where it states one, as kavri-cli metrics --bits2.
+            const MetricsSecondFile second = metricsSecondFile(props);
+            if (!second.error.isEmpty()) throw std::runtime_error(second.error.toStdString());
+            const VideoProps &pb = second.props;
             a.setup(props, false);
             b.setup(pb, false);
             std::ifstream fa(QFile::encodeName(props.fileName).toStdString(), std::ios::binary);
@@ -271,22 +296,29 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
             FrameMetricsEngine engine;
             // On this thread alone: the shared pool stays free for the conversion of shown frames.
             engine.setUsePool(false);
+            // Held between the bands of a frame too: playback starting in the middle of a 1080p frame
+            // (tens of milliseconds of work) gets the core back at once.
+            engine.setBetweenJobs([this] { return m_gate.proceed(); });
             MetricsFormat format;
             // Measured on the samples as unpacked: a descriptor-read layout is compared in its canonical layout.
             format.layout = a.props().format;
             format.width = props.width;
             format.height = props.height;
-            format.bitsA = format.bitsB = a.props().bitDepth;
-            format.containerA = format.containerB = a.props().containerBits;
+            format.bitsA = a.props().bitDepth;
+            format.bitsB = b.props().bitDepth;
+            format.containerA = a.props().containerBits;
+            format.containerB = b.props().containerBits;
             format.isSigned = props.signedValues;
             std::string why;
             if (!engine.setup(format, kAllMetrics, &why)) throw std::runtime_error(why);
             *table = SequenceSummary(kAllMetrics, engine.bits());
-            const uint64_t step = std::max<uint64_t>(1, props.frameCount / 100);
-            for (uint64_t i = 0; i < props.frameCount && !m_stop; ++i) {
+            const uint64_t count = std::min(props.frameCount, pb.frameCount);
+            const uint64_t step = std::max<uint64_t>(1, count / 100);
+            for (uint64_t i = 0; i < count && m_gate.proceed(); ++i) {
                 if (!a.read(fa, nullptr, i) || !b.read(fb, nullptr, i)) break;
                 FrameMetrics m =
                     engine.compute(a.buffer(FramePipeline::Buffer::First), b.buffer(FramePipeline::Buffer::First));
+                if (m_gate.stopped()) break; // the frame was given up half way
                 m.frame = int64_t(i);
                 table->add(m);
                 if ((i + 1) % step == 0)
@@ -295,7 +327,7 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
         } catch (const std::exception &e) {
             error = QString::fromStdString(e.what());
         }
-        const bool stopped = m_stop;
+        const bool stopped = m_gate.stopped();
         if (stopped) error = tr("Cancelled.");
         m_finished = true;
         post([this, table, error, key, stopped] {
@@ -308,7 +340,7 @@ void MetricsDock::start(const VideoProps &props, const QString &key)
 void MetricsDock::cancel()
 {
     if (!m_worker.joinable()) return;
-    m_stop = true;
+    m_gate.stop();
     m_worker.join();
     ++m_generation; // what the stopped pass queued is dropped
     m_finished = true;
@@ -326,8 +358,28 @@ void MetricsDock::finish(std::shared_ptr<const SequenceSummary> table, const QSt
     m_cancel->setEnabled(false);
     m_progress->setRange(0, 1);
     m_progress->setValue(1);
+    updateProgressText();
     redraw();
     emit computed();
+}
+
+void MetricsDock::setPlaying(bool playing)
+{
+    m_gate.setHeld(playing);
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            updateProgressText();
+            updateSummaryText();
+            // Stopped: the cursor goes to the frame shown last at once.
+            if (!m_gate.held() && m_cursor != m_pendingCursor.load()) moveCursor(m_pendingCursor.load());
+        },
+        Qt::QueuedConnection);
+}
+
+void MetricsDock::updateProgressText()
+{
+    m_progress->setFormat(busy() && m_gate.held() ? tr("%v of %m frames, paused while playing") : tr("%p%"));
 }
 
 void MetricsDock::setMetric(Metric m)
@@ -371,6 +423,8 @@ void MetricsDock::redraw()
     const double pad = (high - low) * 0.05;
     m_axisY->setRange(low - pad, high + pad);
     m_axisX->setRange(0, frames.empty() ? 1 : double(frames.back().frame));
+    // Whole frame numbers only: five ticks over an empty graph's 0..1 would read 0 0 0 0 1.
+    m_axisX->setTickCount(frames.size() < 5 ? 2 : 5);
     m_chart->setTitle(m_metricBox->currentText());
     moveCursor(m_cursor);
     m_worst->setEnabled(!frames.empty());
@@ -389,7 +443,9 @@ void MetricsDock::moveCursor(uint64_t frame)
 void MetricsDock::updateSummaryText()
 {
     if (busy()) {
-        m_text->setText(tr("Working out the metrics of every frame..."));
+        m_text->setText(m_gate.held() ? tr("Paused while the window plays, so that playback keeps its rate; the "
+                                           "metrics go on when it stops.")
+                                      : tr("Working out the metrics of every frame..."));
         return;
     }
     if (m_summary->frames().empty()) {

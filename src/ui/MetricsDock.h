@@ -4,6 +4,7 @@
 
 #include "formats/VideoProps.h"
 #include "pixel/SequenceMetrics.h"
+#include "ui/PassGate.h"
 
 #include <QDockWidget>
 #include <QHash>
@@ -19,6 +20,7 @@ class QLabel;
 class QLineSeries;
 class QProgressBar;
 class QPushButton;
+class QTimer;
 class QValueAxis;
 struct frame_t;
 
@@ -37,6 +39,12 @@ public:
     // without a second file clears the panel.
     void setPair(const VideoProps &props);
     void cancel();
+    // While the window plays the background pass waits (after the frame it is on), so that it never takes
+    // CPU time from playback; it goes on when playback stops. Any thread.
+    void setPlaying(bool playing);
+    // Whether the pass is waiting for playback to stop now.
+    bool passWaiting() const { return m_gate.waiting(); }
+    bool passHeld() const { return m_gate.held(); }
 
     bool busy() const { return m_worker.joinable() && !m_finished; }
     // The finished table (empty while computing or without a pair).
@@ -54,6 +62,8 @@ signals:
     void computed();
     // The user closed the panel.
     void closed();
+    // The pass began (true) or ended (false) waiting for playback to stop.
+    void passPaused(bool waiting);
 
 protected:
     void closeEvent(QCloseEvent *e) override;
@@ -64,6 +74,7 @@ private:
     void redraw();
     void moveCursor(uint64_t frame);
     void updateSummaryText();
+    void updateProgressText();
 
     QChart *m_chart = nullptr;
     QChartView *m_view = nullptr;
@@ -82,9 +93,12 @@ private:
     uint64_t m_cursor = 0;
     std::atomic<uint64_t> m_pendingCursor{0};
     std::atomic<bool> m_cursorQueued{false};
+    // While playing, the cursor moves at most this often: each move repaints the whole chart on the
+    // window's thread, which at the frame rate would take time from the frames being shown.
+    QTimer *m_cursorTimer = nullptr;
 
     std::thread m_worker;
-    std::atomic<bool> m_stop{false};
+    PassGate m_gate;
     std::atomic<bool> m_finished{true};
     uint64_t m_generation = 0;
     // Finished tables by pair (file names, sizes, modification times and the record).

@@ -749,6 +749,9 @@ void frame::oon_metrics(bool on)
                 [this](quint64 n) { m_playback->seekPicked(n, false); });
         connect(dock, &kavri::ui::MetricsDock::closed, action("actionMetrics"),
                 [this] { action("actionMetrics")->setChecked(false); });
+        // The panel's background pass waits while the window plays.
+        connect(m_playback, &PlaybackController::playing_changed, dock, &kavri::ui::MetricsDock::setPlaying);
+        dock->setPlaying(m_playback->isPlaying());
         m_metricsDock.store(dock);
     }
     if (!dock) return;

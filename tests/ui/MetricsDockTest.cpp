@@ -2,14 +2,19 @@
 // exports, and the panel in the player window following the shown frame.
 #include "ui/MetricsDock.h"
 #include "formats/FrameSize.h"
+#include "formats/Y4mHeader.h"
+#include "loader/Frame.h"
 #include "pixel/PatternGenerator.h"
 #include "support/TempFiles.h"
+#include "ui/MetricsPair.h"
 #include "ui/frame.h"
 
 #include <QAction>
 #include <QChartView>
 #include <QFile>
 #include <QImage>
+#include <QLabel>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
@@ -166,6 +171,140 @@ TEST(MetricsDock, CancelStopsThePass)
     EXPECT_LT(dock.summary().frames().size(), size_t(100000));
 }
 
+// While the window plays the pass waits, says so, and finishes when playback stops; a cancel while it
+// waits ends it.
+TEST(MetricsDock, ThePassWaitsWhilePlaying)
+{
+    for (const bool cancelWhileWaiting : {false, true}) {
+        SCOPED_TRACE(cancelWhileWaiting ? "cancelled while waiting" : "resumed");
+        test::TempDir dir;
+        const VideoProps p = writePair(dir);
+        MetricsDock dock;
+        dock.show();
+        QSignalSpy done(&dock, &MetricsDock::computed);
+        QSignalSpy paused(&dock, &MetricsDock::passPaused);
+        dock.setPlaying(true);
+        dock.setPair(p);
+        QTRY_VERIFY_WITH_TIMEOUT(dock.passWaiting(), 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(paused.count(), 1, 20000);
+        EXPECT_TRUE(paused[0][0].toBool());
+        EXPECT_TRUE(dock.busy());
+        EXPECT_EQ(done.count(), 0);
+        EXPECT_TRUE(dock.summary().frames().empty());
+        EXPECT_TRUE(dock.findChild<QProgressBar *>("metricsProgress")->text().contains("paused while playing"));
+        EXPECT_TRUE(dock.findChild<QLabel *>("metricsSummary")->text().startsWith("Paused while the window plays"));
+        if (cancelWhileWaiting) {
+            dock.cancel();
+            EXPECT_FALSE(dock.busy());
+            EXPECT_EQ(done.count(), 1);
+            EXPECT_TRUE(dock.summary().frames().empty());
+            continue;
+        }
+        // Frames shown while playing: the cursor follows in steps and ends on the last one.
+        frame_t shown;
+        for (uint64_t i = 1; i <= 5; ++i) {
+            shown.frameIndex = i;
+            dock.frameShown(&shown);
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(dock.cursorFrame(), uint64_t(5), 20000);
+        shown.frameIndex = 3;
+        dock.frameShown(&shown);
+        dock.setPlaying(false);
+        // Stopped: at the last shown frame at once.
+        QTRY_COMPARE_WITH_TIMEOUT(dock.cursorFrame(), uint64_t(3), 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(done.count(), 1, 20000);
+        EXPECT_EQ(dock.summary().frames().size(), size_t(kFrames));
+        EXPECT_FALSE(dock.findChild<QProgressBar *>("metricsProgress")->text().contains("paused"));
+    }
+}
+
+// A difference file that states a depth of its own (a y4m header, a name) is read at that depth and both
+// are compared at the larger one, as kavri-cli metrics --bits2 compares them: the first file's samples
+// shifted up are then identical to it. A file at the pair's depth is read as before.
+TEST(MetricsDock, ADifferenceFileOfItsOwnDepthIsComparedAtTheLargerDepth)
+{
+    struct Case {
+        const char *name;
+        int32_t bitsA, bitsB;
+        const char *secondName;
+        bool y4m, changeOne;
+        bool wantOwnDepth, wantIdentical;
+    };
+    const Case cases[] = {
+        {"y4m of 12 bits against 10", 10, 12, "b.y4m", true, false, true, true},
+        {"name of 10 bits against 8", 8, 10, "b_10bit.yuv", false, false, true, true},
+        {"name of 16 bits against 9", 9, 16, "b_16bit.yuv", false, false, true, true},
+        {"name of the same depth", 8, 8, "b_8bit.yuv", false, true, false, false},
+        {"no depth of its own", 10, 10, "b.yuv", false, false, false, true},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        test::TempDir dir;
+        PatternSpec s;
+        s.width = kW;
+        s.height = kH;
+        s.bits = c.bitsA;
+        s.containerBits = c.bitsA > 8 ? 16 : 8;
+        const int32_t containerB = c.bitsB > 8 ? 16 : 8;
+        const int64_t samples = int64_t(kW) * kH * 3 / 2;
+        QByteArray a, b;
+        VideoProps second;
+        second.width = kW;
+        second.height = kH;
+        second.format = YUV_p420;
+        second.bitDepth = c.bitsB;
+        second.containerBits = containerB;
+        if (c.y4m) b += y4mHeaderLine(second);
+        std::vector<uint8_t> f(patternFrameBytes(s));
+        for (int i = 0; i < kFrames; ++i) {
+            writePatternFrame(s, uint64_t(i), f.data(), f.size());
+            a += QByteArray(reinterpret_cast<const char *>(f.data()), qsizetype(f.size()));
+            if (c.y4m) b += "FRAME\n";
+            for (int64_t k = 0; k < samples; ++k) {
+                uint32_t v =
+                    s.containerBits == 16 ? uint32_t(f[size_t(2 * k)] | f[size_t(2 * k + 1)] << 8) : f[size_t(k)];
+                v <<= (c.bitsB - c.bitsA);
+                if (c.changeOne && i == 2 && k == 100) v ^= 1;
+                b += char(v & 0xff);
+                if (containerB == 16) b += char(v >> 8);
+            }
+        }
+        VideoProps p;
+        p.fileName = dir.write("a.yuv", a);
+        p.diffFileName = dir.write(c.secondName, b);
+        p.width = kW;
+        p.height = kH;
+        p.format = YUV_p420;
+        p.bitDepth = c.bitsA;
+        p.containerBits = s.containerBits;
+        p.frameBytes = uint32_t(f.size());
+        p.frameCount = kFrames;
+
+        const kavri::ui::MetricsSecondFile read = kavri::ui::metricsSecondFile(p);
+        EXPECT_TRUE(read.error.isEmpty()) << read.error.toStdString();
+        EXPECT_EQ(read.ownDepth, c.wantOwnDepth);
+        EXPECT_EQ(read.props.bitDepth, c.wantOwnDepth ? c.bitsB : c.bitsA);
+        EXPECT_EQ(read.props.frameCount, uint64_t(kFrames));
+
+        MetricsDock dock;
+        dock.show();
+        QSignalSpy done(&dock, &MetricsDock::computed);
+        dock.setPair(p);
+        QTRY_COMPARE_WITH_TIMEOUT(done.count(), 1, 20000);
+        const pixel::SequenceSummary &sum = dock.summary();
+        ASSERT_EQ(sum.frames().size(), size_t(kFrames));
+        EXPECT_EQ(sum.identical(), c.wantIdentical);
+        if (c.wantIdentical) {
+            EXPECT_TRUE(std::isinf(sum.frames()[3].psnr[0]));
+            EXPECT_EQ(sum.frames()[3].ssim[1], 1.0);
+        } else {
+            EXPECT_EQ(sum.firstMismatch().frame, 2);
+            EXPECT_EQ(sum.firstMismatch().x, 100 % kW);
+            EXPECT_EQ(sum.firstMismatch().y, 100 / kW);
+        }
+    }
+}
+
 TEST(MetricsDock, ThePlayerOpensItAndItFollowsTheShownFrame)
 {
     test::TempDir dir;
@@ -187,6 +326,14 @@ TEST(MetricsDock, ThePlayerOpensItAndItFollowsTheShownFrame)
     ASSERT_NE(dock, nullptr);
     EXPECT_TRUE(dock->isVisible());
     QTRY_COMPARE_WITH_TIMEOUT(dock->summary().frames().size(), size_t(kFrames), 20000);
+    // Playing holds the panel's pass; pausing lets it go.
+    EXPECT_FALSE(dock->passHeld());
+    w.action("actionPlay")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(w.isPlaying(), 20000);
+    EXPECT_TRUE(dock->passHeld());
+    w.action("actionPlay")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(!w.isPlaying(), 20000);
+    EXPECT_FALSE(dock->passHeld());
     // The first mismatch button moves the player there, and the cursor follows the shown frame.
     dock->findChild<QPushButton *>("metricsFirstMismatch")->click();
     QTRY_COMPARE_WITH_TIMEOUT(dock->cursorFrame(), uint64_t(4), 20000);
