@@ -47,64 +47,76 @@ int32_t rowStep(int64_t cols, int64_t rows, int64_t budget)
     return int32_t(std::max<int64_t>(1, (total + budget - 1) / std::max<int64_t>(budget, 1)));
 }
 
-template <typename T>
-int32_t sampleAt(const uint8_t *frame, int64_t index)
-{
-    return int32_t(reinterpret_cast<const T *>(frame)[index]);
-}
-
-// Reads container sample `index` of the frame as a signed or unsigned 8- or 16-bit value.
-struct Reader {
+// The samples of a frame as a signed or unsigned 8- or 16-bit array; the walks below are compiled for
+// each, so no sample pays for a choice of type.
+struct Samples {
     const uint8_t *frame = nullptr;
-    int64_t samples = 0;
+    int64_t count = 0;
     int32_t containerBits = 8;
     bool isSigned = false;
-    bool inside(int64_t index) const { return index >= 0 && index < samples; }
+    bool inside(int64_t index) const { return index >= 0 && index < count; }
+    template <typename Fn>
+    void visit(Fn &&fn) const
+    {
+        if (containerBits == 8) {
+            if (isSigned)
+                fn(reinterpret_cast<const int8_t *>(frame));
+            else
+                fn(frame);
+        } else if (isSigned) {
+            fn(reinterpret_cast<const int16_t *>(frame));
+        } else {
+            fn(reinterpret_cast<const uint16_t *>(frame));
+        }
+    }
     int32_t operator()(int64_t index) const
     {
-        if (containerBits == 8) return isSigned ? sampleAt<int8_t>(frame, index) : sampleAt<uint8_t>(frame, index);
-        return isSigned ? sampleAt<int16_t>(frame, index) : sampleAt<uint16_t>(frame, index);
+        int32_t v = 0;
+        visit([&](const auto *p) { v = int32_t(p[index]); });
+        return v;
     }
 };
 
-void addWaveformGrid(const Reader &read, const SampleGrid &g, const Scale &levels, int32_t part, int64_t budget,
+void addWaveformGrid(const Samples &read, const SampleGrid &g, const Scale &levels, int32_t part, int64_t budget,
                      Waveform &w)
 {
     if (g.cols <= 0 || g.rows <= 0) return;
     const int32_t step = rowStep(g.cols, g.rows, budget);
-    const size_t stride = size_t(w.parts) * size_t(w.columns);
-    std::vector<int32_t> band(size_t(g.cols));
-    for (int32_t x = 0; x < g.cols; ++x) band[size_t(x)] = int32_t(int64_t(x) * w.columns / g.cols);
-    for (int32_t y = 0; y < g.rows; y += step) {
-        const int64_t row = g.start + int64_t(y) * g.stride;
-        if (!read.inside(row + int64_t(g.cols - 1) * g.step)) break;
-        for (int32_t x = 0; x < g.cols; ++x) {
-            const int32_t level = levels.cell(read(row + int64_t(x) * g.step));
-            ++w.counts[size_t(level) * stride + size_t(part * w.columns + band[size_t(x)])];
+    std::vector<uint32_t> band(size_t(g.cols));
+    for (int32_t x = 0; x < g.cols; ++x)
+        band[size_t(x)] = uint32_t((int64_t(part) * w.columns + int64_t(x) * w.columns / g.cols) * w.levels);
+    read.visit([&](const auto *p) {
+        uint32_t *counts = w.counts.data();
+        for (int32_t y = 0; y < g.rows; y += step) {
+            const int64_t row = g.start + int64_t(y) * g.stride;
+            if (!read.inside(row + int64_t(g.cols - 1) * g.step)) break;
+            const auto *r = p + row;
+            for (int32_t x = 0; x < g.cols; ++x) ++counts[band[size_t(x)] + uint32_t(levels.cell(r[x * g.step]))];
         }
-    }
+    });
 }
 
-void addVectorscopeGrids(const Reader &read, const SampleGrid &u, const SampleGrid &v, const Scale &cells,
+void addVectorscopeGrids(const Samples &read, const SampleGrid &u, const SampleGrid &v, const Scale &cells,
                          int64_t budget, Vectorscope &s)
 {
     const int32_t cols = std::min(u.cols, v.cols), rows = std::min(u.rows, v.rows);
     if (cols <= 0 || rows <= 0) return;
     const int32_t step = rowStep(cols, rows, budget);
-    for (int32_t y = 0; y < rows; y += step) {
-        const int64_t ur = u.start + int64_t(y) * u.stride, vr = v.start + int64_t(y) * v.stride;
-        if (!read.inside(ur + int64_t(cols - 1) * u.step) || !read.inside(vr + int64_t(cols - 1) * v.step)) break;
-        for (int32_t x = 0; x < cols; ++x) {
-            const int32_t cu = cells.cell(read(ur + int64_t(x) * u.step));
-            const int32_t cv = cells.cell(read(vr + int64_t(x) * v.step));
-            ++s.counts[size_t(cv) * size_t(s.size) + size_t(cu)];
+    read.visit([&](const auto *p) {
+        uint32_t *counts = s.counts.data();
+        for (int32_t y = 0; y < rows; y += step) {
+            const int64_t ur = u.start + int64_t(y) * u.stride, vr = v.start + int64_t(y) * v.stride;
+            if (!read.inside(ur + int64_t(cols - 1) * u.step) || !read.inside(vr + int64_t(cols - 1) * v.step)) break;
+            const auto *pu = p + ur, *pv = p + vr;
+            for (int32_t x = 0; x < cols; ++x)
+                ++counts[size_t(cells.cell(pv[x * v.step])) * size_t(s.size) + size_t(cells.cell(pu[x * u.step]))];
         }
-    }
+    });
 }
 
 // RGB layouts have no stored colour differences: they are worked out through the reading's matrix, so
 // the bars still land on their targets.
-void addVectorscopeRgb(const Reader &read, const SampleGrid g[3], const int rgb[3], ColourMatrix m, int32_t bits,
+void addVectorscopeRgb(const Samples &read, const SampleGrid g[3], const int rgb[3], ColourMatrix m, int32_t bits,
                        bool isSigned, int64_t budget, Vectorscope &s)
 {
     const int32_t cols = g[0].cols, rows = g[0].rows;
@@ -140,13 +152,12 @@ void addV210(const uint8_t *frame, size_t bytes, const StatisticsFormat &f, cons
              int64_t budget, ScopeData &d)
 {
     const int32_t step = rowStep(f.width, f.height, budget);
-    const size_t stride = size_t(d.waveform.columns);
     for (int32_t y = 0; y < f.height; y += step)
         for (int32_t x = 0; x < f.width; ++x) {
             StoredSample s;
             if (!readStored(frame, int64_t(bytes), f.layout, f.width, f.height, 10, false, x, y, s)) return;
             const int32_t column = int32_t(int64_t(x) * d.waveform.columns / f.width);
-            ++d.waveform.counts[size_t(levels.cell(s.c[0])) * stride + size_t(column)];
+            ++d.waveform.counts[size_t(column) * size_t(d.waveform.levels) + size_t(levels.cell(s.c[0]))];
             if (x % 2 == 0) {
                 const int32_t u = f.swapUV ? s.c[2] : s.c[1], v = f.swapUV ? s.c[1] : s.c[2];
                 ++d.vectorscope.counts[size_t(cells.cell(v)) * size_t(d.vectorscope.size) + size_t(cells.cell(u))];
@@ -217,10 +228,10 @@ ScopeData computeScopeData(const StatisticsFormat &format, const ColourDescripti
         addV210(frame, stored, format, levels, cells, options.sampleBudget, d);
         return d;
     }
-    const Reader read{frame, int64_t(stored) / (format.containerBits / 8), format.containerBits, format.isSigned};
+    const Samples read{frame, int64_t(stored) / (format.containerBits / 8), format.containerBits, format.isSigned};
     SampleGrid grids[3];
     double count[3];
-    const int32_t n = componentGrids(format.layout, format.width, format.height, read.samples, grids, count);
+    const int32_t n = componentGrids(format.layout, format.width, format.height, read.count, grids, count);
     if (n <= 0) return d;
     if (rgb) {
         // Grids in storage order; red, green and blue are taken from where the conversion takes them, so

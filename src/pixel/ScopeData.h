@@ -16,14 +16,15 @@
 namespace kavri::pixel {
 
 // Counts of samples by column band and level: `parts` panels of `columns` columns each, side by side,
-// and `levels` levels (level 0 the lowest code). counts[level * parts * columns + part * columns + column].
+// and `levels` levels (level 0 the lowest code). Column by column (neighbouring pixels fall in the same
+// column, so the counters they touch lie together): counts[((part * columns) + column) * levels + level].
 struct Waveform {
     int32_t parts = 0, columns = 0, levels = 0;
     std::vector<std::string> names; // a name for each part
     std::vector<uint32_t> counts;
     uint32_t at(int32_t part, int32_t column, int32_t level) const
     {
-        return counts[size_t(level) * size_t(parts * columns) + size_t(part * columns + column)];
+        return counts[size_t(part * columns + column) * size_t(levels) + size_t(level)];
     }
 };
 

@@ -182,8 +182,7 @@ TEST_P(ScopeCounts, WaveformAndVectorscopeCountEverySampleWhereThePatternPutsIt)
             const PatternPixel p = patternPixel(s, kFrame, x, y);
             const int32_t c[3] = {p.c1, p.c2, p.c3};
             for (int32_t k = 0; k < parts; ++k)
-                ++wave[size_t(cellOf(c[source[k]], bits, 256)) * size_t(parts * kColumns) + size_t(k * kColumns) +
-                       size_t(x * kColumns / kW)];
+                ++wave[size_t(k * kColumns + x * kColumns / kW) * 256 + size_t(cellOf(c[source[k]], bits, 256))];
         }
     EXPECT_EQ(d.waveform.counts, wave);
 
