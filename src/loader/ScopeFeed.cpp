@@ -5,13 +5,18 @@
 #include <QThread>
 #include <cstring>
 
+#ifdef Q_OS_LINUX
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
+
 namespace kavri {
 
 ScopeFeed::ScopeFeed(const pixel::ScopeOptions &options, QObject *parent) : QObject(parent), m_options(options)
 {
     m_thread = QThread::create([this] { work(); });
     m_thread->setObjectName(QStringLiteral("scopes"));
-    m_thread->start(QThread::LowPriority);
+    m_thread->start();
 }
 
 ScopeFeed::~ScopeFeed()
@@ -88,6 +93,12 @@ std::shared_ptr<const ScopeResult> ScopeFeed::take()
 
 void ScopeFeed::work()
 {
+#ifdef Q_OS_LINUX
+    // The scopes yield to playback: with every core busy the loader and the window get the time and the
+    // scopes skip more frames. Thread priorities mean nothing to the normal scheduler, a thread's nice
+    // value does (10: about a tenth of the share of a thread at 0).
+    setpriority(PRIO_PROCESS, id_t(gettid()), 10);
+#endif
     for (;;) {
         {
             std::unique_lock lock(m_mutex);

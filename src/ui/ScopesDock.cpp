@@ -52,7 +52,7 @@ ScopesDock::ScopesDock(QWidget *parent) : QDockWidget(tr("Scopes"), parent), m_f
     for (const char *c : kColumns) headers << tr(c);
     m_table->setHorizontalHeaderLabels(headers);
     m_table->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    m_table->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
+    m_table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     m_histogram->setToolTip(tr("Histogram of every component"));
     m_waveform->setToolTip(tr("Waveform: luma, or red, green and blue side by side"));
     m_vectorscope->setToolTip(tr("Vectorscope: U across, V up; boxes mark the 75 % colour bars"));

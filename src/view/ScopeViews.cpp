@@ -157,11 +157,24 @@ QImage VectorscopeView::render(const pixel::ScopeData &d) const
     if (s.counts.empty()) return {};
     uint32_t peak = 0;
     for (uint32_t n : s.counts) peak = std::max(peak, n);
+    // Each cell also lights its eight neighbours (at the brightest of them): a flat colour fills one cell
+    // of 256, which would vanish when the picture is drawn smaller than the grid.
+    std::vector<int> lit(size_t(s.size) * size_t(s.size), 0);
+    for (int v = 0; v < s.size; ++v)
+        for (int u = 0; u < s.size; ++u) {
+            const int b = cellBrightness(s.at(u, v), peak);
+            if (!b) continue;
+            for (int dv = std::max(0, v - 1); dv <= std::min(s.size - 1, v + 1); ++dv)
+                for (int du = std::max(0, u - 1); du <= std::min(s.size - 1, u + 1); ++du) {
+                    int &cell = lit[size_t(dv) * size_t(s.size) + size_t(du)];
+                    cell = std::max(cell, b);
+                }
+        }
     QImage img(s.size, s.size, QImage::Format_RGB32);
     for (int v = 0; v < s.size; ++v) {
         QRgb *row = reinterpret_cast<QRgb *>(img.scanLine(s.size - 1 - v));
         for (int u = 0; u < s.size; ++u) {
-            const int b = cellBrightness(s.at(u, v), peak);
+            const int b = lit[size_t(v) * size_t(s.size) + size_t(u)];
             row[u] = b ? qRgb(b * 3 / 4, b, b * 3 / 4) : qRgb(16, 16, 16);
         }
     }

@@ -31,7 +31,7 @@ public:
     const ScopeDataPtr &data() const { return m_data; }
     // The picture the view scales into its area (null when it shows nothing).
     const QImage &picture() const { return m_picture; }
-    QSize sizeHint() const override { return {320, 240}; }
+    QSize sizeHint() const override { return {240, 170}; }
 
 protected:
     // Builds the picture from the data (non-null).
@@ -78,7 +78,7 @@ class VectorscopeView : public ScopeView {
     Q_OBJECT
 public:
     using ScopeView::ScopeView;
-    QSize sizeHint() const override { return {260, 260}; }
+    QSize sizeHint() const override { return {240, 240}; }
     // Where a target lands in a picture area (v grows upwards).
     static QPointF targetPoint(const pixel::ScopeTarget &t, const QRectF &area);
 
