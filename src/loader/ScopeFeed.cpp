@@ -111,8 +111,10 @@ void ScopeFeed::work()
         result->frameIndex = m_input.frameIndex;
         result->format = m_input.format;
         result->colour = m_input.colour;
+        pixel::ScopeOptions options = m_options;
+        options.yuvParade = m_parade.load();
         result->data =
-            pixel::computeScopeData(m_input.format, m_input.colour, m_input.samples.data(), m_input.bytes, m_options);
+            pixel::computeScopeData(m_input.format, m_input.colour, m_input.samples.data(), m_input.bytes, options);
         const uint64_t generation = m_input.generation;
         bool signal = false;
         {

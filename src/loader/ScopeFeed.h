@@ -41,6 +41,10 @@ public:
     bool offer(uint64_t frameIndex, const pixel::StatisticsFormat &format, const ColourDescription &colour,
                const uint8_t *samples, size_t bytes);
 
+    // The waveform of YUV layouts as red, green and blue instead of luma (ScopeOptions::yuvParade), from
+    // the next frame the worker takes.
+    void setYuvParade(bool on) { m_parade.store(on); }
+
     // Off: every offer is refused without a copy (no scope is shown). On by default.
     void setEnabled(bool on) { m_enabled.store(on); }
     bool isEnabled() const { return m_enabled.load(); }
@@ -72,6 +76,7 @@ private:
 
     const pixel::ScopeOptions m_options;
     std::atomic<bool> m_enabled{true};
+    std::atomic<bool> m_parade{false};
     // Set by the offer that wins the worker, cleared by the worker when its result is stored: while set,
     // the input below belongs to the worker and offers are skipped.
     std::atomic<bool> m_busy{false};

@@ -114,6 +114,30 @@ void addVectorscopeGrids(const Samples &read, const SampleGrid &u, const SampleG
     });
 }
 
+// Red, green and blue of every pixel of a YUV layout, from its luma and the chroma sample covering it.
+void addParade(const Samples &read, const SampleGrid &y, const SampleGrid &u, const SampleGrid &v, int32_t shiftX,
+               int32_t shiftY, const ColourAffine &m, int32_t lo, int64_t budget, Waveform &w)
+{
+    if (y.cols <= 0 || y.rows <= 0 || u.cols <= 0 || u.rows <= 0) return;
+    const int32_t step = rowStep(y.cols, y.rows, budget);
+    for (int32_t row = 0; row < y.rows; row += step) {
+        const int32_t crow = std::min(row >> shiftY, std::min(u.rows, v.rows) - 1);
+        for (int32_t x = 0; x < y.cols; ++x) {
+            const int32_t cx = std::min(x >> shiftX, std::min(u.cols, v.cols) - 1);
+            const int64_t iy = y.start + int64_t(row) * y.stride + int64_t(x) * y.step;
+            const int64_t iu = u.start + int64_t(crow) * u.stride + int64_t(cx) * u.step;
+            const int64_t iv = v.start + int64_t(crow) * v.stride + int64_t(cx) * v.step;
+            if (!read.inside(iy) || !read.inside(iu) || !read.inside(iv)) return;
+            const double c[3] = {double(read(iy) - lo), double(read(iu) - lo), double(read(iv) - lo)};
+            const int32_t column = int32_t(int64_t(x) * w.columns / y.cols);
+            for (int k = 0; k < 3; ++k) {
+                const double value = m.a[k][0] * c[0] + m.a[k][1] * c[1] + m.a[k][2] * c[2] + m.b[k];
+                ++w.counts[size_t(k * w.columns + column) * size_t(w.levels) + size_t(pictureLevel(value, w.levels))];
+            }
+        }
+    }
+}
+
 // RGB layouts have no stored colour differences: they are worked out through the reading's matrix, so
 // the bars still land on their targets.
 void addVectorscopeRgb(const Samples &read, const SampleGrid g[3], const int rgb[3], ColourMatrix m, int32_t bits,
@@ -167,6 +191,11 @@ void addV210(const uint8_t *frame, size_t bytes, const StatisticsFormat &f, cons
 
 } // namespace
 
+int32_t pictureLevel(double value, int32_t levels)
+{
+    return std::clamp(int32_t(std::floor(value * levels)), 0, levels - 1);
+}
+
 double scopePosition(int32_t code, int32_t bits, bool isSigned)
 {
     return (double(code) - lowestCode(bits, isSigned) + 0.5) / std::ldexp(1.0, bits);
@@ -205,11 +234,12 @@ ScopeData computeScopeData(const StatisticsFormat &format, const ColourDescripti
     const bool rgb = info.kind == LayoutKind::InterleavedRgb || info.kind == LayoutKind::PlanarRgb;
     const bool luma = info.kind == LayoutKind::Luma;
 
+    const bool parade = rgb || (options.yuvParade && !luma && !v210);
     Waveform &w = d.waveform;
-    w.parts = rgb ? 3 : 1;
+    w.parts = parade ? 3 : 1;
     w.columns = std::max(1, std::min(options.waveformColumns, format.width));
     w.levels = std::max(1, options.waveformLevels);
-    w.names = rgb ? std::vector<std::string>{"R", "G", "B"} : std::vector<std::string>{"Y"};
+    w.names = parade ? std::vector<std::string>{"R", "G", "B"} : std::vector<std::string>{"Y"};
     w.counts.assign(size_t(w.parts) * size_t(w.columns) * size_t(w.levels), 0);
     if (!luma) {
         d.vectorscope.size = std::max(1, options.vectorscopeSize);
@@ -241,11 +271,18 @@ ScopeData computeScopeData(const StatisticsFormat &format, const ColourDescripti
         addVectorscopeRgb(read, grids, order, colour.matrix, d.bits, d.isSigned, options.sampleBudget, d.vectorscope);
         return d;
     }
-    addWaveformGrid(read, grids[0], levels, 0, options.sampleBudget, w);
     if (n == 3) {
         const SampleGrid &u = format.swapUV ? grids[2] : grids[1];
         const SampleGrid &v = format.swapUV ? grids[1] : grids[2];
+        if (parade)
+            addParade(read, grids[0], u, v, info.chromaShiftX, info.chromaShiftY,
+                      colourAffine(colour, ColourInput::Yuv, d.bits, 1.0), lowestCode(d.bits, d.isSigned),
+                      options.sampleBudget, w);
+        else
+            addWaveformGrid(read, grids[0], levels, 0, options.sampleBudget, w);
         addVectorscopeGrids(read, u, v, cells, options.sampleBudget, d.vectorscope);
+    } else {
+        addWaveformGrid(read, grids[0], levels, 0, options.sampleBudget, w);
     }
     return d;
 }

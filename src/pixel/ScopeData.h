@@ -15,6 +15,9 @@
 
 namespace kavri::pixel {
 
+// The level (0..levels-1) a value of the picture (0..1 for black to white) is counted at.
+int32_t pictureLevel(double value, int32_t levels);
+
 // Counts of samples by column band and level: `parts` panels of `columns` columns each, side by side,
 // and `levels` levels (level 0 the lowest code). Column by column (neighbouring pixels fall in the same
 // column, so the counters they touch lie together): counts[((part * columns) + column) * levels + level].
@@ -69,6 +72,10 @@ struct ScopeOptions {
     // evenly spaced rows above it (the statistics always count every sample).
     int64_t sampleBudget = int64_t(1) << 21;
     int32_t threads = 1; // for the statistics, as computeFrameStatistics takes it
+    // The waveform of a YUV layout shows red, green and blue of the picture side by side (each pixel
+    // through the colour reading, with the chroma sample that covers it) instead of luma. Not for v210,
+    // whose waveform stays luma.
+    bool yuvParade = false;
 };
 
 // Everything the scopes show of a frame of `bytes` bytes in native byte order.

@@ -39,8 +39,11 @@ ScopesDock::ScopesDock(QWidget *parent) : QDockWidget(tr("Scopes"), parent), m_f
     auto *top = new QHBoxLayout;
     m_title = new QLabel(tr("No frame"), body);
     m_log = new QCheckBox(tr("Logarithmic histogram"), body);
+    m_parade = new QCheckBox(tr("RGB parade"), body);
+    m_parade->setToolTip(tr("The waveform of a YUV frame as red, green and blue of the picture"));
     top->addWidget(m_title, 1);
     top->addWidget(m_log);
+    top->addWidget(m_parade);
     outer->addLayout(top);
 
     auto *grid = new QGridLayout;
@@ -64,6 +67,8 @@ ScopesDock::ScopesDock(QWidget *parent) : QDockWidget(tr("Scopes"), parent), m_f
     setWidget(body);
 
     connect(m_log, &QCheckBox::toggled, m_histogram, &view::HistogramView::setLogarithmic);
+    // From the next frame the worker takes (RGB layouts always show the parade).
+    connect(m_parade, &QCheckBox::toggled, this, [this](bool on) { m_feed->setYuvParade(on); });
     // Emitted on the feed's worker thread: queued to this one, at most one waiting.
     connect(m_feed.get(), &ScopeFeed::resultReady, this, &ScopesDock::showResult, Qt::QueuedConnection);
 }

@@ -42,6 +42,7 @@ public:
     view::VectorscopeView *vectorscope() const { return m_vectorscope; }
     QTableWidget *table() const { return m_table; }
     QCheckBox *logarithmic() const { return m_log; }
+    QCheckBox *parade() const { return m_parade; }
 
 signals:
     // A result was put on screen.
@@ -61,6 +62,7 @@ private:
     std::unique_ptr<ScopeFeed> m_feed;
     QLabel *m_title = nullptr;
     QCheckBox *m_log = nullptr;
+    QCheckBox *m_parade = nullptr;
     view::HistogramView *m_histogram = nullptr;
     view::WaveformView *m_waveform = nullptr;
     view::VectorscopeView *m_vectorscope = nullptr;

@@ -229,6 +229,38 @@ INSTANTIATE_TEST_SUITE_P(
                       LayoutCase{"gbr_planar_8", GBR_planar, 8, 8}, LayoutCase{"rgba_planar_16", RGBA_planar, 16, 16}),
     [](const auto &info) { return std::string(info.param.label); });
 
+TEST_P(ScopeCounts, TheParadeOfAYuvFrameCountsEachPixelsColourThroughTheReading)
+{
+    const PatternSpec s = spec();
+    const LayoutInfo &info = layoutInfo(s.layout);
+    if (info.kind == LayoutKind::Luma || info.kind == LayoutKind::InterleavedRgb ||
+        info.kind == LayoutKind::PlanarRgb || s.layout == YUV_v210)
+        GTEST_SKIP() << "luma, RGB and v210 have no YUV parade";
+    constexpr uint64_t kFrame = 30;
+    const std::vector<uint8_t> bytes = frame(kFrame);
+    ColourDescription reading;
+    reading.matrix = ColourMatrix::BT601;
+    reading.range = ColourRange::Limited;
+    ScopeOptions o;
+    o.waveformColumns = kColumns;
+    o.sampleBudget = int64_t(1) << 30;
+    o.yuvParade = true;
+    const ScopeData d = computeScopeData(format(), reading, bytes.data(), bytes.size(), o);
+    ASSERT_EQ(d.waveform.parts, 3);
+    const ColourAffine m = colourAffine(reading, ColourInput::Yuv, s.bits, 1.0);
+    std::vector<uint32_t> wave(size_t(3) * kColumns * 256, 0);
+    for (int32_t y = 0; y < kH; ++y)
+        for (int32_t x = 0; x < kW; ++x) {
+            const PatternPixel p = patternPixel(s, kFrame, x, y);
+            const double c[3] = {double(p.c1), double(p.c2), double(p.c3)};
+            for (int k = 0; k < 3; ++k) {
+                const double value = m.a[k][0] * c[0] + m.a[k][1] * c[1] + m.a[k][2] * c[2] + m.b[k];
+                ++wave[size_t(k * kColumns + x * kColumns / kW) * 256 + size_t(pictureLevel(value, 256))];
+            }
+        }
+    EXPECT_EQ(d.waveform.counts, wave);
+}
+
 TEST(ScopeData, LargeFramesAreSampledOnEvenlySpacedRowsWithinTheBudget)
 {
     PatternSpec s;

@@ -84,6 +84,22 @@ TEST(ScopesDock, ShowsTheScopesOfAnOfferedFrame)
     EXPECT_FALSE(dock.histogram()->picture().isNull());
 }
 
+TEST(ScopesDock, TheParadeSwitchTurnsTheLumaWaveformIntoRedGreenAndBlue)
+{
+    ui::ScopesDock dock;
+    dock.show();
+    BarsFrame first(1), second(2);
+    dock.frameShown(&first.frame);
+    QTRY_COMPARE_WITH_TIMEOUT(dock.shownFrame(), qint64(1), kWaitMs);
+    EXPECT_EQ(dock.waveform()->data()->waveform.parts, 1);
+    dock.parade()->setChecked(true);
+    QTRY_VERIFY_WITH_TIMEOUT(!dock.feed().isBusy(), kWaitMs);
+    dock.frameShown(&second.frame);
+    QTRY_COMPARE_WITH_TIMEOUT(dock.shownFrame(), qint64(2), kWaitMs);
+    EXPECT_EQ(dock.waveform()->data()->waveform.parts, 3);
+    EXPECT_EQ(dock.waveform()->picture().size(), QSize(3 * 60, 256));
+}
+
 TEST(ScopesDock, AHiddenPanelCopiesNoFrame)
 {
     ui::ScopesDock dock;
