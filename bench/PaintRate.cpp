@@ -2,14 +2,17 @@
 // sequence plays at its rate. Run it under the platform to be judged (Xvfb, a desktop, or "offscreen"):
 //
 //   kavri_paint_rate FILE WIDTH HEIGHT [--bits N] [--rate R] [--seconds S] [--zoom 25|33|50|100|200]
-//                    [--window WxH] [--fullscreen] [--diff FILE2 [--metrics]]
+//                    [--window WxH] [--fullscreen] [--diff FILE2 [--metrics]] [--scopes]
 //
 // With --diff the window shows the difference against FILE2; --metrics opens the metrics panel, whose
-// pass over the whole pair then runs in the background while the rate is measured.
+// pass over the whole pair then runs in the background while the rate is measured. --scopes opens the
+// scopes panel (histogram, waveform, vectorscope, statistics) and also reports how many frames a second
+// its pictures followed, and the frames it skipped.
 // Prints one JSON line. The settings store goes to a temporary folder, so nothing of the user's changes.
 #include "formats/Settings.h"
 #include "formats/Validation.h"
 #include "loader/KavriLoader.h"
+#include "ui/ScopesDock.h"
 #include "ui/frame.h"
 #include "view/KavriDrawPanel.h"
 
@@ -37,7 +40,8 @@ public:
 int usage()
 {
     std::fprintf(stderr, "usage: kavri_paint_rate FILE WIDTH HEIGHT [--bits N] [--rate R] [--seconds S] "
-                         "[--zoom 25|33|50|100|200] [--window WxH] [--fullscreen] [--diff FILE2 [--metrics]]\n");
+                         "[--zoom 25|33|50|100|200] [--window WxH] [--fullscreen] [--diff FILE2 [--metrics]] "
+                         "[--scopes]\n");
     return 2;
 }
 
@@ -71,7 +75,7 @@ int main(int argc, char **argv)
     config.rate = 60.0;
     int bits = 8, seconds = 5, zoom = 100;
     QSize window;
-    bool fullscreen = false, metrics = false;
+    bool fullscreen = false, metrics = false, scopes = false;
     for (int i = 3; i < args.size(); ++i) {
         const QString &a = args[i];
         const QString v = i + 1 < args.size() ? args[i + 1] : QString();
@@ -91,6 +95,8 @@ int main(int argc, char **argv)
             config.diff = v, ++i;
         else if (a == "--metrics")
             metrics = true;
+        else if (a == "--scopes")
+            scopes = true;
         else
             return usage();
     }
@@ -114,29 +120,36 @@ int main(int argc, char **argv)
     if (window.isValid()) w.resize(window);
     if (fullscreen) w.action("actionFullscreen")->trigger();
     if (metrics) w.action("actionMetrics")->trigger();
+    if (scopes) w.action("actionScopes")->trigger();
     loader->setLoop(true);
     spinUntil([] { return false; }, 500); // let the window settle at its size
 
     PaintCounter counter;
     w.drawPanel()->installEventFilter(&counter);
     std::atomic<uint64_t> delivered{0};
+    uint64_t scopesShown = 0;
+    auto *dock = w.findChild<kavri::ui::ScopesDock *>();
+    if (dock) QObject::connect(dock, &kavri::ui::ScopesDock::shown, &counter, [&] { ++scopesShown; });
     QObject::connect(
         loader, &KavriLoader::new_frame, &counter, [&](frame_t *) { ++delivered; }, Qt::DirectConnection);
     // The counting starts with playback under way, so start-up does not count against the rate.
     w.oon_play_pause();
     spinUntil([] { return false; }, 500);
-    const uint64_t paints0 = counter.paints.load(), frames0 = delivered.load();
+    const uint64_t paints0 = counter.paints.load(), frames0 = delivered.load(), scopes0 = scopesShown;
+    const uint64_t skipped0 = dock ? dock->feed().skipped() : 0;
     QElapsedTimer t;
     t.start();
     spinUntil([] { return false; }, seconds * 1000);
     const double s = t.nsecsElapsed() / 1e9;
     const uint64_t paints = counter.paints.load() - paints0, frames = delivered.load() - frames0;
+    const uint64_t scopesFrames = scopesShown - scopes0, skipped = dock ? dock->feed().skipped() - skipped0 : 0;
     w.oon_play_pause();
     const QSize panel = w.drawPanel()->size();
     std::printf("{\"platform\": \"%s\", \"video\": \"%dx%d\", \"bits\": %d, \"rate\": %.3f, \"zoom\": %d, "
                 "\"panel\": \"%dx%d\", \"metrics\": %s, \"seconds\": %.3f, \"delivered_fps\": %.2f, "
-                "\"painted_fps\": %.2f}\n",
+                "\"painted_fps\": %.2f, \"scopes\": %s, \"scopes_fps\": %.2f, \"scopes_skipped\": %llu}\n",
                 qPrintable(QGuiApplication::platformName()), config.width, config.height, bits, config.rate, zoom,
-                panel.width(), panel.height(), metrics ? "true" : "false", s, frames / s, paints / s);
+                panel.width(), panel.height(), metrics ? "true" : "false", s, frames / s, paints / s,
+                scopes ? "true" : "false", scopesFrames / s, (unsigned long long)skipped);
     return 0;
 }

@@ -22,6 +22,12 @@ struct frame_t {
     uint64_t firstDiff[3] = {0, 0, 0};
     VideoProps *props = nullptr; // the loader's active record
     uint32_t flags = 0;          // FrameFlags
+    // The stored samples the picture was converted from, in native byte order, and the record they follow
+    // (for a layout read through its descriptor, the layout it unpacks into). Valid only while new_frame
+    // runs, on the loader thread, which alone writes them: a receiver that wants them later copies them.
+    const uint8_t *samples = nullptr;
+    uint32_t sampleBytes = 0;
+    const VideoProps *sampleProps = nullptr;
 };
 
 // Row in the high 32 bits, column in the low 32 bits; "no difference" (-1, -1) packs to all ones.

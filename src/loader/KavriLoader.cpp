@@ -402,6 +402,7 @@ bool KavriLoader::deliverFrame(bool readAhead)
         m_pipeline.toNative();
         const kavri::FramePipeline::Buffer shown = m_pipeline.show(m_view.picture, dst);
         m_shownBuffer.store(int(shown));
+        noteSamples(m_frame, shown);
         if (m_hasDiff) {
             const DifferencePicture &d = m_pipeline.difference();
             for (int k = 0; k < 3; ++k) {
@@ -426,6 +427,15 @@ bool KavriLoader::deliverFrame(bool readAhead)
         m_frame.frameIndex = 0;
     m_firstBuffer = false;
     return true;
+}
+
+void KavriLoader::noteSamples(frame_t &f, kavri::FramePipeline::Buffer shown) const
+{
+    // The difference picture is not a frame of the record's layout: its samples are those of the first file.
+    const auto which = shown == kavri::FramePipeline::Buffer::Difference ? kavri::FramePipeline::Buffer::First : shown;
+    f.samples = m_pipeline.buffer(which);
+    f.sampleBytes = m_pipeline.sampleBytes();
+    f.sampleProps = &m_pipeline.props();
 }
 
 void KavriLoader::startReadAhead()
@@ -663,7 +673,9 @@ void KavriLoader::doRedisplay()
     {
         QMutexLocker view(&m_viewMutex);
         if (!m_pipeline.buffer(kavri::FramePipeline::Buffer::First)) return;
-        m_shownBuffer.store(int(m_pipeline.show(m_view.picture, dst)));
+        const kavri::FramePipeline::Buffer shown = m_pipeline.show(m_view.picture, dst);
+        m_shownBuffer.store(int(shown));
+        noteSamples(m_lastFrame, shown);
     }
     // The frame is the one delivered last, neither from a partner nor dragged.
     m_lastFrame.flags = 0;

@@ -170,6 +170,8 @@ private:
     // The connections every owner gets, after the typed ones; then the first init.
     void finishAttach(QObject *owner, QObject *panel);
     void doRedisplay();
+    // Points the frame record at the samples of the buffer just shown (view lock held).
+    void noteSamples(frame_t &f, kavri::FramePipeline::Buffer shown) const;
     // Starts reading the frame after the one just delivered, while it is being shown.
     void startReadAhead();
     // Whether the streams had reached their end with the last frame delivered.

@@ -32,9 +32,7 @@ void matrixOf(ColourMatrix m, double out[3][3])
         std::copy(&y[0][0], &y[0][0] + 9, &out[0][0]);
         return;
     }
-    double kr = 0.2126, kb = 0.0722;
-    for (const MatrixRow &r : kMatrixRows)
-        if (r.matrix == m) kr = r.kr, kb = r.kb;
+    const auto [kr, kb] = lumaWeights(m);
     const double kg = 1.0 - kr - kb;
     const double rows[3][3] = {
         {1.0, 0.0, 2.0 * (1.0 - kr)},
@@ -43,6 +41,17 @@ void matrixOf(ColourMatrix m, double out[3][3])
     };
     std::copy(&rows[0][0], &rows[0][0] + 9, &out[0][0]);
 }
+
+} // namespace
+
+LumaWeights lumaWeights(ColourMatrix m)
+{
+    for (const MatrixRow &r : kMatrixRows)
+        if (r.matrix == m) return {r.kr, r.kb};
+    return {0.2126, 0.0722};
+}
+
+namespace {
 
 // PQ constants of SMPTE ST 2084.
 constexpr double kM1 = 2610.0 / 16384.0;

@@ -22,6 +22,13 @@ struct ColourAffine {
 enum class ColourInput { Yuv, Rgb, Luma };
 ColourAffine colourAffine(const ColourDescription &c, ColourInput input, int32_t bits, double outScale);
 
+// The luma weights of red and blue of a matrix (the default reading's are BT.709's; YCgCo has none and
+// gives 0, 0).
+struct LumaWeights {
+    double kr, kb;
+};
+LumaWeights lumaWeights(ColourMatrix m);
+
 // The position, in chroma samples, of luma column (or row) `i` for subsampling factor 2^shift; `rows`
 // chooses the vertical rule of the siting. Nearest is not a position (i >> shift); callers handle it.
 double chromaPosition(ChromaSiting siting, bool rows, int32_t i, int32_t shift);

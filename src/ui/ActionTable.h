@@ -31,7 +31,7 @@ struct ActionSpec {
     ActionSlot slot;
 };
 
-inline constexpr std::array<ActionSpec, 47> kActions = {{
+inline constexpr std::array<ActionSpec, 48> kActions = {{
     // clang-format off
     {"actionOpen", "Open File(s) ...", "O", false, false, "", "", onTrigger(&frame::oon_open)},
     {"actionQuit", "Quit", "Esc", false, false, "", "", onTrigger(&frame::oon_close)},
@@ -80,6 +80,7 @@ inline constexpr std::array<ActionSpec, 47> kActions = {{
     {"actionStay_on_top", "Stay on top", "Ctrl+T", true, false, "", "", onTrigger(&frame::oon_stay_on_top)},
     {"actionMetrics", "Metrics Panel", "Ctrl+M", true, false, "PSNR, SSIM and MS-SSIM of every frame of the difference", "", onToggle(&frame::oon_metrics)},
     {"actionExport_Frames", "Export Frames ...", "", false, false, "Write frames as pictures, in another layout or as y4m", "", onTrigger(&frame::oon_export_frames)},
+    {"actionScopes", "Scopes Panel", "", true, false, "Histogram, waveform, vectorscope and statistics of the shown frame", "", onToggle(&frame::oon_scopes)},
     // clang-format on
 }};
 
@@ -90,7 +91,7 @@ struct MenuSpec {
     std::array<std::string_view, 12> items;
 };
 
-inline constexpr std::array<MenuSpec, 6> kMenus = {{
+inline constexpr std::array<MenuSpec, 7> kMenus = {{
     {"menuFile",
      "File",
      {"actionOpen", "actionCloseFile", "actionNew_Window", "actionQuit", "-", "actionFormat", "actionReload",
@@ -102,7 +103,8 @@ inline constexpr std::array<MenuSpec, 6> kMenus = {{
     {"menuView",
      "View",
      {"menuSize", "actionMaintain_Aspect_Ratio", "actionFullscreen", "actionStay_on_top", "-", "actionTimecode",
-      "actionNext_Channel", "actionLoop", "-", "actionNext_Diff_Component", "actionPrevious_Diff_Component"}},
+      "actionNext_Channel", "actionLoop", "-", "actionNext_Diff_Component", "actionPrevious_Diff_Component",
+      "menuScopes"}},
     {"menuSize",
      "Size",
      {"action25", "action33", "action50", "action100", "action200", "actionSmaller", "actionLarger"}},
@@ -111,6 +113,7 @@ inline constexpr std::array<MenuSpec, 6> kMenus = {{
      {"actionMagnifier", "actionDifference_against", "actionGrid", "actionDeinterlace", "actionBrightness_Contrast_etc",
       "-", "actionNormalize_File_Name", "actionExtract", "actionReverse", "-", "actionSettings", "actionMetrics"}},
     {"menuHelp", "Help", {"actionOnline_Help", "actionAbout"}},
+    {"menuScopes", "Scopes", {"actionScopes"}},
 }};
 
 // Menu-bar order; menuSize lives inside menuView.

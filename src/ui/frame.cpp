@@ -18,6 +18,7 @@
 #include "ui/MetricsDock.h"
 #include "ui/PlaybackController.h"
 #include "ui/SaveFrame.h"
+#include "ui/ScopesDock.h"
 #include "ui/SequenceTools.h"
 #include "ui/StatusText.h"
 #include "view/OverlayText.h"
@@ -479,6 +480,7 @@ void frame::oon_new_frame(frame_t *f)
     // Runs on the loader thread: only atomics, the panel's locked swap and queued signals.
     m_playback->frameShown(f->frameIndex);
     if (kavri::ui::MetricsDock *dock = m_metricsDock.load()) dock->frameShown(f);
+    if (kavri::ui::ScopesDock *scopes = m_scopesDock.load()) scopes->frameShown(f);
     // The corner texts go into the panel's spare pair and appear together with the frame they describe.
     view::TimeTextInput t;
     t.frameIndex = f->frameIndex;
@@ -706,6 +708,7 @@ void frame::oon_close_file()
     m_panel->resetToStartup();
     oon_magnifier_off();
     if (kavri::ui::MetricsDock *dock = m_metricsDock.load()) dock->setPair(VideoProps());
+    if (kavri::ui::ScopesDock *scopes = m_scopesDock.load()) scopes->clear();
     showEmptyState();
 }
 
@@ -757,6 +760,22 @@ void frame::oon_metrics(bool on)
     if (!dock) return;
     dock->setVisible(on);
     if (on) dock->setPair(m_loader ? m_loader->pendingProps() : VideoProps());
+}
+
+void frame::oon_scopes(bool on)
+{
+    kavri::ui::ScopesDock *dock = m_scopesDock.load();
+    if (!dock && on) {
+        dock = new kavri::ui::ScopesDock(this);
+        addDockWidget(Qt::RightDockWidgetArea, dock);
+        connect(dock, &kavri::ui::ScopesDock::closed, action("actionScopes"),
+                [this] { action("actionScopes")->setChecked(false); });
+        m_scopesDock.store(dock);
+    }
+    if (!dock) return;
+    dock->setVisible(on);
+    // A paused frame is converted again (the view handed back unchanged), so the scopes show it at once.
+    if (on && m_loader && !isPlaying()) m_loader->setView(m_loader->view());
 }
 
 void frame::oon_stay_on_top()

@@ -35,6 +35,9 @@ class SequenceTools;
 namespace kavri::ui {
 class MetricsDock;
 }
+namespace kavri::ui {
+class ScopesDock;
+}
 struct frame_t;
 
 class frame : public QMainWindow,
@@ -130,6 +133,7 @@ public slots:
     void oon_fullscreen(bool on);
     void oon_stay_on_top();
     void oon_metrics(bool on);
+    void oon_scopes(bool on);
     void oon_maintain_ar();
     void oon_menu_size();
     void oon_magnify();
@@ -221,4 +225,6 @@ private:
     std::atomic<bool> m_waitingForData{false};
     // Made on first use; read on the loader thread to hand it each frame shown.
     std::atomic<kavri::ui::MetricsDock *> m_metricsDock{nullptr};
+    // The scopes panel, made on first use; read on the loader thread to offer it each frame shown.
+    std::atomic<kavri::ui::ScopesDock *> m_scopesDock{nullptr};
 };

@@ -94,10 +94,10 @@ TEST(FrameWindow, MenusInOrder)
     const QStringList file = menuContents(w.findChild<QMenu *>("menuFile"));
     EXPECT_EQ(file.mid(0, 9), QStringList({"Open File(s) ...", "Close File", "New Window ...", "Quit", "-", "Format",
                                            "Reload", "Copy Frame", "Save Frame"}));
-    EXPECT_EQ(
-        menuContents(w.findChild<QMenu *>("menuView")),
-        QStringList({"menuSize", "Maintain Aspect Ratio", "Fullscreen", "Stay on top", "-", "Timecode etc.",
-                     "Next Channel", "Loop", "-", "Next Diff Component", "Previous Diff Component", "menuColour"}));
+    EXPECT_EQ(menuContents(w.findChild<QMenu *>("menuView")),
+              QStringList({"menuSize", "Maintain Aspect Ratio", "Fullscreen", "Stay on top", "-", "Timecode etc.",
+                           "Next Channel", "Loop", "-", "Next Diff Component", "Previous Diff Component", "menuScopes",
+                           "menuColour"}));
     EXPECT_EQ(menuContents(w.findChild<QMenu *>("menuSize")),
               QStringList({"25%", "33%", "50%", "100%", "200%", "Smaller", "Larger"}));
     EXPECT_EQ(

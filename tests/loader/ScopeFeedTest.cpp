@@ -1,0 +1,276 @@
+// The scopes' hand-off: a delivered frame's samples reach the scope worker and come back as a result, a
+// busy worker makes frames be skipped (never queued), and closing or reopening a file while work is in
+// flight neither crashes nor shows the old file's scopes.
+#include "loader/ScopeFeed.h"
+#include "LoaderTestSupport.h"
+#include "pixel/PatternGenerator.h"
+
+#include <QSignalSpy>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+using namespace kavri;
+using namespace kavri::test;
+
+namespace {
+
+// Holds the scope worker at the start of its work until opened; counts how often it was entered.
+class Gate {
+public:
+    void close()
+    {
+        std::lock_guard l(m_mutex);
+        m_open = false;
+    }
+    void open()
+    {
+        std::lock_guard l(m_mutex);
+        m_open = true;
+        m_changed.notify_all();
+    }
+    void pass()
+    {
+        std::unique_lock l(m_mutex);
+        ++m_entered;
+        m_changed.notify_all();
+        m_changed.wait(l, [this] { return m_open; });
+    }
+    bool waitEntered(int n)
+    {
+        std::unique_lock l(m_mutex);
+        return m_changed.wait_for(l, std::chrono::milliseconds(kWaitMs), [&] { return m_entered >= n; });
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_open = true;
+    int m_entered = 0;
+};
+
+PatternSpec pattern(int32_t w, int32_t h)
+{
+    PatternSpec s;
+    s.layout = YUV_p420;
+    s.width = w;
+    s.height = h;
+    s.bits = 10;
+    s.containerBits = 16;
+    return s;
+}
+
+std::vector<uint8_t> patternFrame(const PatternSpec &s, uint64_t index)
+{
+    std::vector<uint8_t> bytes(patternFrameBytes(s));
+    EXPECT_TRUE(writePatternFrame(s, index, bytes.data(), bytes.size()));
+    return bytes;
+}
+
+QByteArray patternFile(const PatternSpec &s, uint64_t frames)
+{
+    QByteArray all;
+    for (uint64_t i = 0; i < frames; ++i) {
+        const std::vector<uint8_t> f = patternFrame(s, i);
+        all.append(reinterpret_cast<const char *>(f.data()), qsizetype(f.size()));
+    }
+    return all;
+}
+
+class ScopeFeedTest : public ::testing::Test {
+protected:
+    TempDir dir;
+    HeadlessFrameSink owner;
+    Gate gate; // declared before the feed: the feed's worker may use it until the feed is gone
+    std::unique_ptr<ScopeFeed> feed = std::make_unique<ScopeFeed>();
+    KavriLoader *loader = nullptr;
+
+    void TearDown() override
+    {
+        gate.open();
+        closeLoader();
+    }
+
+    // Opens a pattern file and offers every delivered frame to the feed, from the loader thread.
+    void openPattern(const PatternSpec &s, uint64_t frames, const QString &name)
+    {
+        const QString path = dir.write(name, patternFile(s, frames));
+        KavriLoader::Options o;
+        o.useRemembered = false;
+        o.rememberFormats = false;
+        loader = KavriLoader::create(path, {}, o);
+        ASSERT_NE(loader, nullptr);
+        VideoProps &p = loader->pendingProps();
+        const VideoProps rec = patternRecord(s);
+        p.width = rec.width;
+        p.height = rec.height;
+        p.format = rec.format;
+        p.bitDepth = rec.bitDepth;
+        p.containerBits = rec.containerBits;
+        p.frameRate = 1000.0;
+        loader->validate();
+        ScopeFeed *f = feed.get();
+        QObject::connect(
+            loader, &KavriLoader::new_frame, loader, [f](frame_t *frame) { f->offer(*frame); }, Qt::DirectConnection);
+        const int inits = owner.initializedCount();
+        loader->attach(&owner, &owner);
+        ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() > inits; }, kWaitMs));
+    }
+
+    void closeLoader()
+    {
+        if (!loader) return;
+        KavriLoader *l = loader;
+        loader = nullptr;
+        EXPECT_TRUE(returnsWithin([l] { l->detach(); })) << "detach did not return";
+    }
+
+    // Takes results until one satisfies `wanted`, handling events meanwhile.
+    std::shared_ptr<const ScopeResult> waitForResult(const std::function<bool(const ScopeResult &)> &wanted)
+    {
+        std::shared_ptr<const ScopeResult> found;
+        owner.waitUntil(
+            [&] {
+                if (auto r = feed->take(); r && wanted(*r)) found = r;
+                return bool(found);
+            },
+            kWaitMs);
+        return found;
+    }
+};
+
+TEST_F(ScopeFeedTest, ADeliveredFrameComesBackWithItsStatistics)
+{
+    const PatternSpec s = pattern(64, 32);
+    openPattern(s, 6, QStringLiteral("p420_10.yuv"));
+    QSignalSpy ready(feed.get(), &ScopeFeed::resultReady);
+    emit owner.seek(4, false, false);
+    const auto r = waitForResult([](const ScopeResult &x) { return x.frameIndex == 4; });
+    ASSERT_TRUE(r);
+    EXPECT_GE(ready.count(), 1);
+    EXPECT_EQ(r->format.layout, YUV_p420);
+    EXPECT_EQ(r->format.bits, 10);
+    const std::vector<uint8_t> bytes = patternFrame(s, 4);
+    const pixel::FrameStatistics want =
+        pixel::computeFrameStatistics(pixel::statisticsFormatOf(patternRecord(s)), bytes.data(), bytes.size(), 1);
+    ASSERT_EQ(r->data.statistics.components.size(), want.components.size());
+    for (size_t c = 0; c < want.components.size(); ++c) {
+        SCOPED_TRACE(want.components[c].name);
+        EXPECT_EQ(r->data.statistics.components[c].min, want.components[c].min);
+        EXPECT_EQ(r->data.statistics.components[c].max, want.components[c].max);
+        EXPECT_DOUBLE_EQ(r->data.statistics.components[c].mean, want.components[c].mean);
+        EXPECT_EQ(r->data.statistics.components[c].histogram, want.components[c].histogram);
+    }
+}
+
+TEST_F(ScopeFeedTest, ABusyWorkerMakesFramesBeSkippedNotQueued)
+{
+    feed->setWorkGate([this] { gate.pass(); });
+    gate.close();
+    const PatternSpec s = pattern(16, 16);
+    const std::vector<uint8_t> bytes = patternFrame(s, 0);
+    const pixel::StatisticsFormat f = pixel::statisticsFormatOf(patternRecord(s));
+    ASSERT_TRUE(feed->offer(1, f, {}, bytes.data(), bytes.size()));
+    ASSERT_TRUE(gate.waitEntered(1));
+    for (uint64_t i = 2; i < 52; ++i) EXPECT_FALSE(feed->offer(i, f, {}, bytes.data(), bytes.size()));
+    EXPECT_EQ(feed->accepted(), 1u);
+    EXPECT_EQ(feed->skipped(), 50u);
+    gate.open();
+    const auto r = waitForResult([](const ScopeResult &) { return true; });
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->frameIndex, 1u);
+    // Nothing else was kept for later: the worker finished one frame and has no other.
+    ASSERT_TRUE(owner.waitUntil([&] { return !feed->isBusy(); }, kWaitMs));
+    EXPECT_EQ(feed->finished(), 1u);
+    EXPECT_FALSE(feed->take());
+    // Idle again, it takes the next frame.
+    EXPECT_TRUE(feed->offer(60, f, {}, bytes.data(), bytes.size()));
+    const auto next = waitForResult([](const ScopeResult &) { return true; });
+    ASSERT_TRUE(next);
+    EXPECT_EQ(next->frameIndex, 60u);
+}
+
+TEST_F(ScopeFeedTest, ResultsWaitingForTheWindowAreReplacedByNewerOnes)
+{
+    const PatternSpec s = pattern(16, 16);
+    const std::vector<uint8_t> bytes = patternFrame(s, 0);
+    const pixel::StatisticsFormat f = pixel::statisticsFormatOf(patternRecord(s));
+    QSignalSpy ready(feed.get(), &ScopeFeed::resultReady);
+    // No events are handled in between: the window is "busy painting" while three results come in.
+    for (uint64_t i = 1; i <= 3; ++i) {
+        const uint64_t before = feed->finished();
+        ASSERT_TRUE(returnsWithin([&] {
+            while (!feed->offer(i, f, {}, bytes.data(), bytes.size())) std::this_thread::yield();
+            while (feed->finished() == before) std::this_thread::yield();
+        }));
+    }
+    const auto r = feed->take();
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->frameIndex, 3u);
+    EXPECT_FALSE(feed->take());
+    // One announcement for the three, however many results the worker finished.
+    QCoreApplication::processEvents();
+    EXPECT_EQ(ready.count(), 1);
+}
+
+TEST_F(ScopeFeedTest, ForgettingWhileWorkIsInFlightDropsTheOldResult)
+{
+    feed->setWorkGate([this] { gate.pass(); });
+    gate.close();
+    const PatternSpec s = pattern(16, 16);
+    const std::vector<uint8_t> bytes = patternFrame(s, 0);
+    const pixel::StatisticsFormat f = pixel::statisticsFormatOf(patternRecord(s));
+    ASSERT_TRUE(feed->offer(7, f, {}, bytes.data(), bytes.size()));
+    ASSERT_TRUE(gate.waitEntered(1));
+    feed->forget();
+    gate.open();
+    ASSERT_TRUE(owner.waitUntil([&] { return feed->finished() == 1 && !feed->isBusy(); }, kWaitMs));
+    EXPECT_FALSE(feed->take());
+    ASSERT_TRUE(feed->offer(8, f, {}, bytes.data(), bytes.size()));
+    const auto r = waitForResult([](const ScopeResult &) { return true; });
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->frameIndex, 8u);
+}
+
+TEST_F(ScopeFeedTest, ClosingAndReopeningAFileWhileWorkIsInFlightIsSafe)
+{
+    feed->setWorkGate([this] { gate.pass(); });
+    gate.close();
+    openPattern(pattern(64, 32), 8, QStringLiteral("first.yuv"));
+    emit owner.play();
+    // The worker holds a copy of a frame of the first file while that file is closed.
+    ASSERT_TRUE(gate.waitEntered(1));
+    closeLoader();
+    feed->forget();
+    openPattern(pattern(32, 16), 8, QStringLiteral("second.yuv"));
+    gate.open();
+    // The first file's frame is finished (and dropped) before the second file's is offered.
+    ASSERT_TRUE(owner.waitUntil([&] { return !feed->isBusy(); }, kWaitMs));
+    emit owner.seek(5, false, false);
+    const auto r = waitForResult([](const ScopeResult &x) { return x.frameIndex == 5; });
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->format.width, 32);
+    EXPECT_EQ(r->format.height, 16);
+}
+
+TEST_F(ScopeFeedTest, DestroyingTheFeedWhileWorkIsInFlightWaitsForIt)
+{
+    const PatternSpec s = pattern(256, 128);
+    const std::vector<uint8_t> bytes = patternFrame(s, 0);
+    ASSERT_TRUE(feed->offer(1, pixel::statisticsFormatOf(patternRecord(s)), {}, bytes.data(), bytes.size()));
+    EXPECT_TRUE(returnsWithin([&] { feed.reset(); }));
+}
+
+TEST_F(ScopeFeedTest, ASwitchedOffFeedCopiesNothing)
+{
+    feed->setEnabled(false);
+    const PatternSpec s = pattern(16, 16);
+    const std::vector<uint8_t> bytes = patternFrame(s, 0);
+    EXPECT_FALSE(feed->offer(1, pixel::statisticsFormatOf(patternRecord(s)), {}, bytes.data(), bytes.size()));
+    EXPECT_EQ(feed->accepted(), 0u);
+    EXPECT_FALSE(feed->isBusy());
+}
+
+} // namespace
