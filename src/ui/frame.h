@@ -34,7 +34,8 @@ class QShortcut;
 class SequenceTools;
 namespace kavri::ui {
 class MetricsDock;
-}
+class CompareWorkspace;
+} // namespace kavri::ui
 struct frame_t;
 
 class frame : public QMainWindow,
@@ -154,6 +155,13 @@ public slots:
     // File > Export Frames: a range of frames as pictures, in another layout or as y4m.
     void oon_export_frames();
 
+    // Comparing sequences in this window: every File, View > Compare and free-zoom action goes to the
+    // workspace by its name.
+    void oon_compare();
+
+public:
+    kavri::ui::CompareWorkspace *compareWorkspace() const { return m_compare; }
+
 protected:
     void closeEvent(QCloseEvent *e) override;
     void dragEnterEvent(QDragEnterEvent *e) override;
@@ -189,6 +197,13 @@ private:
     QSize roomForPanel() const;
     bool isFullScreenMode() const;
 
+    // The compare workspace: made once, its actions enabled from its state, its files added with a
+    // message for each that cannot join (src/ui/FrameCompare.cpp).
+    void setUpCompare();
+    void updateCompareActions();
+    void compareFiles(const QStringList &files);
+    QString compareStatus() const;
+
     KavriStartupConfig m_config;
     std::map<QString, QAction *> m_actions;
     QActionGroup *m_sizeGroup = nullptr;
@@ -221,4 +236,7 @@ private:
     std::atomic<bool> m_waitingForData{false};
     // Made on first use; read on the loader thread to hand it each frame shown.
     std::atomic<kavri::ui::MetricsDock *> m_metricsDock{nullptr};
+    // Further sequences shown with the open one, and the free zoom; read on the loader thread.
+    kavri::ui::CompareWorkspace *m_compare = nullptr;
+    QMenu *m_compareMenu = nullptr; // in View only while two or more sequences are open
 };
