@@ -376,6 +376,7 @@ QRect CompareWorkspace::paintComposed(QPainter &p, const QImage &front, uint64_t
         return {};
     }
     if (m_composite.size() != widget) m_composite = QImage(widget, QImage::Format_RGB32);
+    if (frontIndex != m_compositeIndex) ++m_composedCount;
     m_compositeIndex = frontIndex;
     m_composite.fill(Qt::black);
     QPainter c(&m_composite);

@@ -88,6 +88,8 @@ public:
     bool mouseRelease(QMouseEvent *e) override;
     bool wheel(QWheelEvent *e) override;
     QImage composedImage() const override;
+    // Pictures composed from a new set of frames since the workspace was made (for measuring).
+    uint64_t composedCount() const { return m_composedCount; }
 
 signals:
     // Sequences, mode or zoom changed: the window updates its status line and actions.
@@ -138,6 +140,7 @@ private:
     // The last composed picture: shown again while the sequences do not all hold the same frame.
     QImage m_composite;
     uint64_t m_compositeIndex = UINT64_MAX;
+    uint64_t m_composedCount = 0;
     // The multi-sequence readout, computed on the GUI thread outside painting.
     mutable QPoint m_readoutPoint{-1, -1};
     QString m_readout;
