@@ -451,7 +451,9 @@ QRect CompareWorkspace::paintComposed(QPainter &p, const QImage &front, uint64_t
             };
             const int seq =
                 m_mode == view::CompareMode::Wipe
-                    ? (view::wipeSide(m_wipe, pic.toAlignedRect(), centre + v.tile.topLeft()) ? m_second : m_first)
+                    ? (view::wipeSide(m_wipe, pic.toAlignedRect().intersected(v.tile), centre + v.tile.topLeft())
+                           ? m_second
+                           : m_first)
                     : v.sequence;
             if (seq == 0) {
                 drawMagnified(front);
