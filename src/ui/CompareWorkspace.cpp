@@ -513,7 +513,10 @@ void CompareWorkspace::refreshReadout()
         return;
     }
     QSettings s;
-    const QString text = readoutAt(m_panel->magnifierPoint(), settings::HexValues.read(s));
+    QString text = readoutAt(m_panel->magnifierPoint(), settings::HexValues.read(s));
+    // The panel's own position line carries the coding unit and partition while that overlay is on.
+    const QString position = m_panel->readoutTexts().first;
+    if (!position.isEmpty()) text = position + text.mid(text.indexOf(QLatin1Char('\n')));
     if (text == m_readout) return;
     m_readout = text;
     m_composite = QImage();
