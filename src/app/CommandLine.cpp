@@ -68,6 +68,9 @@ ParsedCommandLine parseCommandLine(const QStringList &args)
             // taken
         } else if (hasValue && is("-d", "--diff")) {
             c.diff = args[i + 1];
+        } else if (hasValue && is("-c", "--compare")) {
+            // Repeatable: each one more sequence shown with the file.
+            c.compare << args[i + 1];
         } else if (hasValue && is("-l", "--link")) {
             c.link = args[i + 1];
         } else {
@@ -102,7 +105,8 @@ QString playerUsage()
 {
     QString text;
     QTextStream out(&text);
-    out << "Usage: kavri [-w N] [-h N] [-r RATE] [-f KEYWORD] [-p] [-d DIFFFILE] [-l LINK] [colour options] FILE "
+    out << "Usage: kavri [-w N] [-h N] [-r RATE] [-f KEYWORD] [-p] [-d DIFFFILE] [-c FILE]... [-l LINK] [colour "
+           "options] FILE "
            "[FILE ...]\n"
            "       kavri --help | --version\n\n"
            "  -w, --width N      frame width in pixels\n"
@@ -111,6 +115,7 @@ QString playerUsage()
            "  -f, --format KEY   sample layout (keywords below)\n"
            "  -p, --play         start playing at once\n"
            "  -d, --diff FILE    show the difference against a second file\n"
+           "  -c, --compare FILE show FILE with the first in lock-step (up to three times)\n"
            "  -l, --link NAME    link with the player that offers NAME\n"
            "  --matrix M         colour matrix: default bt601 bt709 bt2020 smpte240m ycgco\n"
            "  --range R          full or limited code range\n"
@@ -133,7 +138,9 @@ QString playerUsage()
            "  wheel         magnifier on and its factor\n"
            "  middle click  magnifier on/off\n"
            "  left drag     move the magnifier; outside it, drag the frame out as a picture\n"
-           "  right drag    draw marks on the frame\n";
+           "  right drag    draw marks on the frame\n"
+           "  Ctrl+wheel    free zoom about the mouse; left drag then pans\n"
+           "  Shift+drop    compare the dropped file with the open one\n";
     return text;
 }
 

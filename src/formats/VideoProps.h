@@ -5,6 +5,7 @@
 #include "formats/VideoFormat.h"
 
 #include <QString>
+#include <QStringList>
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -72,4 +73,5 @@ struct KavriStartupConfig {
     double rate = -1.0; // -1 = not given
     videoFormat_t format = FMT_UNKNOWN;
     kavri::ColourOverrides colour; // --matrix, --range, --chroma, --transfer, --peak
+    QStringList compare;           // -c/--compare: further sequences shown with the file, in lock-step
 };

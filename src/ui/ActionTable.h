@@ -31,7 +31,7 @@ struct ActionSpec {
     ActionSlot slot;
 };
 
-inline constexpr std::array<ActionSpec, 48> kActions = {{
+inline constexpr std::array<ActionSpec, 65> kActions = {{
     // clang-format off
     {"actionOpen", "Open File(s) ...", "O", false, false, "", "", onTrigger(&frame::oon_open)},
     {"actionQuit", "Quit", "Esc", false, false, "", "", onTrigger(&frame::oon_close)},
@@ -81,6 +81,23 @@ inline constexpr std::array<ActionSpec, 48> kActions = {{
     {"actionMetrics", "Metrics Panel", "Ctrl+M", true, false, "PSNR, SSIM and MS-SSIM of every frame of the difference", "", onToggle(&frame::oon_metrics)},
     {"actionExport_Frames", "Export Frames ...", "", false, false, "Write frames as pictures, in another layout or as y4m", "", onTrigger(&frame::oon_export_frames)},
     {"actionScopes", "Scopes Panel", "", true, false, "Histogram, waveform, vectorscope and statistics of the shown frame", "", onToggle(&frame::oon_scopes)},
+    {"actionCompare_With", "Compare with ...", "", false, false, "Show a further sequence of the same size beside this one, in lock-step", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Remove", "Remove Compared Sequence ...", "", false, false, "", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Side_by_Side", "Side by Side", "H", false, false, "Two sequences next to each other, three or four in a 2x2 grid", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Single_1", "Single 1", "1", false, false, "", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Single_2", "Single 2", "2", false, false, "", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Single_3", "Single 3", "3", false, false, "", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Single_4", "Single 4", "4", false, false, "", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Wipe", "Wipe", "J", false, false, "The chosen pair split by a vertical line; drag it with the mouse", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Wipe_Horizontal", "Horizontal Wipe", "U", false, false, "The chosen pair split by a horizontal line", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Flicker", "Flicker", "K", false, false, "Toggles between the chosen pair", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Auto_Flicker", "Automatic Flicker", "L", true, false, "", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Difference", "Difference of Pair", "X", false, false, "The difference of the chosen pair, with its PSNR", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Next_Pair", "Next Pair", "P", false, false, "Chooses the next two sequences for wipe, flicker and difference", "", onTrigger(&frame::oon_compare)},
+    {"actionZoom_In", "Zoom In", "Ctrl++", false, false, "Free zoom about the mouse", "", onTrigger(&frame::oon_compare)},
+    {"actionZoom_Out", "Zoom Out", "Ctrl+-", false, false, "Free zoom about the mouse", "", onTrigger(&frame::oon_compare)},
+    {"actionZoom_Fit", "Fit (End Free Zoom)", "Z", false, false, "", "", onTrigger(&frame::oon_compare)},
+    {"actionCompare_Swap_Pair", "Swap Pair", "Y", false, false, "", "", onTrigger(&frame::oon_compare)},
     // clang-format on
 }};
 
@@ -95,7 +112,7 @@ inline constexpr std::array<MenuSpec, 7> kMenus = {{
     {"menuFile",
      "File",
      {"actionOpen", "actionCloseFile", "actionNew_Window", "actionQuit", "-", "actionFormat", "actionReload",
-      "actionCopy_Frame", "actionSave_Frame", "actionExport_Frames"}},
+      "actionCopy_Frame", "actionSave_Frame", "actionExport_Frames", "actionCompare_With", "actionCompare_Remove"}},
     {"menuTools",
      "Control",
      {"actionPlay", "actionStop", "actionPrev", "actionNext", "actionFirst_Frame", "actionLast_Frame",
@@ -116,8 +133,29 @@ inline constexpr std::array<MenuSpec, 7> kMenus = {{
     {"menuScopes", "Scopes", {"actionScopes"}},
 }};
 
-// Menu-bar order; menuSize lives inside menuView.
+// Menu-bar order; menuSize lives inside menuView. View > Compare is added while sequences are compared.
 inline constexpr std::array<std::string_view, 5> kMenuBar = {"menuFile", "menuTools", "menuView", "menuTools_2",
                                                              "menuHelp"};
 
+} // namespace kavri::ui
+
+namespace kavri::ui {
+// View > Compare, shown while two or more sequences are open in the window; "-" is a separator.
+inline constexpr std::array<std::string_view, 17> kCompareMenu = {"actionCompare_Side_by_Side",
+                                                                  "actionCompare_Single_1",
+                                                                  "actionCompare_Single_2",
+                                                                  "actionCompare_Single_3",
+                                                                  "actionCompare_Single_4",
+                                                                  "-",
+                                                                  "actionCompare_Wipe",
+                                                                  "actionCompare_Wipe_Horizontal",
+                                                                  "actionCompare_Flicker",
+                                                                  "actionCompare_Auto_Flicker",
+                                                                  "actionCompare_Difference",
+                                                                  "actionCompare_Next_Pair",
+                                                                  "actionCompare_Swap_Pair",
+                                                                  "-",
+                                                                  "actionZoom_In",
+                                                                  "actionZoom_Out",
+                                                                  "actionZoom_Fit"};
 } // namespace kavri::ui

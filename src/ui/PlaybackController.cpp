@@ -17,7 +17,12 @@ void PlaybackController::setLoader(KavriLoader *loader)
     setPlaying(false);
 }
 
-uint64_t PlaybackController::frameCount() const { return m_loader ? m_loader->frameCount() : 0; }
+uint64_t PlaybackController::frameCount() const
+{
+    if (!m_loader) return 0;
+    const uint64_t n = m_loader->frameCount(), limit = m_limit.load();
+    return limit > 0 ? std::min(n, limit) : n;
+}
 
 void PlaybackController::setPlaying(bool on)
 {

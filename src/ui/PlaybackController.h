@@ -28,6 +28,8 @@ public:
     // Called on the loader thread for each delivered frame.
     void frameShown(uint64_t index) { m_current.store(index); }
     uint64_t frameCount() const;
+    // Frames a workspace of several sequences shares (0: no limit beyond the loader's count).
+    void setFrameLimit(uint64_t frames) { m_limit.store(frames); }
 
     // The user's requests; each is passed on to a linked partner.
     void playPause();
@@ -76,4 +78,5 @@ private:
     bool m_playing = false;
     bool m_linked = false;
     std::atomic<uint64_t> m_current{0};
+    std::atomic<uint64_t> m_limit{0};
 };

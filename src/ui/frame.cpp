@@ -9,6 +9,7 @@
 #include "ui/ActionTable.h"
 #include "ui/BrightnessPanel.h"
 #include "ui/ColourMenu.h"
+#include "ui/CompareWorkspace.h"
 #include "ui/ExportFramesDlg.h"
 #include "ui/FullScreenMode.h"
 #include "ui/KavriGotoDlg.h"
@@ -158,6 +159,7 @@ frame::frame(const KavriStartupConfig *config, QWidget *parent) : QMainWindow(pa
     connect(this, &frame::do_load_later, this, &frame::oon_load_later, Qt::QueuedConnection);
     connect(this, &frame::clear_hint, statusBar(), &QStatusBar::clearMessage, Qt::QueuedConnection);
     wireParts();
+    setUpCompare();
 
     QSettings s;
     action("actionLoop")->setChecked(settings::Loop.read(s));
@@ -319,6 +321,7 @@ void frame::updateActions()
     QSettings s;
     const bool quitByEsc = !panelOpen && !full && settings::EscapeExits.read(s);
     action("actionQuit")->setShortcut(quitByEsc ? QKeySequence(Qt::Key_Escape) : QKeySequence());
+    updateCompareActions();
 }
 
 void frame::showEmptyState()
@@ -428,6 +431,8 @@ bool frame::openSequence(const QString &file, const QString &diff, const KavriSt
     m_panel->setAnamorphic(l->pendingProps().anamorphic);
     m_playback->setLoader(l);
     l->attach(this, m_panel);
+    m_compare->setPrimary(l);
+    if (config) compareFiles(config->compare);
     setWindowTitle(ui::windowTitle(file, diff));
     if (file != QLatin1String("-")) setWindowFilePath(QFileInfo(file).canonicalFilePath());
     m_recent->add(file);
@@ -446,6 +451,7 @@ void frame::closeLoader()
 {
     if (!m_loader) return;
     KavriLoader *l = m_loader;
+    m_compare->setPrimary(nullptr);
     m_loader = nullptr;
     m_playback->setLoader(nullptr);
     l->detach();
@@ -456,7 +462,8 @@ void frame::updateStatus()
     if (!m_loader) return;
     m_statusLabel->setText(ui::statusLine(m_loader->pendingProps()));
     updateViewStatus();
-    const uint64_t n = m_loader->frameCount();
+    // With sequences compared, the shortest sets the count.
+    const uint64_t n = m_playback->frameCount();
     m_slider->setRange(0, n > 0 ? int(std::min<uint64_t>(n - 1, uint64_t(INT_MAX))) : 0);
 }
 
@@ -467,7 +474,8 @@ void frame::updateViewStatus()
         return;
     }
     m_viewLabel->setText(ui::viewStatus(m_loader->pendingProps(), m_loader->channelSelection(),
-                                        m_loader->hasDifference(), m_loader->diffView()));
+                                        m_loader->hasDifference(), m_loader->diffView()) +
+                         compareStatus());
 }
 
 void frame::updatePlayIcon()
@@ -505,7 +513,8 @@ void frame::oon_new_frame(frame_t *f)
         diffText = view::differenceText(d);
     }
     m_panel->setCornerTexts(view::timeText(t), diffText);
-    m_panel->presentFrame();
+    m_panel->presentFrame(f->frameIndex);
+    m_compare->primaryShown(f->frameIndex);
     if (m_waitingForData.exchange(false)) emit clear_hint();
     if (!(f->flags & kFrameDragged)) emit update_slider(int(std::min<uint64_t>(f->frameIndex, uint64_t(INT_MAX))));
 }
@@ -554,6 +563,7 @@ void frame::showAtZoomStep(view::ZoomStep step)
     const QSize video = view::zoomVideoSize({p.width, p.height}, m_panel->anamorphic(), m_panel->anamorphicScale());
     if (video.isEmpty()) return;
     for (const auto &st : kZoomActions) action(st.first)->setChecked(st.second == step);
+    m_compare->endFreeZoom(); // a zoom step shows the whole picture again
     // Narrower than the window's controls, the picture stands in the middle rather than at the left.
     m_verticalLayout->setAlignment(m_panel, Qt::AlignHCenter);
     emit draw_panel_force_size(view::zoomTarget(step, video));
@@ -981,6 +991,11 @@ void frame::dropEvent(QDropEvent *e)
         if (u.isLocalFile()) files << u.toLocalFile();
     if (files.isEmpty()) return;
     e->acceptProposedAction();
+    // With Shift held, the files join the open one in a compare workspace.
+    if ((e->modifiers() & Qt::ShiftModifier) && m_loader) {
+        compareFiles(files);
+        return;
+    }
     loadFiles(files);
 }
 

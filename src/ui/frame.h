@@ -34,10 +34,9 @@ class QShortcut;
 class SequenceTools;
 namespace kavri::ui {
 class MetricsDock;
-}
-namespace kavri::ui {
 class ScopesDock;
-}
+class CompareWorkspace;
+} // namespace kavri::ui
 struct frame_t;
 
 class frame : public QMainWindow,
@@ -158,6 +157,13 @@ public slots:
     // File > Export Frames: a range of frames as pictures, in another layout or as y4m.
     void oon_export_frames();
 
+    // Comparing sequences in this window: every File, View > Compare and free-zoom action goes to the
+    // workspace by its name.
+    void oon_compare();
+
+public:
+    kavri::ui::CompareWorkspace *compareWorkspace() const { return m_compare; }
+
 protected:
     void closeEvent(QCloseEvent *e) override;
     void dragEnterEvent(QDragEnterEvent *e) override;
@@ -193,6 +199,13 @@ private:
     QSize roomForPanel() const;
     bool isFullScreenMode() const;
 
+    // The compare workspace: made once, its actions enabled from its state, its files added with a
+    // message for each that cannot join (src/ui/FrameCompare.cpp).
+    void setUpCompare();
+    void updateCompareActions();
+    void compareFiles(const QStringList &files);
+    QString compareStatus() const;
+
     KavriStartupConfig m_config;
     std::map<QString, QAction *> m_actions;
     QActionGroup *m_sizeGroup = nullptr;
@@ -227,4 +240,7 @@ private:
     std::atomic<kavri::ui::MetricsDock *> m_metricsDock{nullptr};
     // The scopes panel, made on first use; read on the loader thread to offer it each frame shown.
     std::atomic<kavri::ui::ScopesDock *> m_scopesDock{nullptr};
+    // Further sequences shown with the open one, and the free zoom; read on the loader thread.
+    kavri::ui::CompareWorkspace *m_compare = nullptr;
+    QMenu *m_compareMenu = nullptr; // in View only while two or more sequences are open
 };

@@ -164,11 +164,21 @@ void KavriDrawPanel::get_buffer(uint8_t **pp_frame, QSize size, void *p_update_d
     emit size_changed(wantedSize(size));
 }
 
+void KavriDrawPanel::presentFrame(uint64_t index)
+{
+    {
+        QMutexLocker lock(&m_lock);
+        m_pendingIndex = index;
+    }
+    presentFrame();
+}
+
 void KavriDrawPanel::presentFrame()
 {
     {
         QMutexLocker lock(&m_lock);
         std::swap(m_back, m_front);
+        m_frontIndex.store(m_pendingIndex);
         QMutexLocker texts(&m_textLock);
         m_timeText = m_spareTime;
         m_diffText = m_spareDiff;
@@ -345,6 +355,11 @@ QImage KavriDrawPanel::currentFrame() const
 {
     QMutexLocker lock(&m_lock);
     if (!m_front || m_showingStartup) return {};
+    // Several sequences, or a zoomed part of one: what is saved is what is shown.
+    if (composing()) {
+        const QImage shown = m_compositor->composedImage();
+        if (!shown.isNull()) return shown.copy();
+    }
     return m_front->copy();
 }
 
@@ -360,15 +375,43 @@ VideoProps KavriDrawPanel::formatContext() const
     return m_context;
 }
 
-QPoint KavriDrawPanel::mapToImage(QPoint p) const { return view::widgetToImage(p, m_display, frameSize()); }
+QPoint KavriDrawPanel::mapToImage(QPoint p) const
+{
+    if (composing()) {
+        // Clamped into the picture like the single view's mapping, so the magnifier always has a pixel.
+        const QSize img = frameSize();
+        const QPoint q = m_compositor->imageAt(p);
+        if (img.isEmpty()) return q;
+        return QPoint(std::clamp(q.x(), 0, img.width() - 1), std::clamp(q.y(), 0, img.height() - 1));
+    }
+    return view::widgetToImage(p, m_display, frameSize());
+}
 
-QPoint KavriDrawPanel::mapToView(QPoint p) const { return view::imageToWidget(p, m_display, frameSize()); }
+QPoint KavriDrawPanel::mapToView(QPoint p) const
+{
+    if (composing()) return m_compositor->viewOf(p);
+    return view::imageToWidget(p, m_display, frameSize());
+}
 
 void KavriDrawPanel::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);
     QMutexLocker lock(&m_lock);
     if (!m_front) return;
+    if (composing() && !m_showingStartup) {
+        view::PanelOverlays o;
+        o.grid = m_gridOn;
+        o.gridSize = m_gridSize;
+        o.magnifier = m_magnifierOn;
+        o.magnifierPoint = m_magnPoint;
+        o.magnifierFactor = m_magnFactor;
+        o.magnifierPos = m_magnPos;
+        m_magnRect = m_compositor->paintComposed(painter, *m_front, m_frontIndex.load(), size(), o);
+        lock.unlock();
+        painter.setRenderHint(QPainter::SmoothPixmapTransform, false);
+        paintCornerTexts(painter);
+        return;
+    }
     const QSize img = m_front->size();
     m_display = view::paintGeometry(size(), img, m_maintainAR, m_anamorphic, m_anamorphicScale);
     const QRect target(m_display.x, m_display.y, m_display.width, m_display.height);
@@ -516,6 +559,9 @@ void KavriDrawPanel::paintCornerTexts(QPainter &painter)
 void KavriDrawPanel::mousePressEvent(QMouseEvent *e)
 {
     m_mousePos = e->position().toPoint();
+    if (composing() && !m_showingStartup && !(m_magnifierOn && m_magnRect.contains(m_mousePos)) &&
+        m_compositor->mousePress(e))
+        return;
     if (e->button() == Qt::MiddleButton && !m_showingStartup) {
         setMagnifier(!m_magnifierOn, true);
     } else if (e->button() == Qt::LeftButton && m_magnifierOn) {
@@ -539,6 +585,7 @@ void KavriDrawPanel::mousePressEvent(QMouseEvent *e)
 void KavriDrawPanel::mouseMoveEvent(QMouseEvent *e)
 {
     m_mousePos = e->position().toPoint();
+    if (composing() && !m_magnMoving && m_compositor->mouseMove(e)) return;
     if (m_magnMoving && (e->buttons() & Qt::LeftButton)) {
         m_magnPos = m_mousePos - m_grabOffset;
         m_magnPoint = mapToImage(m_magnPos);
@@ -559,6 +606,7 @@ void KavriDrawPanel::mouseMoveEvent(QMouseEvent *e)
 
 void KavriDrawPanel::mouseReleaseEvent(QMouseEvent *e)
 {
+    if (m_compositor && m_compositor->mouseRelease(e)) return;
     if (e->button() == Qt::LeftButton) {
         m_dragStart = QPoint(-1, -1);
         m_magnMoving = false;
@@ -572,6 +620,12 @@ void KavriDrawPanel::mouseReleaseEvent(QMouseEvent *e)
 
 void KavriDrawPanel::wheelEvent(QWheelEvent *e)
 {
+    // Ctrl+wheel zooms freely; the plain wheel keeps driving the magnifier.
+    if (m_compositor && (e->modifiers() & Qt::ControlModifier) && !m_showingStartup && m_compositor->wheel(e)) {
+        e->accept();
+        update();
+        return;
+    }
     // The step is the mean of this delta and up to five before it, so a fast spin accelerates smoothly.
     m_mousePos = e->position().toPoint();
     m_wheelHistory.push_back(e->angleDelta().y());

@@ -5,6 +5,7 @@
 
 #include "formats/VideoProps.h"
 #include "view/OverlayText.h"
+#include "view/PanelCompositor.h"
 #include "view/PanelGeometry.h"
 
 #include <QFont>
@@ -31,10 +32,18 @@ public:
     ~KavriDrawPanel() override;
 
     void setDragHandler(IDragHandler *h) { m_dragHandler = h; }
+    // Several sequences in one panel: while the compositor says it is composing, it draws the panel and
+    // takes its gestures (null: the panel draws alone, as always).
+    void setCompositor(kavri::view::IPanelCompositor *c) { m_compositor = c; }
+    bool composing() const { return m_compositor && m_compositor->composing(); }
+    // Number of the frame in the front image (delivered with presentFrame(index)).
+    uint64_t frontIndex() const { return m_frontIndex.load(); }
 
     // Called on the loader thread after a frame was written into the back image: exchanges the images
     // (and whatever else is double-buffered) under the lock and asks for a repaint.
     void presentFrame();
+    // The same, also recording the number of the frame presented.
+    void presentFrame(uint64_t index);
     // Back to the start-up picture (construction, file closed).
     void resetToStartup();
 
@@ -176,4 +185,7 @@ private:
     QFont m_font;
     QPen m_markPen;
     IDragHandler *m_dragHandler = nullptr;
+    kavri::view::IPanelCompositor *m_compositor = nullptr;
+    std::atomic<uint64_t> m_frontIndex{0};
+    uint64_t m_pendingIndex = 0; // under m_lock: the number presentFrame(index) makes the front's
 };

@@ -174,3 +174,54 @@ TEST(CommandLine, ColourOptions)
     r = parseCommandLine({"kavri", "clip.yuv"});
     EXPECT_FALSE(r.config.colour.any());
 }
+
+namespace {
+
+struct CompareCase {
+    const char *name;
+    QStringList args; // without the program
+    QString file;
+    QStringList compare;
+    QStringList further;
+    QString diff = {};
+};
+void PrintTo(const CompareCase &c, std::ostream *os) { *os << c.name; }
+
+class CompareOption : public ::testing::TestWithParam<CompareCase> {};
+
+TEST_P(CompareOption, CollectsEachFileInOrderLikeADifferenceFile)
+{
+    const CompareCase &c = GetParam();
+    const ParsedCommandLine r = parseCommandLine(QStringList{"kavri"} + c.args);
+    EXPECT_EQ(r.config.file, c.file);
+    EXPECT_EQ(r.config.compare, c.compare);
+    EXPECT_EQ(r.furtherFiles, c.further);
+    EXPECT_EQ(r.config.diff, c.diff);
+}
+
+const CompareCase kCompareCases[] = {
+    {"none", {"a.yuv"}, "a.yuv", {}, {}},
+    {"short", {"-c", "b.yuv", "a.yuv"}, "a.yuv", {"b.yuv"}, {}},
+    {"long", {"--compare", "b.yuv", "a.yuv"}, "a.yuv", {"b.yuv"}, {}},
+    {"repeated_in_order",
+     {"-c", "b.yuv", "--compare", "c.yuv", "-c", "d.yuv", "a.yuv"},
+     "a.yuv",
+     {"b.yuv", "c.yuv", "d.yuv"},
+     {}},
+    {"with_diff_and_size",
+     {"-w", "16", "-c", "b.yuv", "-h", "16", "-d", "x.yuv", "a.yuv"},
+     "a.yuv",
+     {"b.yuv"},
+     {},
+     "x.yuv"},
+    // The last argument is the file, never an option's value: "-c" then matches nothing and, as for
+    // -d, becomes the file, the rest opening in players of their own.
+    {"value_would_be_the_file", {"-c", "a.yuv"}, "-c", {}, {"a.yuv"}},
+    {"alone_is_the_file", {"-c"}, "-c", {}, {}},
+    {"further_files_still_open_apart", {"-c", "b.yuv", "a.yuv", "z.yuv"}, "a.yuv", {"b.yuv"}, {"z.yuv"}},
+    {"case_sensitive", {"-C", "b.yuv", "a.yuv"}, "-C", {}, {"b.yuv", "a.yuv"}},
+};
+INSTANTIATE_TEST_SUITE_P(All, CompareOption, ::testing::ValuesIn(kCompareCases),
+                         [](const auto &i) { return std::string(i.param.name); });
+
+} // namespace
