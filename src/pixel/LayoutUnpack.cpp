@@ -7,6 +7,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace kavri::pixel {
 
@@ -68,9 +73,85 @@ void plainRow(const uint8_t *src, int32_t step, int32_t shift, uint32_t mask, D 
     }
 }
 
+#if defined(__SSE2__)
+// The even 16-bit words of a and b, in order: each 32-bit lane's low word sign-extended stays inside the
+// 16-bit range, so the saturating pack keeps it bit for bit.
+inline __m128i evenWords(__m128i a, __m128i b)
+{
+    return _mm_packs_epi32(_mm_srai_epi32(_mm_slli_epi32(a, 16), 16), _mm_srai_epi32(_mm_slli_epi32(b, 16), 16));
+}
+#endif
+
+// 16-bit words, every Step-th one, value (w >> shift) & mask: eight samples at a time where the row's
+// bytes hold the whole load (the caller checked the row holds ((cols - 1) * Step + 1) words), the
+// rest one at a time. Little-endian words (the plain rows only).
+template <int Step>
+void wordsRow16(const uint8_t *src, int32_t shift, uint32_t mask, uint16_t *dst, int32_t cols)
+{
+    int32_t i = 0;
+#if defined(__SSE2__)
+    const __m128i m = _mm_set1_epi16(int16_t(uint16_t(mask)));
+    const __m128i sh = _mm_cvtsi32_si128(shift);
+    for (; (i + 8) * Step <= (cols - 1) * Step + 1; i += 8) {
+        const uint8_t *p = src + size_t(i) * Step * 2;
+        __m128i v;
+        if constexpr (Step == 1) {
+            v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        } else {
+            __m128i w[Step];
+            for (int k = 0; k < Step; ++k) w[k] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 16 * k));
+            if constexpr (Step == 2) {
+                v = evenWords(w[0], w[1]);
+            } else {
+                static_assert(Step == 4);
+                v = evenWords(evenWords(w[0], w[1]), evenWords(w[2], w[3]));
+            }
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i), _mm_and_si128(_mm_srl_epi16(v, sh), m));
+    }
+#endif
+    for (; i < cols; ++i) {
+        uint16_t w;
+        std::memcpy(&w, src + size_t(i) * Step * 2, 2);
+        dst[i] = uint16_t((uint32_t(w) >> shift) & mask);
+    }
+}
+
+// Bytes, every second one, whole: the chroma of NV21. Sixteen at a time as wordsRow16.
+inline void bytesRowStep2(const uint8_t *src, uint8_t *dst, int32_t cols)
+{
+    int32_t i = 0;
+#if defined(__SSE2__)
+    const __m128i low = _mm_set1_epi16(0xff);
+    for (; (i + 16) * 2 <= (cols - 1) * 2 + 1; i += 16) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + 2 * size_t(i)));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + 2 * size_t(i) + 16));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i),
+                         _mm_packus_epi16(_mm_and_si128(a, low), _mm_and_si128(b, low)));
+    }
+#endif
+    for (; i < cols; ++i) dst[i] = src[2 * size_t(i)];
+}
+
 template <typename S, typename D>
 void plainRowAnyStep(const uint8_t *src, int32_t step, int32_t shift, uint32_t mask, D *dst, int32_t cols)
 {
+    // The rows of the common semi-planar and packed 4:2:x layouts.
+    if constexpr (std::is_same_v<S, uint16_t> && std::is_same_v<D, uint16_t>) {
+        switch (step) {
+        case 1: return wordsRow16<1>(src, shift, mask, dst, cols);
+        case 2: return wordsRow16<2>(src, shift, mask, dst, cols);
+        case 4: return wordsRow16<4>(src, shift, mask, dst, cols);
+        default: break;
+        }
+    }
+    if constexpr (std::is_same_v<S, uint8_t> && std::is_same_v<D, uint8_t>) {
+        if (shift == 0 && mask == 0xff && step == 1) {
+            std::memcpy(dst, src, size_t(cols));
+            return;
+        }
+        if (shift == 0 && mask == 0xff && step == 2) return bytesRowStep2(src, dst, cols);
+    }
     switch (step) {
     case 1: plainRow<S, D, 1>(src, step, shift, mask, dst, cols); break;
     case 2: plainRow<S, D, 2>(src, step, shift, mask, dst, cols); break;
@@ -115,15 +196,22 @@ void raw10Row(const uint8_t *src, D *dst, int32_t cols)
     }
 }
 
-template <typename D>
-void unpackInto(const VideoProps &stored, const PixelDescriptor &d, const PlaneLayout &pl, const uint8_t *src,
-                int64_t srcBytes, const VideoProps &canon, D *dst, int64_t dstSamples, int32_t threads)
+// Unpacks, for components [k0, k1), the canonical rows that picture rows [y0, y1) are shown from: the luma (or RGB,
+// alpha) rows themselves and the chroma rows those rows use. A chroma row belongs to the range holding the first
+// picture row it serves (and the range reaching the bottom takes any rows below), so the ranges of any
+// split of the picture write each row once and can run on different threads.
+// rowAt(k, target, j) gives where canonical row j of component k goes (null: left out).
+template <typename D, typename RowAt>
+void unpackRange(const VideoProps &stored, const PixelDescriptor &d, const PlaneLayout &pl, const uint8_t *src,
+                 int64_t srcBytes, const VideoProps &canon, int64_t dstSamples, int32_t k0, int32_t k1, int32_t y0,
+                 int32_t y1, const RowAt &rowAt)
 {
     Target t[4];
     const int32_t n = std::min<int32_t>(canonicalTargets(canon, dstSamples, t), d.components);
     const int32_t wb = wordBytesOf(d, stored.containerBits);
     const bool bigEndian = stored.toggleEndianness && wb > 1;
-    for (int k = 0; k < n; ++k) {
+    const int32_t H = canon.height;
+    for (int k = k0; k < std::min(n, k1); ++k) {
         const ComponentDesc &cd = d.comp[size_t(k)];
         const int32_t depth = componentDepth(d, k, stored.bitDepth);
         RowOp op;
@@ -141,35 +229,40 @@ void unpackInto(const VideoProps &stored, const PixelDescriptor &d, const PlaneL
         const Target &tk = t[k];
         const int64_t rowBytes = pl.rowBytes[cd.plane];
         const int64_t first = pl.start[cd.plane] + int64_t(cd.offset) * wb;
-        // Bands of rows spread over the pool; each canonical row reads one stored row.
-        constexpr int32_t kBand = 32;
-        const int32_t bands = (tk.rows + kBand - 1) / kBand;
-        WorkerPool::shared().run(bands, helpersFor(threads), [&](int32_t b) {
-            const int32_t j1 = std::min(tk.rows, (b + 1) * kBand);
-            for (int32_t j = b * kBand; j < j1; ++j) {
-                const int32_t sj = sourceRow(d, tk, k, j);
-                const int64_t at = first + int64_t(sj) * rowBytes;
-                D *out = dst + tk.start + int64_t(j) * tk.stride;
-                // A row the stored frame does not hold whole (a short buffer) is left as it was.
-                const int64_t need = d.packing == Packing::Raw10 ? int64_t((tk.cols + 3) / 4) * 5
-                                                                 : (int64_t(tk.cols - 1) * cd.step + 1) * wb;
-                if (at < 0 || at + need > srcBytes || tk.start + int64_t(j) * tk.stride + tk.cols > dstSamples)
-                    continue;
-                const uint8_t *in = src + at;
-                if (d.packing == Packing::Raw10) {
-                    raw10Row(in, out, tk.cols);
-                } else if (plain) {
-                    switch (wb) {
-                    case 1: plainRowAnyStep<uint8_t, D>(in, cd.step, cd.shift, op.mask, out, tk.cols); break;
-                    case 2: plainRowAnyStep<uint16_t, D>(in, cd.step, cd.shift, op.mask, out, tk.cols); break;
-                    default: plainRowAnyStep<uint32_t, D>(in, cd.step, cd.shift, op.mask, out, tk.cols); break;
-                    }
-                } else {
-                    generalRow(op, in, out, tk.cols);
+        // A row the stored frame does not hold whole (a short buffer) is left as it was.
+        const int64_t need =
+            d.packing == Packing::Raw10 ? int64_t((tk.cols + 3) / 4) * 5 : (int64_t(tk.cols - 1) * cd.step + 1) * wb;
+        // Row j serves picture rows from j << shiftY: the first j at or after y0, up to the first at y1.
+        const int32_t j0 = std::min(tk.rows, ((y0 - 1) >> tk.shiftY) + 1);
+        const int32_t j1 = y1 >= H ? tk.rows : std::min(tk.rows, ((y1 - 1) >> tk.shiftY) + 1);
+        for (int32_t j = j0; j < j1; ++j) {
+            const int32_t sj = sourceRow(d, tk, k, j);
+            const int64_t at = first + int64_t(sj) * rowBytes;
+            D *out = rowAt(k, tk, j);
+            if (!out || at < 0 || at + need > srcBytes) continue;
+            const uint8_t *in = src + at;
+            if (d.packing == Packing::Raw10) {
+                raw10Row(in, out, tk.cols);
+            } else if (plain) {
+                switch (wb) {
+                case 1: plainRowAnyStep<uint8_t, D>(in, cd.step, cd.shift, op.mask, out, tk.cols); break;
+                case 2: plainRowAnyStep<uint16_t, D>(in, cd.step, cd.shift, op.mask, out, tk.cols); break;
+                default: plainRowAnyStep<uint32_t, D>(in, cd.step, cd.shift, op.mask, out, tk.cols); break;
                 }
+            } else {
+                generalRow(op, in, out, tk.cols);
             }
-        });
+        }
     }
+}
+
+// Whether a stored frame of the record goes through the descriptor unpack (rather than a row copy of
+// an original packed layout).
+bool unpacksByDescriptor(const VideoProps &stored)
+{
+    const LayoutKind kind = layoutInfo(stored.format).kind;
+    return isDescribedLayout(stored.format) || kind == LayoutKind::PlanarYuv || kind == LayoutKind::PlanarRgb ||
+           kind == LayoutKind::Luma;
 }
 
 // The rows of an original packed, semi-planar or v210 layout, copied from strided planes into the
@@ -240,23 +333,55 @@ VideoProps canonicalProps(const VideoProps &stored)
     return c;
 }
 
-void unpackFrame(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst, int64_t dstBytes,
-                 int32_t threads)
+namespace {
+
+// Unpacks, for components [k0, k1), the canonical rows that picture rows [firstRow, endRow) are shown
+// from, at their places in the canonical frame (see unpackRange).
+void unpackPart(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst, int64_t dstBytes,
+                int32_t k0, int32_t k1, int32_t firstRow, int32_t endRow)
 {
     if (!src || !dst || !needsUnpack(stored) || stored.width <= 0 || stored.height <= 0) return;
+    if (!unpacksByDescriptor(stored) || firstRow >= endRow) return;
     const PixelDescriptor &d = *pixelDescriptor(stored.format);
     const VideoProps canon = canonicalProps(stored);
     const PlaneLayout pl = storedPlanes(stored);
     if (pl.frameBytes == 0) return;
-    if (!isDescribedLayout(stored.format) && layoutInfo(stored.format).kind != LayoutKind::PlanarYuv &&
-        layoutInfo(stored.format).kind != LayoutKind::PlanarRgb && layoutInfo(stored.format).kind != LayoutKind::Luma) {
-        destrideRows(stored, pl, src, srcBytes, dst, dstBytes);
+    // Row j of a component at its place in the canonical frame; a row the buffer does not hold is left out.
+    const auto into = [&](auto *out, int64_t samples) {
+        return [=](int, const Target &t, int32_t j) {
+            const int64_t at = t.start + int64_t(j) * t.stride;
+            return at + t.cols > samples ? nullptr : out + at;
+        };
+    };
+    if (canon.containerBits == 16)
+        unpackRange<uint16_t>(stored, d, pl, src, srcBytes, canon, dstBytes / 2, k0, k1, firstRow, endRow,
+                              into(reinterpret_cast<uint16_t *>(dst), dstBytes / 2));
+    else
+        unpackRange<uint8_t>(stored, d, pl, src, srcBytes, canon, dstBytes, k0, k1, firstRow, endRow,
+                             into(dst, dstBytes));
+}
+
+} // namespace
+
+void unpackFrame(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst, int64_t dstBytes,
+                 int32_t threads)
+{
+    if (!src || !dst || !needsUnpack(stored) || stored.width <= 0 || stored.height <= 0) return;
+    if (!unpacksByDescriptor(stored)) {
+        const PlaneLayout pl = storedPlanes(stored);
+        if (pl.frameBytes != 0) destrideRows(stored, pl, src, srcBytes, dst, dstBytes);
         return;
     }
-    if (canon.containerBits == 16)
-        unpackInto(stored, d, pl, src, srcBytes, canon, reinterpret_cast<uint16_t *>(dst), dstBytes / 2, threads);
-    else
-        unpackInto(stored, d, pl, src, srcBytes, canon, dst, dstBytes, threads);
+    // One component after the other (with an odd height the second chroma plane of 4:2:0 starts inside
+    // the last row of the first, and the later component's samples are the ones kept there), each in
+    // bands of picture rows spread over the pool.
+    constexpr int32_t kBand = 32;
+    const int32_t bands = (stored.height + kBand - 1) / kBand;
+    for (int32_t k = 0; k < pixelDescriptor(stored.format)->components; ++k)
+        WorkerPool::shared().run(bands, helpersFor(threads), [&](int32_t b) {
+            unpackPart(stored, src, srcBytes, dst, dstBytes, k, k + 1, b * kBand,
+                       std::min(stored.height, (b + 1) * kBand));
+        });
 }
 
 void unpackFrameReference(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst,
@@ -266,8 +391,7 @@ void unpackFrameReference(const VideoProps &stored, const uint8_t *src, int64_t 
     const PixelDescriptor &d = *pixelDescriptor(stored.format);
     const VideoProps canon = canonicalProps(stored);
     const PlaneLayout pl = storedPlanes(stored);
-    if (!isDescribedLayout(stored.format) && layoutInfo(stored.format).kind != LayoutKind::PlanarYuv &&
-        layoutInfo(stored.format).kind != LayoutKind::PlanarRgb && layoutInfo(stored.format).kind != LayoutKind::Luma) {
+    if (!unpacksByDescriptor(stored)) {
         destrideRows(stored, pl, src, srcBytes, dst, dstBytes);
         return;
     }
@@ -301,8 +425,87 @@ void unpackFrameReference(const VideoProps &stored, const uint8_t *src, int64_t 
     }
 }
 
+namespace {
+
+// One stored row of a component of a word layout, written as writeComponent writes each sample (the
+// value's bits at the component's shift, the word's other bits kept), without looking the place up
+// sample by sample: samples `from` + i of the canonical row (the last repeated where the stored grid is
+// wider), narrowed by `down` bits.
+template <typename D>
+void packWordsRow(const ComponentDesc &cd, int32_t wb, bool bigEndian, int32_t depth, const D *canonical, int64_t from,
+                  int32_t canonCols, int64_t samples, int32_t down, uint8_t *dst, int64_t rowStart, int64_t dstBytes,
+                  int32_t cols)
+{
+    const uint32_t mask = (depth >= 32 ? 0xffffffffu : (uint32_t(1) << depth) - 1) << cd.shift;
+    for (int32_t i = 0; i < cols; ++i) {
+        const int64_t src = from + std::min(i, canonCols - 1);
+        const int64_t at = rowStart + (int64_t(cd.offset) + int64_t(i) * cd.step) * wb;
+        if (src >= samples || at < 0 || at + wb > dstBytes) continue;
+        uint8_t *p = dst + at;
+        uint32_t old = 0;
+        if (bigEndian)
+            for (int b = 0; b < wb; ++b) old = (old << 8) | p[b];
+        else
+            for (int b = wb - 1; b >= 0; --b) old = (old << 8) | p[b];
+        const uint32_t w = (old & ~mask) | ((uint32_t(canonical[src] >> down) << cd.shift) & mask);
+        for (int b = 0; b < wb; ++b) p[bigEndian ? wb - 1 - b : b] = uint8_t(w >> (8 * b));
+    }
+}
+
+} // namespace
+
 bool packFrame(const VideoProps &stored, const uint8_t *canonical, int64_t canonicalBytes, uint8_t *dst,
                int64_t dstBytes)
+{
+    if (!canonical || !dst || !isDescribedLayout(stored.format)) return false;
+    const PixelDescriptor &d = *pixelDescriptor(stored.format);
+    if (d.packing == Packing::V210) return false;
+    const VideoProps canon = canonicalProps(stored);
+    const PlaneLayout pl = storedPlanes(stored);
+    if (pl.frameBytes == 0 || dstBytes < pl.frameBytes) return false;
+    const bool wide = canon.containerBits == 16;
+    const int64_t samples = canonicalBytes / (wide ? 2 : 1);
+    Target t[4];
+    const int32_t n = std::min<int32_t>(canonicalTargets(canon, samples, t), d.components);
+    std::memset(dst, 0, size_t(pl.frameBytes));
+    // The word size writeComponent takes: from the depth, as the record's container is not consulted there.
+    const int32_t wb = wordBytesOf(d, stored.bitDepth > 8 ? 16 : 8);
+    for (int k = 0; k < n; ++k) {
+        const ComponentGrid g = componentGrid(d, k, stored.width, stored.height);
+        const int32_t depth = componentDepth(d, k, stored.bitDepth);
+        const int32_t sy = isChromaComponent(d, k) ? d.log2ChromaH : 0;
+        if (t[k].cols <= 0 || t[k].rows <= 0) continue;
+        for (int32_t j = 0; j < g.rows; ++j) {
+            // The canonical row this stored row was (or would be) unpacked into; the right and bottom
+            // edges repeat the last canonical sample where the stored grid is a sample wider.
+            const int32_t cj = std::min(t[k].rows - 1, int32_t((int64_t(j) << sy) >> t[k].shiftY));
+            const int64_t rowAt = t[k].start + int64_t(cj) * t[k].stride;
+            const int32_t down = depth < canon.bitDepth ? canon.bitDepth - depth : 0;
+            if (d.packing == Packing::Words) {
+                const int64_t words =
+                    pl.start[d.comp[size_t(k)].plane] + int64_t(j) * pl.rowBytes[d.comp[size_t(k)].plane];
+                if (wide)
+                    packWordsRow(d.comp[size_t(k)], wb, stored.toggleEndianness, depth,
+                                 reinterpret_cast<const uint16_t *>(canonical), rowAt, t[k].cols, samples, down, dst,
+                                 words, dstBytes, g.cols);
+                else
+                    packWordsRow(d.comp[size_t(k)], wb, stored.toggleEndianness, depth, canonical, rowAt, t[k].cols,
+                                 samples, down, dst, words, dstBytes, g.cols);
+                continue;
+            }
+            for (int32_t i = 0; i < g.cols; ++i) {
+                const int64_t at = rowAt + std::min(i, t[k].cols - 1);
+                if (at >= samples) continue;
+                uint32_t v = wide ? reinterpret_cast<const uint16_t *>(canonical)[at] : canonical[at];
+                writeComponent(d, pl, dst, dstBytes, stored.toggleEndianness, k, stored.bitDepth, i, j, v >> down);
+            }
+        }
+    }
+    return true;
+}
+
+bool packFrameReference(const VideoProps &stored, const uint8_t *canonical, int64_t canonicalBytes, uint8_t *dst,
+                        int64_t dstBytes)
 {
     if (!canonical || !dst || !isDescribedLayout(stored.format)) return false;
     const PixelDescriptor &d = *pixelDescriptor(stored.format);

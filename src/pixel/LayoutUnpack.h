@@ -41,6 +41,9 @@ void unpackFrameReference(const VideoProps &stored, const uint8_t *src, int64_t 
 // no sample reaches are 0. False for a layout without a writer (v210) or short buffers.
 bool packFrame(const VideoProps &stored, const uint8_t *canonical, int64_t canonicalBytes, uint8_t *dst,
                int64_t dstBytes);
+// The reference pack: the same result as packFrame, each sample written through writeComponent.
+bool packFrameReference(const VideoProps &stored, const uint8_t *canonical, int64_t canonicalBytes, uint8_t *dst,
+                        int64_t dstBytes);
 
 // The stored values at pixel (x, row) of a described layout, read from the stored frame: Y U V (or R G B)
 // and alpha, each from the sample that covers the pixel; a Bayer layout gives its one mosaic sample in c[0]

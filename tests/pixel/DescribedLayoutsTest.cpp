@@ -377,3 +377,36 @@ TEST(PlaneGeometry, StridesShorterThanARowAreRefused)
     p.planeStride = {5, 0, 0, 0};
     EXPECT_EQ(recordFrameBytes(p), 0u);
 }
+
+// The row-wise pack writes what the sample-by-sample reference writes, for every described layout, its
+// depths and odd sizes, also from canonical samples that do not come from an unpack (every bit set).
+TEST(DescribedLayouts, PackEqualsTheReferencePack)
+{
+    const int32_t sizes[][2] = {{16, 8}, {17, 9}, {1, 1}, {3, 5}, {66, 33}};
+    for (int v = kCoreLayoutCount + 1; v <= kLayoutCount; ++v)
+        for (const Depth &dp : depthsOf(v))
+            for (const auto &sz : sizes) {
+                const PatternSpec s = specOf(v, sz[0], sz[1], dp);
+                if (!patternSpecError(s).empty()) continue;
+                SCOPED_TRACE(nameOf(v) + " " + std::to_string(s.width) + "x" + std::to_string(s.height) + " " +
+                             std::to_string(s.bits) + (s.isSigned ? " signed" : "") + (s.bigEndian ? " BE" : ""));
+                const VideoProps rec = patternRecord(s);
+                const uint32_t bytes = frameBytes(v, s.containerBits, s.width, s.height);
+                std::vector<uint8_t> f(bytes);
+                ASSERT_TRUE(writePatternFrame(s, 5, f.data(), f.size()));
+                const VideoProps canon = canonicalProps(rec);
+                const uint32_t canonBytes =
+                    allocationSize(canon.format, canon.containerBits, canon.width, canon.height);
+                std::vector<uint8_t> samples(canonBytes, 0);
+                unpackFrameReference(rec, f.data(), bytes, samples.data(), canonBytes);
+                for (const bool ones : {false, true}) {
+                    if (ones) samples.assign(canonBytes, 0xff);
+                    std::vector<uint8_t> want(bytes, 0x11), got(bytes, 0x22);
+                    const bool wrote = packFrameReference(rec, samples.data(), canonBytes, want.data(), bytes);
+                    EXPECT_EQ(packFrame(rec, samples.data(), canonBytes, got.data(), bytes), wrote);
+                    if (wrote) {
+                        EXPECT_EQ(got, want) << (ones ? "all bits set" : "pattern");
+                    }
+                }
+            }
+}
