@@ -42,11 +42,24 @@ bool ScopeFeed::offer(uint64_t frameIndex, const pixel::StatisticsFormat &format
                       const uint8_t *samples, size_t bytes)
 {
     if (!m_enabled.load() || !samples || bytes == 0) return false;
+    const int64_t gap = m_minimumGap.load();
+    int64_t now = 0;
+    if (gap > 0) {
+        now = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                  (m_now ? m_now() : std::chrono::steady_clock::now()).time_since_epoch())
+                  .count();
+        const int64_t last = m_lastTaken.load();
+        if (last != std::numeric_limits<int64_t>::min() && now - last < gap) {
+            m_skipped.fetch_add(1);
+            return false;
+        }
+    }
     bool idle = false;
     if (!m_busy.compare_exchange_strong(idle, true)) {
         m_skipped.fetch_add(1);
         return false;
     }
+    if (gap > 0) m_lastTaken.store(now);
     // The worker is idle and cannot start until m_hasJob is set: the input is ours to fill.
     m_input.frameIndex = frameIndex;
     m_input.generation = m_generation.load();

@@ -8,9 +8,11 @@
 
 #include <QObject>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -44,6 +46,13 @@ public:
     // The waveform of YUV layouts as red, green and blue instead of luma (ScopeOptions::yuvParade), from
     // the next frame the worker takes.
     void setYuvParade(bool on) { m_parade.store(on); }
+
+    // The shortest time between two frames the worker takes (zero, the default: whenever it is free). A
+    // frame offered sooner is skipped like one that finds the worker busy. During playback the player asks
+    // for a gap, so that the copy and the scope work leave the cores to playback.
+    void setMinimumGap(std::chrono::nanoseconds gap) { m_minimumGap.store(gap.count()); }
+    // Tests: the clock the gap is measured with (the steady clock when unset). Set before the first offer.
+    void setClock(std::function<std::chrono::steady_clock::time_point()> now) { m_now = std::move(now); }
 
     // Off: every offer is refused without a copy (no scope is shown). On by default.
     void setEnabled(bool on) { m_enabled.store(on); }
@@ -81,6 +90,9 @@ private:
     // the input below belongs to the worker and offers are skipped.
     std::atomic<bool> m_busy{false};
     std::atomic<uint64_t> m_generation{0};
+    std::atomic<int64_t> m_minimumGap{0};                                  // nanoseconds
+    std::atomic<int64_t> m_lastTaken{std::numeric_limits<int64_t>::min()}; // clock, in nanoseconds
+    std::function<std::chrono::steady_clock::time_point()> m_now;
     std::atomic<uint64_t> m_accepted{0}, m_skipped{0}, m_finished{0};
 
     // The worker's input; written only by the offer that set m_busy.

@@ -77,7 +77,16 @@ ScopesDock::~ScopesDock() = default;
 
 void ScopesDock::frameShown(const frame_t *f)
 {
-    if (f) m_feed->offer(*f);
+    if (f) m_behind.store(!m_feed->offer(*f));
+}
+
+void ScopesDock::setPlaying(bool playing)
+{
+    m_playing = playing;
+    m_feed->setMinimumGap(playing ? std::chrono::nanoseconds(std::chrono::seconds(1)) / kPlayingRate
+                                  : std::chrono::nanoseconds(0));
+    // The last frame of playback may well have been skipped; a result still on its way asks by itself.
+    if (!playing && m_behind.load() && !m_feed->isBusy() && isVisible()) emit frameWanted();
 }
 
 void ScopesDock::clear()
@@ -104,6 +113,9 @@ void ScopesDock::showResult()
     m_shownFrame = qint64(r->frameIndex);
     m_title->setText(tr("Frame %1 — %2").arg(r->frameIndex).arg(readingName(*r)));
     emit shown(m_shownFrame);
+    // A frame shown while this one was worked out was skipped: with playback stopped nothing else comes,
+    // so it is asked for again.
+    if (!m_playing && m_behind.load() && isVisible()) emit frameWanted();
 }
 
 void ScopesDock::fillTable(const pixel::FrameStatistics &s)

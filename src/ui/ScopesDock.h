@@ -6,6 +6,7 @@
 #include "loader/ScopeFeed.h"
 
 #include <QDockWidget>
+#include <atomic>
 
 #include <memory>
 
@@ -33,6 +34,12 @@ public:
     void frameShown(const frame_t *f);
     // Forgets the frame shown and any result on its way (the file was closed).
     void clear();
+    // The window's play state (GUI thread). While playing the panel takes at most kPlayingRate frames a
+    // second; once stopped, a frame on screen that the feed skipped is asked for again (frameWanted).
+    void setPlaying(bool playing);
+    static constexpr int kPlayingRate = 15;
+    // Whether the last frame offered was skipped, so the scopes show an earlier one.
+    bool isBehind() const { return m_behind.load(); }
 
     ScopeFeed &feed() { return *m_feed; }
     // The frame whose scopes are shown, or -1 for none.
@@ -49,6 +56,9 @@ signals:
     void shown(qint64 frame);
     // The user closed the panel.
     void closed();
+    // Playback has stopped and the scopes show an earlier frame than the one on screen: the window hands the
+    // frame on screen again (a redisplay, no read).
+    void frameWanted();
 
 protected:
     void closeEvent(QCloseEvent *e) override;
@@ -68,6 +78,8 @@ private:
     view::VectorscopeView *m_vectorscope = nullptr;
     QTableWidget *m_table = nullptr;
     qint64 m_shownFrame = -1;
+    bool m_playing = false;
+    std::atomic<bool> m_behind{false}; // written on the loader thread by frameShown
 };
 
 } // namespace kavri::ui

@@ -780,6 +780,11 @@ void frame::oon_scopes(bool on)
         addDockWidget(Qt::RightDockWidgetArea, dock);
         connect(dock, &kavri::ui::ScopesDock::closed, action("actionScopes"),
                 [this] { action("actionScopes")->setChecked(false); });
+        connect(m_playback, &PlaybackController::playing_changed, dock, &kavri::ui::ScopesDock::setPlaying);
+        connect(dock, &kavri::ui::ScopesDock::frameWanted, this, [this] {
+            if (m_loader && !isPlaying()) m_loader->setView(m_loader->view());
+        });
+        dock->setPlaying(isPlaying());
         m_scopesDock.store(dock);
     }
     if (!dock) return;

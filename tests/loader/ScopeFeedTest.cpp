@@ -192,6 +192,36 @@ TEST_F(ScopeFeedTest, ABusyWorkerMakesFramesBeSkippedNotQueued)
     EXPECT_EQ(next->frameIndex, 60u);
 }
 
+// During playback the window asks for a gap between the frames the worker takes; a frame offered
+// inside it is skipped without a copy, and a gap of zero takes whatever comes while the worker is idle.
+TEST_F(ScopeFeedTest, FramesInsideTheMinimumGapAreSkipped)
+{
+    using namespace std::chrono_literals;
+    std::chrono::steady_clock::time_point now{};
+    feed->setClock([&now] { return now; }); // read on this thread only: every offer below is made here
+    const PatternSpec s = pattern(16, 16);
+    const std::vector<uint8_t> bytes = patternFrame(s, 0);
+    const pixel::StatisticsFormat f = pixel::statisticsFormatOf(patternRecord(s));
+    const auto idle = [&] { return owner.waitUntil([&] { return !feed->isBusy(); }, kWaitMs); };
+    feed->setMinimumGap(100ms);
+    const struct {
+        std::chrono::milliseconds at;
+        bool taken;
+    } steps[] = {{0ms, true}, {40ms, false}, {99ms, false}, {100ms, true}, {150ms, false}, {260ms, true}};
+    uint64_t index = 0;
+    for (const auto &step : steps) {
+        SCOPED_TRACE(step.at.count());
+        ASSERT_TRUE(idle());
+        now = std::chrono::steady_clock::time_point(step.at);
+        EXPECT_EQ(feed->offer(++index, f, {}, bytes.data(), bytes.size()), step.taken);
+    }
+    EXPECT_EQ(feed->accepted(), 3u);
+    EXPECT_EQ(feed->skipped(), 3u);
+    feed->setMinimumGap(0ms);
+    ASSERT_TRUE(idle());
+    EXPECT_TRUE(feed->offer(++index, f, {}, bytes.data(), bytes.size())) << "no gap once playback stops";
+}
+
 TEST_F(ScopeFeedTest, ResultsWaitingForTheWindowAreReplacedByNewerOnes)
 {
     const PatternSpec s = pattern(16, 16);

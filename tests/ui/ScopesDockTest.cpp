@@ -12,9 +12,12 @@
 #include <QAction>
 #include <QCheckBox>
 #include <QMenu>
+#include <QSignalSpy>
 #include <QTableWidget>
 #include <QTest>
+#include <condition_variable>
 #include <gtest/gtest.h>
+#include <mutex>
 
 using namespace kavri;
 
@@ -98,6 +101,47 @@ TEST(ScopesDock, TheParadeSwitchTurnsTheLumaWaveformIntoRedGreenAndBlue)
     QTRY_COMPARE_WITH_TIMEOUT(dock.shownFrame(), qint64(2), kWaitMs);
     EXPECT_EQ(dock.waveform()->data()->waveform.parts, 3);
     EXPECT_EQ(dock.waveform()->picture().size(), QSize(3 * 60, 256));
+}
+
+// A frame skipped while the worker was busy leaves the scopes an earlier frame behind; once playback has
+// stopped nothing else comes, so the panel asks for the frame on screen again.
+TEST(ScopesDock, AfterPlaybackAFrameSkippedWhileBusyIsAskedForAgain)
+{
+    ui::ScopesDock dock;
+    dock.show();
+    QSignalSpy wanted(&dock, &ui::ScopesDock::frameWanted);
+    std::mutex m;
+    std::condition_variable cv;
+    bool open = false, entered = false;
+    dock.feed().setWorkGate([&] {
+        std::unique_lock l(m);
+        entered = true;
+        cv.notify_all();
+        cv.wait(l, [&] { return open; });
+    });
+    dock.setPlaying(true);
+    BarsFrame first(1), second(2);
+    dock.frameShown(&first.frame);
+    {
+        std::unique_lock l(m);
+        ASSERT_TRUE(cv.wait_for(l, std::chrono::milliseconds(kWaitMs), [&] { return entered; }));
+    }
+    dock.frameShown(&second.frame); // the worker is busy with frame 1
+    EXPECT_TRUE(dock.isBehind());
+    dock.setPlaying(false); // frame 1's result is still on its way: it will ask
+    EXPECT_EQ(wanted.count(), 0);
+    {
+        std::lock_guard l(m);
+        open = true;
+    }
+    cv.notify_all();
+    QTRY_COMPARE_WITH_TIMEOUT(dock.shownFrame(), qint64(1), kWaitMs);
+    EXPECT_EQ(wanted.count(), 1);
+    // The window answers with the frame on screen; the panel catches up and asks no more.
+    dock.frameShown(&second.frame);
+    EXPECT_FALSE(dock.isBehind());
+    QTRY_COMPARE_WITH_TIMEOUT(dock.shownFrame(), qint64(2), kWaitMs);
+    EXPECT_EQ(wanted.count(), 1);
 }
 
 TEST(ScopesDock, AHiddenPanelCopiesNoFrame)
