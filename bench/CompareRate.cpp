@@ -7,6 +7,7 @@
 // Every file's format comes from its name (size, layout and depth words), as when it is opened by hand.
 // "composed_fps" counts pictures made from a new set of frames that every sequence holds; "painted_fps"
 // the panel's paint events. Prints one JSON line. The settings store goes to a temporary folder.
+#include "EventLoop.h"
 #include "formats/Settings.h"
 #include "loader/KavriLoader.h"
 #include "ui/CompareWorkspace.h"
@@ -23,6 +24,8 @@
 
 namespace {
 
+using kavri::bench::spinUntil;
+
 class PaintCounter : public QObject {
 public:
     std::atomic<uint64_t> paints{0};
@@ -38,17 +41,6 @@ int usage()
     std::fprintf(stderr, "usage: kavri_compare_rate [--mode side|wipe] [--rate R] [--seconds S] [--panel WxH] "
                          "FILE FILE [FILE [FILE]]\n");
     return 2;
-}
-
-bool spinUntil(const std::function<bool()> &done, int ms)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!done()) {
-        if (t.elapsed() > ms) return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return true;
 }
 
 } // namespace

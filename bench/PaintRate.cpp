@@ -9,6 +9,7 @@
 // scopes panel (histogram, waveform, vectorscope, statistics) and also reports how many frames a second
 // its pictures followed, and the frames it skipped.
 // Prints one JSON line. The settings store goes to a temporary folder, so nothing of the user's changes.
+#include "EventLoop.h"
 #include "formats/Settings.h"
 #include "formats/Validation.h"
 #include "loader/KavriLoader.h"
@@ -27,6 +28,8 @@
 
 namespace {
 
+using kavri::bench::spinUntil;
+
 class PaintCounter : public QObject {
 public:
     std::atomic<uint64_t> paints{0};
@@ -43,18 +46,6 @@ int usage()
                          "[--zoom 25|33|50|100|200] [--window WxH] [--fullscreen] [--diff FILE2 [--metrics]] "
                          "[--scopes]\n");
     return 2;
-}
-
-// Runs the event loop until `done` holds or `ms` have passed.
-bool spinUntil(const std::function<bool()> &done, int ms)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!done()) {
-        if (t.elapsed() > ms) return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return true;
 }
 
 } // namespace
