@@ -120,7 +120,7 @@ class ScopeCounts : public ::testing::TestWithParam<LayoutCase> {
 protected:
     static constexpr int32_t kW = 48, kH = 32, kColumns = 16;
 
-    PatternSpec spec() const
+    PatternSpec pattern() const
     {
         PatternSpec s;
         s.layout = GetParam().layout;
@@ -143,8 +143,8 @@ protected:
     // The frame of the pattern whose moving block is inside the picture.
     std::vector<uint8_t> frame(uint64_t index) const
     {
-        std::vector<uint8_t> bytes(patternFrameBytes(spec()));
-        EXPECT_TRUE(writePatternFrame(spec(), index, bytes.data(), bytes.size()));
+        std::vector<uint8_t> bytes(patternFrameBytes(pattern()));
+        EXPECT_TRUE(writePatternFrame(pattern(), index, bytes.data(), bytes.size()));
         return bytes;
     }
 };
@@ -153,7 +153,7 @@ int32_t cellOf(int32_t value, int32_t bits, int32_t cells) { return int32_t((int
 
 TEST_P(ScopeCounts, WaveformAndVectorscopeCountEverySampleWhereThePatternPutsIt)
 {
-    const PatternSpec s = spec();
+    const PatternSpec s = pattern();
     const LayoutInfo &info = layoutInfo(s.layout);
     const bool rgb = info.kind == LayoutKind::InterleavedRgb || info.kind == LayoutKind::PlanarRgb;
     const bool luma = info.kind == LayoutKind::Luma;
@@ -234,7 +234,7 @@ class ParadeCounts : public ScopeCounts {};
 
 TEST_P(ParadeCounts, EachPixelsColourIsCountedThroughTheReading)
 {
-    const PatternSpec s = spec();
+    const PatternSpec s = pattern();
     constexpr uint64_t kFrame = 30;
     const std::vector<uint8_t> bytes = frame(kFrame);
     ColourDescription reading;

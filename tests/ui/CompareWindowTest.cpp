@@ -25,13 +25,13 @@ namespace {
 constexpr int kW = 64, kH = 48;
 
 // A file of `frames` pattern frames.
-QString writePattern(const test::TempDir &dir, const QString &name, const PatternSpec &spec, int frames)
+QString writePattern(const test::TempDir &dir, const QString &name, const PatternSpec &pattern, int frames)
 {
     QByteArray bytes;
-    const uint32_t n = patternFrameBytes(spec);
+    const uint32_t n = patternFrameBytes(pattern);
     for (int f = 0; f < frames; ++f) {
         QByteArray one(qsizetype(n), '\0');
-        writePatternFrame(spec, uint64_t(f), reinterpret_cast<uint8_t *>(one.data()), size_t(n));
+        writePatternFrame(pattern, uint64_t(f), reinterpret_cast<uint8_t *>(one.data()), size_t(n));
         bytes += one;
     }
     return dir.write(name, bytes);

@@ -45,7 +45,7 @@ TEST(CompareReadoutText, ANarrowerFirstRoundsTheWiderHalfUp)
 // same pixels: each reports the generator's values, and the text carries them. (The 4:2:2 planar readout
 // addresses its chroma in its own way on purpose, so it is left out here.)
 struct Seq {
-    PatternSpec spec;
+    PatternSpec pattern;
     const char *name;
 };
 
@@ -61,27 +61,27 @@ TEST(CompareReadout, FourSequencesAtOnePixelReadTheirOwnStoredSamples)
     const uint64_t frame = 17;
     std::vector<std::vector<uint8_t>> bytes;
     for (const Seq &q : seqs) {
-        bytes.emplace_back(patternFrameBytes(q.spec));
-        ASSERT_TRUE(writePatternFrame(q.spec, frame, bytes.back().data(), bytes.back().size())) << q.name;
+        bytes.emplace_back(patternFrameBytes(q.pattern));
+        ASSERT_TRUE(writePatternFrame(q.pattern, frame, bytes.back().data(), bytes.back().size())) << q.name;
     }
     for (const QPoint p : {QPoint(0, 0), QPoint(13, 7), QPoint(w - 1, h - 1), QPoint(30, 21)}) {
         std::vector<CompareSample> samples;
         for (size_t i = 0; i < std::size(seqs); ++i) {
             NativeValues v;
-            ASSERT_TRUE(
-                readNativeAt(bytes[i].data(), int64_t(bytes[i].size()), patternRecord(seqs[i].spec), p.x(), p.y(), v))
+            ASSERT_TRUE(readNativeAt(bytes[i].data(), int64_t(bytes[i].size()), patternRecord(seqs[i].pattern), p.x(),
+                                     p.y(), v))
                 << seqs[i].name;
-            const PatternPixel want = patternPixel(seqs[i].spec, frame, p.x(), p.y());
-            EXPECT_EQ(v.space, seqs[i].spec.layout);
+            const PatternPixel want = patternPixel(seqs[i].pattern, frame, p.x(), p.y());
+            EXPECT_EQ(v.space, seqs[i].pattern.layout);
             EXPECT_EQ(v.c1, want.c1) << seqs[i].name << " at " << p.x() << "," << p.y();
             EXPECT_EQ(v.c2, want.c2) << seqs[i].name << " at " << p.x() << "," << p.y();
             EXPECT_EQ(v.c3, want.c3) << seqs[i].name << " at " << p.x() << "," << p.y();
-            samples.push_back({seqs[i].name, v, seqs[i].spec.bits});
+            samples.push_back({seqs[i].name, v, seqs[i].pattern.bits});
         }
         const QStringList lines = compareReadoutText(samples, false).split('\n');
         ASSERT_EQ(lines.size(), 4);
         for (size_t i = 0; i < 4; ++i) {
-            const PatternPixel want = patternPixel(seqs[i].spec, frame, p.x(), p.y());
+            const PatternPixel want = patternPixel(seqs[i].pattern, frame, p.x(), p.y());
             EXPECT_TRUE(lines[qsizetype(i)].startsWith(QStringLiteral("%1 %2: Y %3 U %4 V %5")
                                                            .arg(i + 1)
                                                            .arg(seqs[i].name)
@@ -92,21 +92,21 @@ TEST(CompareReadout, FourSequencesAtOnePixelReadTheirOwnStoredSamples)
         }
     }
     NativeValues v;
-    EXPECT_FALSE(readNativeAt(bytes[0].data(), int64_t(bytes[0].size()), patternRecord(seqs[0].spec), w, 0, v));
-    EXPECT_FALSE(readNativeAt(bytes[0].data(), int64_t(bytes[0].size()), patternRecord(seqs[0].spec), 0, -1, v));
-    EXPECT_FALSE(readNativeAt(bytes[0].data(), 100, patternRecord(seqs[0].spec), w - 1, h - 1, v)) << "short buffer";
+    EXPECT_FALSE(readNativeAt(bytes[0].data(), int64_t(bytes[0].size()), patternRecord(seqs[0].pattern), w, 0, v));
+    EXPECT_FALSE(readNativeAt(bytes[0].data(), int64_t(bytes[0].size()), patternRecord(seqs[0].pattern), 0, -1, v));
+    EXPECT_FALSE(readNativeAt(bytes[0].data(), 100, patternRecord(seqs[0].pattern), w - 1, h - 1, v)) << "short buffer";
 }
 
 TEST(CompareReadout, AFlippedRecordReadsRowsFromTheBottom)
 {
-    const PatternSpec spec{YUV_p444, 8, 6, 8, 8};
-    std::vector<uint8_t> b(patternFrameBytes(spec));
-    ASSERT_TRUE(writePatternFrame(spec, 3, b.data(), b.size()));
-    VideoProps props = patternRecord(spec);
+    const PatternSpec pattern{YUV_p444, 8, 6, 8, 8};
+    std::vector<uint8_t> b(patternFrameBytes(pattern));
+    ASSERT_TRUE(writePatternFrame(pattern, 3, b.data(), b.size()));
+    VideoProps props = patternRecord(pattern);
     props.flipped = true;
     NativeValues v;
     ASSERT_TRUE(readNativeAt(b.data(), int64_t(b.size()), props, 2, 1, v));
-    EXPECT_EQ(v.c1, patternPixel(spec, 3, 2, 4).c1);
+    EXPECT_EQ(v.c1, patternPixel(pattern, 3, 2, 4).c1);
 }
 
 } // namespace
