@@ -21,20 +21,14 @@
 namespace kavri::ui {
 
 namespace {
+
+using view::drawOutlined;
+
 // How near the wipe line a press grabs it, in widget pixels.
 constexpr int kWipeGrab = 6;
 // Period of the automatic flicker.
 constexpr int kFlickerMs = 500;
 constexpr int kMargin = 8;
-
-void drawOutlined(QPainter &p, const QRect &r, int flags, const QString &text)
-{
-    p.setPen(Qt::black);
-    for (const QPoint d : {QPoint(-1, -1), QPoint(1, -1), QPoint(-1, 1), QPoint(1, 1)})
-        p.drawText(r.translated(d), flags, text);
-    p.setPen(Qt::white);
-    p.drawText(r, flags, text);
-}
 
 // Draws the part of `image` that falls inside `clip`, the whole image covering `picture`. Only the visible
 // source pixels are scaled, so a 4K frame zoomed far in costs no more than the view it fills.

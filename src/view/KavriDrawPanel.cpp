@@ -15,15 +15,7 @@
 
 using namespace kavri;
 
-using view::kMaxMagnFactor;
-using view::kMinMagnFactor;
-
-namespace {
-constexpr size_t kWheelHistory = 5;
-constexpr int kTextMargin = 8;
-
-// White text on a black outline, readable over any picture.
-void drawOutlined(QPainter &p, const QRect &r, int flags, const QString &text)
+void kavri::view::drawOutlined(QPainter &p, const QRect &r, int flags, const QString &text)
 {
     p.setPen(Qt::black);
     for (const QPoint d : {QPoint(-1, -1), QPoint(1, -1), QPoint(-1, 1), QPoint(1, 1)})
@@ -31,6 +23,14 @@ void drawOutlined(QPainter &p, const QRect &r, int flags, const QString &text)
     p.setPen(Qt::white);
     p.drawText(r, flags, text);
 }
+
+using view::drawOutlined;
+using view::kMaxMagnFactor;
+using view::kMinMagnFactor;
+
+namespace {
+constexpr size_t kWheelHistory = 5;
+constexpr int kTextMargin = 8;
 
 QSize textSize(const QFontMetrics &fm, const QString &text)
 {

@@ -18,6 +18,13 @@
 #include <memory>
 #include <utility>
 
+class QPainter;
+
+namespace kavri::view {
+// White text on a black outline, readable over any picture (the panel's texts and the compare labels).
+void drawOutlined(QPainter &p, const QRect &r, int flags, const QString &text);
+} // namespace kavri::view
+
 class KavriDrawPanel : public QWidget {
     Q_OBJECT
 public:
