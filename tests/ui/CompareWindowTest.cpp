@@ -181,8 +181,18 @@ TEST_P(CompareViews, ShowTheRightSequenceWhere)
     EXPECT_EQ(ws->mode(), c.mode);
     KavriDrawPanel *panel = w.drawPanel();
     // The saved frame is the composed picture, as large as the panel.
+    // A view change is composed when every sequence has delivered its frame for it: wait for the picture
+    // the view promises, then say where it differs if it never came.
+    const auto point = [&](QPointF at) { return QPoint(int(at.x() * panel->width()), int(at.y() * panel->height())); };
+    const auto matches = [&](const QImage &img) {
+        if (img.size() != panel->size()) return false;
+        for (const auto &[at, dark] : c.dark)
+            if (dark ? lumaAt(img, point(at)) >= 40 : lumaAt(img, point(at)) <= 200) return false;
+        return true;
+    };
     QImage shown;
-    QTRY_VERIFY_WITH_TIMEOUT((shown = panel->currentFrame()).size() == panel->size(), 20000);
+    (void)QTest::qWaitFor([&] { return matches(shown = panel->currentFrame()); }, 20000);
+    ASSERT_EQ(shown.size(), panel->size());
     for (const auto &[at, dark] : c.dark) {
         const QPoint p(int(at.x() * panel->width()), int(at.y() * panel->height()));
         const int y = lumaAt(shown, p);
