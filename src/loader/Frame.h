@@ -9,6 +9,9 @@
 enum FrameFlags : uint32_t {
     kFrameRemote = 1,  // a linked player asked for it; the window must not echo it back
     kFrameDragged = 2, // the slider is being dragged; the window must not move the slider under the user
+    // Delivered by playback: unless playback ends with it, the loader's pause before the next frame follows
+    // and is announced with frame_pause.
+    kFramePlayback = 4,
 };
 
 struct frame_t {

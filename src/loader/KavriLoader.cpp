@@ -11,8 +11,10 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
+#include <QMetaMethod>
 #include <QThread>
 #include <QtDebug>
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -478,6 +480,19 @@ void KavriLoader::computePause()
     m_pauseMs = pause;
 }
 
+void KavriLoader::pauseAfterDelivery()
+{
+    computePause();
+    if (!(m_pauseMs > 0.0) || !(m_pauseMs < kLongestPauseMs) ||
+        !isSignalConnected(QMetaMethod::fromSignal(&KavriLoader::frame_pause)))
+        return;
+    const Clock::time_point start = Clock::now();
+    emit frame_pause(&m_lastFrame, qint64(m_pauseMs * 1e6));
+    // The pause ends where it would have ended without the receivers.
+    const double spentMs = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+    m_pauseMs = std::max(0.0, m_pauseMs - spentMs);
+}
+
 bool KavriLoader::interruptPendingLocked() const
 {
     // A redisplay does not end playback: the next frame shows the new view anyway.
@@ -506,6 +521,7 @@ void KavriLoader::doPlay()
 {
     if (!m_initialized.load()) return;
     m_playing.store(true);
+    m_frame.flags |= kFramePlayback;
     for (;;) {
         m_queueCond.wakeOne();
         sleepForPause();
@@ -524,13 +540,13 @@ void KavriLoader::doPlay()
                 break;
             }
             deliverFrame();
-            computePause();
+            pauseAfterDelivery();
             continue;
         }
         const bool atEnd = streamsAtEnd() || m_frame.frameIndex + 1 >= m_active.frameCount;
         if (!atEnd) {
             deliverFrame(true);
-            computePause();
+            pauseAfterDelivery();
             continue;
         }
         deliverFrame(); // the last frame; the index wraps to 0
@@ -542,7 +558,7 @@ void KavriLoader::doPlay()
         reopenStreams();
         positionStreams(0);
         m_frame.frameIndex = 0;
-        computePause();
+        pauseAfterDelivery();
         sleepForPause();
         // Frame 0 starts a period of its own, measured like any other.
         m_frameStart = Clock::now();
@@ -551,7 +567,7 @@ void KavriLoader::doPlay()
             postCommand(kCmdStop, kCmdAsync);
             break;
         }
-        computePause();
+        pauseAfterDelivery();
     }
     m_playing.store(false);
 }

@@ -73,7 +73,8 @@ public:
     // slot or signal is a build error, not a silent disconnection.
     //  - the owner emits play(), pause(), stop(), reload() and seek(frame, remote, dragged), and takes
     //    oon_new_frame(frame_t *) on the loader thread, oon_load_init(), oon_stopped() and
-    //    oon_cannot_show(QString) queued on its own;
+    //    oon_cannot_show(QString) queued on its own; an owner with oon_frame_pause(const frame_t *, qint64)
+    //    also takes frame_pause on the loader thread;
     //  - the panel takes get_buffer(uint8_t **, QSize, void *) on the loader thread and emits
     //    getNativeAt(...) for the readout.
     template <class Owner, class Panel>
@@ -149,6 +150,13 @@ public slots:
 signals:
     void get_buffer(uint8_t **pp_frame, QSize size, void *p_update_data);
     void new_frame(frame_t *frame);
+    // During playback, after a frame is delivered, when the pause before the next frame begins (loader
+    // thread): `frame` is the record new_frame reported, its samples still valid for the call, and
+    // `pauseNs` the time the loader is about to wait. Receivers use the pause for work on the frame that
+    // must not lengthen its period (a copy taken inside new_frame would): the time they take comes off the
+    // pause, so one that takes longer than `pauseNs` makes the next frame late. Not emitted for a frame
+    // that is already late (no pause), nor without receivers.
+    void frame_pause(const frame_t *frame, qint64 pauseNs);
     void initialized();
     void finished();
     void stopped();
@@ -188,6 +196,8 @@ private:
     // (playback, which will ask for it next).
     bool deliverFrame(bool readAhead = false);
     void computePause();
+    // computePause after a frame delivered by playback, then frame_pause to whoever wants the pause.
+    void pauseAfterDelivery();
     void sleepForPause();
     bool interruptPendingLocked() const;
     void reopenStreams();
@@ -280,6 +290,8 @@ void KavriLoader::attach(Owner *owner, Panel *panel)
         keep(connect(this, &KavriLoader::initialized, owner, &Owner::oon_load_init, Qt::QueuedConnection));
         keep(connect(this, &KavriLoader::stopped, owner, &Owner::oon_stopped, Qt::QueuedConnection));
         keep(connect(this, &KavriLoader::cannot_show, owner, &Owner::oon_cannot_show, Qt::QueuedConnection));
+        if constexpr (requires { &Owner::oon_frame_pause; })
+            keep(connect(this, &KavriLoader::frame_pause, owner, &Owner::oon_frame_pause, Qt::DirectConnection));
     }
     if (panel) {
         keep(connect(this, &KavriLoader::get_buffer, panel, qOverload<uint8_t **, QSize, void *>(&Panel::get_buffer),

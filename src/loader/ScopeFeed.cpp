@@ -3,6 +3,7 @@
 #include "loader/Frame.h"
 
 #include <QThread>
+#include <algorithm>
 #include <cstring>
 
 #ifdef Q_OS_LINUX
@@ -36,6 +37,38 @@ bool ScopeFeed::offer(const frame_t &frame)
     if (!m_enabled.load()) return false; // before the record is looked at: nothing is shown
     return offer(frame.frameIndex, pixel::statisticsFormatOf(*frame.sampleProps), frame.sampleProps->colour,
                  frame.samples, frame.sampleBytes);
+}
+
+bool ScopeFeed::offerShown(const frame_t &frame)
+{
+    if (frame.flags & kFramePlayback) return false; // its pause comes next
+    return offer(frame);
+}
+
+bool ScopeFeed::offerInPause(const frame_t &frame, std::chrono::nanoseconds pause)
+{
+    if (!frame.samples || !m_enabled.load()) return false;
+    // Twice the expected copy: the scope worker's input is copied on the loader's thread, which a busy
+    // system may take off its core for a while; a frame whose pause is shorter goes without scopes.
+    if (pause < 2 * expectedCopyTime(frame.sampleBytes)) {
+        m_skipped.fetch_add(1);
+        // Each such skip lowers the estimate a little, so one slow copy cannot keep the scopes off for
+        // good: a later pause tries again and measures anew.
+        const int64_t ps = m_copyPsPerByte.load();
+        if (ps > 1) m_copyPsPerByte.store(ps - std::max<int64_t>(1, ps / 16));
+        return false;
+    }
+    return offer(frame);
+}
+
+std::chrono::nanoseconds ScopeFeed::expectedCopyTime(size_t bytes) const
+{
+    // Before the first copy: 8 GB/s, what a copy between two buffers larger than the caches manages on an
+    // ordinary desktop; the first copy measures the real figure.
+    constexpr int64_t kFirstGuessPsPerByte = 125;
+    int64_t ps = m_copyPsPerByte.load();
+    if (ps <= 0) ps = kFirstGuessPsPerByte;
+    return std::chrono::nanoseconds(int64_t((double(bytes) * double(ps)) / 1000.0));
 }
 
 bool ScopeFeed::offer(uint64_t frameIndex, const pixel::StatisticsFormat &format, const ColourDescription &colour,
@@ -77,7 +110,9 @@ bool ScopeFeed::offer(uint64_t frameIndex, const pixel::StatisticsFormat &format
             return false;
         }
     }
+    const auto copyStart = std::chrono::steady_clock::now();
     std::memcpy(m_input.samples.data(), samples, bytes);
+    noteCopyTime(bytes, std::chrono::steady_clock::now() - copyStart);
     m_input.bytes = bytes;
     m_accepted.fetch_add(1);
     {
@@ -86,6 +121,16 @@ bool ScopeFeed::offer(uint64_t frameIndex, const pixel::StatisticsFormat &format
     }
     m_wake.notify_one();
     return true;
+}
+
+void ScopeFeed::noteCopyTime(size_t bytes, std::chrono::nanoseconds took)
+{
+    if (bytes < (size_t(1) << 16)) return; // too small to time
+    const int64_t ps = std::max<int64_t>(1, took.count() * 1000 / int64_t(bytes));
+    const int64_t mean = m_copyPsPerByte.load();
+    // A quarter of the new figure: one copy slowed by a busy moment moves the estimate a little, not all
+    // the way.
+    m_copyPsPerByte.store(mean <= 0 ? ps : mean + (ps - mean) / 4);
 }
 
 void ScopeFeed::forget()

@@ -43,6 +43,16 @@ public:
     bool offer(uint64_t frameIndex, const pixel::StatisticsFormat &format, const ColourDescription &colour,
                const uint8_t *samples, size_t bytes);
 
+    // The player's two doors (loader thread). A frame that playback delivered is not copied inside
+    // new_frame, where the copy would lengthen the frame's period, but in the pause after it
+    // (offerInPause), and only when the pause is long enough for the copy with room to spare; any other
+    // frame (a seek, a step, a redisplay) is offered at once. Both return whether the frame was taken.
+    bool offerShown(const frame_t &frame);
+    bool offerInPause(const frame_t &frame, std::chrono::nanoseconds pause);
+    // What a copy of `bytes` bytes is expected to take: from the copies made so far, or a cautious guess
+    // before the first.
+    std::chrono::nanoseconds expectedCopyTime(size_t bytes) const;
+
     // The waveform of YUV layouts as red, green and blue instead of luma (ScopeOptions::yuvParade), from
     // the next frame the worker takes.
     void setYuvParade(bool on) { m_parade.store(on); }
@@ -82,6 +92,7 @@ signals:
 
 private:
     void work();
+    void noteCopyTime(size_t bytes, std::chrono::nanoseconds took);
 
     const pixel::ScopeOptions m_options;
     std::atomic<bool> m_enabled{true};
@@ -94,6 +105,8 @@ private:
     std::atomic<int64_t> m_lastTaken{std::numeric_limits<int64_t>::min()}; // clock, in nanoseconds
     std::function<std::chrono::steady_clock::time_point()> m_now;
     std::atomic<uint64_t> m_accepted{0}, m_skipped{0}, m_finished{0};
+    // Picoseconds a byte of the copies so far took (a running mean; 0 before the first copy).
+    std::atomic<int64_t> m_copyPsPerByte{0};
 
     // The worker's input; written only by the offer that set m_busy.
     struct Input {

@@ -77,7 +77,12 @@ ScopesDock::~ScopesDock() = default;
 
 void ScopesDock::frameShown(const frame_t *f)
 {
-    if (f) m_behind.store(!m_feed->offer(*f));
+    if (f) m_behind.store(!m_feed->offerShown(*f));
+}
+
+void ScopesDock::framePause(const frame_t *f, qint64 pauseNs)
+{
+    if (f) m_behind.store(!m_feed->offerInPause(*f, std::chrono::nanoseconds(pauseNs)));
 }
 
 void ScopesDock::setPlaying(bool playing)

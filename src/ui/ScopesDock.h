@@ -30,8 +30,11 @@ public:
     ~ScopesDock() override;
 
     // From the loader's thread for every delivered frame (see frame_t::samples): offers it to the feed,
-    // which copies it only when its worker is idle. Does nothing while the panel is hidden.
+    // which copies it only when its worker is idle. Does nothing while the panel is hidden. A frame of
+    // playback is offered in the pause after it instead (framePause), so the copy does not lengthen its
+    // period.
     void frameShown(const frame_t *f);
+    void framePause(const frame_t *f, qint64 pauseNs);
     // Forgets the frame shown and any result on its way (the file was closed).
     void clear();
     // The window's play state (GUI thread). While playing the panel takes at most kPlayingRate frames a
@@ -79,7 +82,7 @@ private:
     QTableWidget *m_table = nullptr;
     qint64 m_shownFrame = -1;
     bool m_playing = false;
-    std::atomic<bool> m_behind{false}; // written on the loader thread by frameShown
+    std::atomic<bool> m_behind{false}; // written on the loader thread by frameShown and framePause
 };
 
 } // namespace kavri::ui

@@ -483,6 +483,11 @@ void frame::updatePlayIcon()
     m_playPause->setIcon(QIcon(isPlaying() ? QStringLiteral(":/frame/pause.png") : QStringLiteral(":/frame/play.png")));
 }
 
+void frame::oon_frame_pause(const frame_t *f, qint64 pauseNs)
+{
+    if (kavri::ui::ScopesDock *scopes = m_scopesDock.load()) scopes->framePause(f, pauseNs);
+}
+
 void frame::oon_new_frame(frame_t *f)
 {
     // Runs on the loader thread: only atomics, the panel's locked swap and queued signals.

@@ -98,6 +98,8 @@ public slots:
 
     // Called by the loader: oon_new_frame on its thread for every delivered frame, the other two queued.
     void oon_new_frame(frame_t *frame);
+    // On the loader's thread too, when the pause after a frame of playback begins.
+    void oon_frame_pause(const frame_t *frame, qint64 pauseNs);
     void oon_load_init();
     void oon_stopped();
     // The loader could not show a frame of the current record (its memory could not be had).

@@ -1,6 +1,6 @@
 // The scopes' hand-off: a delivered frame's samples reach the scope worker and come back as a result, a
-// busy worker makes frames be skipped (never queued), and closing or reopening a file while work is in
-// flight neither crashes nor shows the old file's scopes.
+// busy worker makes frames be skipped (never queued), a frame of playback is copied in the pause after it,
+// and closing or reopening a file while work is in flight neither crashes nor shows the old file's scopes.
 #include "loader/ScopeFeed.h"
 #include "LoaderTestSupport.h"
 #include "pixel/PatternGenerator.h"
@@ -8,7 +8,9 @@
 #include <QSignalSpy>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
+#include <cstring>
 #include <mutex>
 #include <thread>
 
@@ -301,6 +303,130 @@ TEST_F(ScopeFeedTest, ASwitchedOffFeedCopiesNothing)
     EXPECT_FALSE(feed->offer(1, pixel::statisticsFormatOf(patternRecord(s)), {}, bytes.data(), bytes.size()));
     EXPECT_EQ(feed->accepted(), 0u);
     EXPECT_FALSE(feed->isBusy());
+}
+
+} // namespace
+
+namespace {
+
+// A frame record as the loader hands it out, pointing at `bytes`.
+frame_t recordOf(const VideoProps &props, const std::vector<uint8_t> &bytes, uint64_t index, uint32_t flags)
+{
+    frame_t f;
+    f.frameIndex = index;
+    f.flags = flags;
+    f.samples = bytes.data();
+    f.sampleBytes = uint32_t(bytes.size());
+    f.sampleProps = &props;
+    return f;
+}
+
+// A frame of playback is copied in the pause after it, never inside new_frame; any other frame at once.
+// The pause must leave room for twice the copy the feed expects; a pause too short skips the frame and
+// lowers the expectation, so the scopes come back after a slow copy or a run of late frames.
+TEST_F(ScopeFeedTest, PlaybackFramesAreCopiedOnlyInAPauseLongEnoughForIt)
+{
+    using namespace std::chrono_literals;
+    const PatternSpec s = pattern(640, 360); // large enough for the copy to be timed
+    const VideoProps props = patternRecord(s);
+    const std::vector<uint8_t> bytes = patternFrame(s, 0);
+    const auto idle = [&] { return owner.waitUntil([&] { return !feed->isBusy(); }, kWaitMs); };
+
+    EXPECT_FALSE(feed->offerShown(recordOf(props, bytes, 1, kFramePlayback)));
+    EXPECT_EQ(feed->accepted(), 0u) << "a frame of playback waits for its pause";
+    EXPECT_FALSE(feed->offerInPause(recordOf(props, bytes, 1, kFramePlayback), 0ns));
+    EXPECT_EQ(feed->accepted(), 0u) << "a late frame has no pause to copy in";
+    EXPECT_TRUE(feed->offerInPause(recordOf(props, bytes, 1, kFramePlayback), 1s));
+    ASSERT_TRUE(idle());
+    EXPECT_TRUE(feed->offerShown(recordOf(props, bytes, 2, kFrameRemote))) << "a seek is copied at once";
+    ASSERT_TRUE(idle());
+    EXPECT_EQ(feed->accepted(), 2u);
+
+    // The expectation follows the copies made, in proportion to their size.
+    const std::chrono::nanoseconds expected = feed->expectedCopyTime(bytes.size());
+    EXPECT_GT(expected.count(), 0);
+    EXPECT_NEAR(double(feed->expectedCopyTime(2 * bytes.size()).count()), 2.0 * double(expected.count()), 2.0);
+
+    // A pause of just the expected copy is too short, until the skips have lowered the expectation.
+    int tries = 0;
+    const uint64_t before = feed->accepted();
+    while (feed->accepted() == before && tries < 100) {
+        ++tries;
+        feed->offerInPause(recordOf(props, bytes, 3, kFramePlayback), expected);
+    }
+    EXPECT_EQ(feed->accepted(), before + 1);
+    EXPECT_GT(tries, 1);
+    EXPECT_LT(tries, 40);
+    ASSERT_TRUE(idle());
+}
+
+// The loader announces the pause after each frame of playback with the record new_frame reported, its
+// samples still those of that frame; frames from a seek have no pause.
+TEST_F(ScopeFeedTest, TheLoaderAnnouncesThePauseAfterEachFrameOfPlayback)
+{
+    const PatternSpec s = pattern(64, 32);
+    openPattern(s, 8, QStringLiteral("paused.yuv"));
+    struct Event {
+        char kind; // 'N' new_frame, 'P' frame_pause
+        uint64_t index;
+        uint32_t flags;
+        bool samplesMatch;
+        qint64 pauseNs;
+    };
+    // Shared with the loader thread's handlers, which may outlive this body when an assertion ends it early.
+    struct Log {
+        std::mutex m;
+        std::vector<Event> events;
+        void add(char kind, const frame_t &f, bool match, qint64 ns)
+        {
+            std::lock_guard l(m);
+            events.push_back({kind, f.frameIndex, f.flags, match, ns});
+        }
+        long pauses()
+        {
+            std::lock_guard l(m);
+            return long(std::count_if(events.begin(), events.end(), [](const Event &e) { return e.kind == 'P'; }));
+        }
+    };
+    const auto log = std::make_shared<Log>();
+    const auto matches = [s](const frame_t &f) {
+        const std::vector<uint8_t> want = patternFrame(s, f.frameIndex);
+        return f.samples && f.sampleBytes == want.size() && std::memcmp(f.samples, want.data(), want.size()) == 0;
+    };
+    QObject::connect(
+        loader, &KavriLoader::new_frame, loader, [log, matches](frame_t *f) { log->add('N', *f, matches(*f), 0); },
+        Qt::DirectConnection);
+    QObject::connect(
+        loader, &KavriLoader::frame_pause, loader,
+        [log, matches](const frame_t *f, qint64 ns) { log->add('P', *f, matches(*f), ns); }, Qt::DirectConnection);
+    loader->setLoop(true);
+    emit owner.seek(2, false, false);
+    emit owner.play();
+    // 1000 frames a second of a tiny frame: nearly every frame has a pause; a late one simply has none.
+    ASSERT_TRUE(owner.waitUntil([&] { return log->pauses() >= 5; }, kWaitMs));
+    emit owner.stop();
+    ASSERT_TRUE(owner.waitUntil([&] { return !loader->isPlaying(); }, kWaitMs));
+    closeLoader();
+    const std::vector<Event> &events = log->events;
+    ASSERT_FALSE(events.empty());
+    EXPECT_EQ(events.front().kind, 'N');
+    EXPECT_EQ(events.front().index, 2u);
+    EXPECT_FALSE(events.front().flags & kFramePlayback) << "the seek's frame";
+    for (size_t i = 1; i < events.size(); ++i) {
+        const Event &e = events[i];
+        SCOPED_TRACE(testing::Message() << e.kind << e.index);
+        if (e.kind == 'N') {
+            EXPECT_TRUE(e.samplesMatch);
+            continue;
+        }
+        const Event &shown = events[i - 1];
+        EXPECT_EQ(shown.kind, 'N') << "one pause per frame, right after it";
+        EXPECT_EQ(e.index, shown.index);
+        EXPECT_TRUE(e.flags & kFramePlayback);
+        EXPECT_TRUE(e.samplesMatch);
+        EXPECT_GT(e.pauseNs, 0);
+        EXPECT_LE(e.pauseNs, 1000000) << "within the period of 1000 frames a second";
+    }
 }
 
 } // namespace
