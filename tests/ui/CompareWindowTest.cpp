@@ -2,6 +2,7 @@
 // depths, the size check, what each view shows, the readout of every sequence, and free zoom and pan.
 #include "formats/RememberedFormats.h"
 #include "loader/KavriLoader.h"
+#include "pixel/LayoutConvert.h"
 #include "pixel/PatternGenerator.h"
 #include "support/TempFiles.h"
 #include "ui/CompareWorkspace.h"
@@ -43,6 +44,27 @@ QString writeFlat(const test::TempDir &dir, const QString &name, char luma, int 
     QByteArray one(kW * kH, luma);
     one += QByteArray(kW * kH / 2, char(128));
     return dir.write(name, one.repeated(frames));
+}
+
+// The 8-bit 4:2:0 pattern file's frames written as `layout` at `bits`, as the convert tool writes them.
+QString writeConverted(const test::TempDir &dir, const QString &name, const PatternSpec &pattern, int frames,
+                       videoFormat_t layout, int32_t bits)
+{
+    VideoProps target;
+    QString why;
+    pixel::LayoutConverter c;
+    if (!pixel::conversionTarget(patternRecord(pattern), layout, bits, target, why) ||
+        !c.setup(patternRecord(pattern), target, false, why))
+        return {};
+    QByteArray bytes;
+    const uint32_t n = patternFrameBytes(pattern);
+    for (int f = 0; f < frames; ++f) {
+        std::vector<uint8_t> one(n), out(size_t(c.outputBytes()));
+        writePatternFrame(pattern, uint64_t(f), one.data(), one.size());
+        c.convert(one.data(), int64_t(n), out.data());
+        bytes += QByteArray(reinterpret_cast<const char *>(out.data()), qsizetype(out.size()));
+    }
+    return dir.write(name, bytes);
 }
 
 struct Window {
@@ -241,6 +263,60 @@ TEST(CompareWindow, FlickerTogglesAndDifferenceShowsPsnrOfThePair)
     QTRY_VERIFY_WITH_TIMEOUT(ws->ready(w.currentFrame()), 20000);
     w.action("actionNext")->trigger();
     QTRY_VERIFY_WITH_TIMEOUT(w.currentFrame() == 1 && ws->ready(1), 20000);
+}
+
+TEST(CompareWindow, DifferenceOfTwoLayoutsAndDepthsTakesEachSequencesOwnSamples)
+{
+    test::TempDir dir;
+    const PatternSpec a{YUV_p420, kW, kH, 8, 8};
+    KavriStartupConfig cfg;
+    cfg.file = writePattern(dir, "a_64x48_P420.yuv", a, 4);
+    // The same pictures as P010 and as 12-bit 4:4:4, and a flat bright file that differs everywhere.
+    cfg.compare = {writeConverted(dir, "b_64x48.p010", a, 4, YUV_p010, 10),
+                   writeConverted(dir, "c_64x48_12bit_P444.yuv", a, 4, YUV_p444, 12),
+                   writeFlat(dir, "d_64x48_P420.yuv", char(235), 4)};
+    Window win(cfg);
+    frame &w = win.w;
+    w.show();
+    ui::CompareWorkspace *ws = w.compareWorkspace();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return opened(w, 4) && ws->ready(0); }, 20000));
+    ASSERT_EQ(w.compareWorkspace()->files().size(), 4);
+
+    const QString none = QStringLiteral("PSNR:  inf  inf  inf\nMSE: 0   0   0");
+    const struct {
+        int first, second;
+        uint64_t frame;
+        bool same;
+    } pairs[] = {{0, 1, 0, true}, {1, 0, 0, true},  {0, 2, 0, true},
+                 {2, 1, 0, true}, {0, 3, 0, false}, {1, 3, 0, false}};
+    w.action("actionCompare_Difference")->trigger();
+    for (const auto &p : pairs) {
+        SCOPED_TRACE(QStringLiteral("pair %1-%2").arg(p.first + 1).arg(p.second + 1).toStdString());
+        ws->setPair(p.first, p.second);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return ws->differenceIndex() == p.frame && ws->ready(p.frame); }, 20000));
+        if (p.same) {
+            EXPECT_EQ(ws->differenceText(), none);
+        } else {
+            EXPECT_TRUE(ws->differenceText().startsWith(QStringLiteral("PSNR:  ")))
+                << ws->differenceText().toStdString();
+            EXPECT_FALSE(ws->differenceText().startsWith(QStringLiteral("PSNR:  inf")));
+        }
+    }
+    // The pair follows the frames: on the next one the P010 file still differs from the first by nothing.
+    ws->setPair(0, 1);
+    w.action("actionNext")->trigger();
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return w.currentFrame() == 1 && ws->differenceIndex() == 1 && ws->ready(1); }, 20000));
+    EXPECT_EQ(ws->differenceText(), none);
+    // The composed picture is the flat grey of no difference where the pattern has edges and colour (below
+    // the labels, which sit at the top).
+    KavriDrawPanel *panel = w.drawPanel();
+    const QPoint below(panel->width() / 8, panel->height() - 4);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return std::abs(qGray(panel->currentFrame().pixel(below)) - 128) <= 2; }, 20000))
+        << qGray(panel->currentFrame().pixel(below));
+    const QRgb grey = panel->currentFrame().pixel(below);
+    EXPECT_EQ(qRed(grey), qGreen(grey));
+    EXPECT_EQ(qGreen(grey), qBlue(grey));
 }
 
 TEST(CompareWindow, FreeZoomAboutTheCursorAndPanStaysReachable)
