@@ -63,6 +63,7 @@ public:
     std::pair<int, int> pair() const { return {m_first, m_second}; }
     void toggleFlicker();
     void setAutoFlicker(bool on);
+    bool autoFlickerOn() const { return m_flickerTimer.isActive(); }
     bool flickerShowsSecond() const { return m_flickerSecond; }
     void setWipe(const view::Wipe &w);
     view::Wipe wipe() const { return m_wipe; }
