@@ -452,12 +452,15 @@ QRect CompareWorkspace::paintComposed(QPainter &p, const QImage &front, uint64_t
                 drawVisible(c, front, pic, clip);
                 return;
             }
+            // A picture of another frame number stays black: a view composed before every sequence holds
+            // the frame (a view change, a new size) must not show two frames as one moment.
             if (seq < 0) {
-                if (!m_differencePicture.isNull()) drawVisible(c, m_differencePicture, pic, clip);
+                if (!m_differencePicture.isNull() && m_differenceIndex == frontIndex)
+                    drawVisible(c, m_differencePicture, pic, clip);
                 return;
             }
             const CompareSource::Front f = m_sources[size_t(seq - 1)]->front();
-            if (f.image) drawVisible(c, *f.image, pic, clip);
+            if (f.image && f.index == frontIndex) drawVisible(c, *f.image, pic, clip);
         };
         if (m_mode == view::CompareMode::Wipe && count() >= 2) {
             const QRect shown = pic.toAlignedRect().intersected(v.tile);
@@ -517,10 +520,11 @@ QRect CompareWorkspace::paintComposed(QPainter &p, const QImage &front, uint64_t
             if (seq == 0) {
                 drawMagnified(front);
             } else if (seq < 0) {
-                if (!m_differencePicture.isNull()) drawMagnified(m_differencePicture);
+                if (!m_differencePicture.isNull() && m_differenceIndex == frontIndex)
+                    drawMagnified(m_differencePicture);
             } else {
                 const CompareSource::Front f = m_sources[size_t(seq - 1)]->front();
-                if (f.image) drawMagnified(*f.image);
+                if (f.image && f.index == frontIndex) drawMagnified(*f.image);
             }
             c.setPen(QPen(Qt::white, 1));
             c.drawRect(r.adjusted(0, 0, -1, -1));
