@@ -2,7 +2,7 @@
 // in lock-step, while they play at their rate. Run it under the platform to be judged (Xvfb, a desktop,
 // or "offscreen"):
 //
-//   kavri_compare_rate [--mode side|wipe] [--rate R] [--seconds S] [--panel WxH] FILE FILE [FILE [FILE]]
+//   kavri_compare_rate [--mode side|wipe|diff] [--rate R] [--seconds S] [--panel WxH] FILE FILE [FILE [FILE]]
 //
 // Every file's format comes from its name (size, layout and depth words), as when it is opened by hand.
 // "composed_fps" counts pictures made from a new set of frames that every sequence holds; "painted_fps"
@@ -42,7 +42,7 @@ public:
 
 int usage()
 {
-    std::fprintf(stderr, "usage: kavri_compare_rate [--mode side|wipe] [--rate R] [--seconds S] [--panel WxH] "
+    std::fprintf(stderr, "usage: kavri_compare_rate [--mode side|wipe|diff] [--rate R] [--seconds S] [--panel WxH] "
                          "FILE FILE [FILE [FILE]]\n");
     return 2;
 }
@@ -77,7 +77,7 @@ int main(int argc, char **argv)
         else
             files << a;
     }
-    if (files.size() < 2 || files.size() > 4 || (mode != "side" && mode != "wipe")) return usage();
+    if (files.size() < 2 || files.size() > 4 || (mode != "side" && mode != "wipe" && mode != "diff")) return usage();
 
     KavriStartupConfig config;
     config.file = files.front();
@@ -96,6 +96,7 @@ int main(int argc, char **argv)
     // The panel gets the size asked for, whatever zoom step the record opened at.
     w.drawPanel()->on_force_size(window);
     if (mode == "wipe") w.action("actionCompare_Wipe")->trigger();
+    if (mode == "diff") w.action("actionCompare_Difference")->trigger();
     // Four sequences share the shortest length; loop so the run never reaches the end.
     loader->setLoop(true);
     runFor(800);
