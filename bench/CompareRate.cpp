@@ -2,11 +2,13 @@
 // in lock-step, while they play at their rate. Run it under the platform to be judged (Xvfb, a desktop,
 // or "offscreen"):
 //
-//   kavri_compare_rate [--mode side|wipe] [--rate R] [--seconds S] [--panel WxH] FILE FILE [FILE [FILE]]
+//   kavri_compare_rate [--mode side|wipe|diff] [--rate R] [--seconds S] [--panel WxH] FILE FILE [FILE [FILE]]
 //
 // Every file's format comes from its name (size, layout and depth words), as when it is opened by hand.
 // "composed_fps" counts pictures made from a new set of frames that every sequence holds; "painted_fps"
-// the panel's paint events. Prints one JSON line. The settings store goes to a temporary folder.
+// the panel's paint events; "cpu_ms_per_composed" the process's CPU time (every thread) per composed
+// picture, which a loaded machine disturbs less than the rates. Prints one JSON line. The settings store goes to a
+// temporary folder.
 #include "EventLoop.h"
 #include "formats/Settings.h"
 #include "loader/KavriLoader.h"
@@ -21,9 +23,11 @@
 #include <QTemporaryDir>
 #include <atomic>
 #include <cstdio>
+#include <ctime>
 
 namespace {
 
+using kavri::bench::runFor;
 using kavri::bench::spinUntil;
 
 class PaintCounter : public QObject {
@@ -38,7 +42,7 @@ public:
 
 int usage()
 {
-    std::fprintf(stderr, "usage: kavri_compare_rate [--mode side|wipe] [--rate R] [--seconds S] [--panel WxH] "
+    std::fprintf(stderr, "usage: kavri_compare_rate [--mode side|wipe|diff] [--rate R] [--seconds S] [--panel WxH] "
                          "FILE FILE [FILE [FILE]]\n");
     return 2;
 }
@@ -73,7 +77,7 @@ int main(int argc, char **argv)
         else
             files << a;
     }
-    if (files.size() < 2 || files.size() > 4 || (mode != "side" && mode != "wipe")) return usage();
+    if (files.size() < 2 || files.size() > 4 || (mode != "side" && mode != "wipe" && mode != "diff")) return usage();
 
     KavriStartupConfig config;
     config.file = files.front();
@@ -92,9 +96,10 @@ int main(int argc, char **argv)
     // The panel gets the size asked for, whatever zoom step the record opened at.
     w.drawPanel()->on_force_size(window);
     if (mode == "wipe") w.action("actionCompare_Wipe")->trigger();
+    if (mode == "diff") w.action("actionCompare_Difference")->trigger();
     // Four sequences share the shortest length; loop so the run never reaches the end.
     loader->setLoop(true);
-    spinUntil([] { return false; }, 800);
+    runFor(800);
 
     PaintCounter counter;
     w.drawPanel()->installEventFilter(&counter);
@@ -102,12 +107,14 @@ int main(int argc, char **argv)
     QObject::connect(
         loader, &KavriLoader::new_frame, &counter, [&](frame_t *) { ++delivered; }, Qt::DirectConnection);
     w.oon_play_pause();
-    spinUntil([] { return false; }, 800);
+    runFor(800);
     const uint64_t paints0 = counter.paints.load(), frames0 = delivered.load(), composed0 = ws->composedCount();
     QElapsedTimer t;
     t.start();
-    spinUntil([] { return false; }, seconds * 1000);
+    const std::clock_t cpu0 = std::clock();
+    runFor(seconds * 1000);
     const double s = t.nsecsElapsed() / 1e9;
+    const double cpu = double(std::clock() - cpu0) / CLOCKS_PER_SEC;
     const uint64_t paints = counter.paints.load() - paints0, frames = delivered.load() - frames0,
                    composed = ws->composedCount() - composed0;
     w.oon_play_pause();
@@ -115,8 +122,9 @@ int main(int argc, char **argv)
     const VideoProps &p = loader->pendingProps();
     std::printf("{\"platform\": \"%s\", \"sequences\": %d, \"mode\": \"%s\", \"video\": \"%dx%d\", \"bits\": %d, "
                 "\"rate\": %.3f, \"panel\": \"%dx%d\", \"seconds\": %.3f, \"delivered_fps\": %.2f, "
-                "\"composed_fps\": %.2f, \"painted_fps\": %.2f}\n",
+                "\"composed_fps\": %.2f, \"painted_fps\": %.2f, \"cpu_ms_per_composed\": %.2f}\n",
                 qPrintable(QGuiApplication::platformName()), int(files.size()), qPrintable(mode), p.width, p.height,
-                p.bitDepth, rate, panel.width(), panel.height(), s, frames / s, composed / s, paints / s);
+                p.bitDepth, rate, panel.width(), panel.height(), s, frames / s, composed / s, paints / s,
+                composed > 0 ? cpu * 1000.0 / double(composed) : 0.0);
     return 0;
 }

@@ -1,19 +1,16 @@
 #include "ui/CompareSource.h"
 
+#include "formats/FrameSize.h"
 #include "loader/KavriLoader.h"
 
 #include <QFileInfo>
+#include <cstring>
+#include <new>
 
 namespace kavri::ui {
 
-CompareSource::CompareSource(KavriLoader *loader, bool difference, QObject *parent)
-    : QObject(parent), m_loader(loader), m_difference(difference)
+CompareSource::CompareSource(KavriLoader *loader, QObject *parent) : QObject(parent), m_loader(loader)
 {
-    if (m_difference) {
-        KavriLoader::View v = m_loader->view();
-        v.picture.view = 0; // the difference itself, not one of the two files
-        m_loader->setView(v);
-    }
     m_loader->attach(this, this);
 }
 
@@ -24,15 +21,6 @@ CompareSource::~CompareSource()
 }
 
 QString CompareSource::path() const { return m_loader ? m_loader->path() : QString(); }
-
-void CompareSource::lastMetrics(double psnr[3], double mse[3]) const
-{
-    QMutexLocker l(&m_lock);
-    for (int k = 0; k < 3; ++k) {
-        psnr[k] = m_psnr[k];
-        mse[k] = m_mse[k];
-    }
-}
 
 void CompareSource::follow(uint64_t index)
 {
@@ -49,6 +37,29 @@ CompareSource::Front CompareSource::front() const
     f.image = m_front.get();
     f.index = m_shownIndex.load();
     return f;
+}
+
+void CompareSource::setKeepSamples(bool on)
+{
+    if (m_keepSamples.exchange(on) == on) return;
+    if (!on) {
+        QMutexLocker l(&m_lock);
+        m_samples = std::vector<uint8_t>();
+        m_samplesIndex = kNoFrame;
+        return;
+    }
+    // The frame on screen was delivered without its samples kept: the loader converts it once more, with
+    // no read, and this time they are copied.
+    m_loader->postCommand(KavriLoader::kCmdRedisplay, KavriLoader::kCmdAsync);
+}
+
+CompareSource::Samples CompareSource::samples() const
+{
+    Samples s{std::unique_lock<QMutex>(m_lock), {}, kNoFrame};
+    if (m_samplesIndex == kNoFrame) return s;
+    s.samples = {m_samples.data(), m_samples.size(), &m_sampleProps};
+    s.index = m_samplesIndex;
+    return s;
 }
 
 void CompareSource::get_buffer(uint8_t **pp_frame, QSize size, void *)
@@ -81,11 +92,22 @@ void CompareSource::oon_new_frame(frame_t *f)
     {
         QMutexLocker l(&m_lock);
         std::swap(m_back, m_front);
-        for (int k = 0; k < 3; ++k) {
-            m_psnr[k] = f->psnr[k];
-            m_mse[k] = f->mse[k];
-        }
         m_shownIndex = f->frameIndex;
+        m_samplesIndex = kNoFrame;
+        if (m_keepSamples.load() && f->samples && f->sampleProps) {
+            // The samples are the loader's only while this runs. The pipeline's buffer is of the
+            // record's allocation size, which is what a conversion of it reads.
+            const VideoProps &p = *f->sampleProps;
+            const size_t n = allocationSize(p.format, p.containerBits, p.width, p.height);
+            try {
+                m_samples.resize(n);
+                std::memcpy(m_samples.data(), f->samples, n);
+                m_sampleProps = p;
+                m_samplesIndex = f->frameIndex;
+            } catch (const std::bad_alloc &) {
+                m_samples = std::vector<uint8_t>();
+            }
+        }
     }
     emit delivered(f->frameIndex);
 }

@@ -1,10 +1,12 @@
 // One further sequence of a compare workspace: it owns a loader of its own (the window's loader shows the
 // first sequence) and takes its frames the way the draw panel does, into a back image that each delivery
-// turns into the front one. The workspace reads the front image and its frame number under the lock.
+// turns into the front one. The workspace reads the front image and its frame number under the lock, and,
+// while it asks for them, a copy of the stored samples the front image was converted from.
 #pragma once
 
 #include "formats/VideoProps.h"
 #include "loader/Frame.h"
+#include "ui/CompareDifference.h"
 
 #include <QImage>
 #include <QMutex>
@@ -15,6 +17,7 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 class KavriLoader;
 
@@ -25,18 +28,14 @@ class CompareSource : public QObject {
 public:
     static constexpr uint64_t kNoFrame = std::numeric_limits<uint64_t>::max();
 
-    // Takes over `loader` (already created); `difference` marks the loader of a difference pair, whose
-    // picture is the difference and whose frames carry the PSNR.
-    CompareSource(KavriLoader *loader, bool difference, QObject *parent = nullptr);
+    // Takes over `loader` (already created).
+    explicit CompareSource(KavriLoader *loader, QObject *parent = nullptr);
     ~CompareSource() override;
 
     KavriLoader *loader() const { return m_loader; }
-    bool isDifference() const { return m_difference; }
     QString path() const;
     // Number of the frame the front image holds (kNoFrame before the first).
     uint64_t shownIndex() const { return m_shownIndex.load(); }
-    // The loader's last frame record's PSNR per component (difference pairs).
-    void lastMetrics(double psnr[3], double mse[3]) const;
 
     // Asks for frame `index` unless it is shown or already asked for (any thread).
     void follow(uint64_t index);
@@ -48,6 +47,18 @@ public:
         uint64_t index = kNoFrame;
     };
     Front front() const;
+
+    // Whether each delivery keeps a copy of its stored samples (the difference view needs them; the copy
+    // costs a frame's bytes a frame, so only then). Switching it on delivers the frame held again.
+    void setKeepSamples(bool on);
+    // The samples kept with the front image, locked while the returned guard lives; `index` is kNoFrame
+    // when none are kept.
+    struct Samples {
+        std::unique_lock<QMutex> lock;
+        CompareSamples samples;
+        uint64_t index = kNoFrame;
+    };
+    Samples samples() const;
 
 signals:
     // For the loader (attach wires them).
@@ -75,12 +86,14 @@ public:
 
 private:
     KavriLoader *m_loader = nullptr;
-    bool m_difference = false;
     mutable QMutex m_lock;
     std::unique_ptr<QImage> m_back, m_front;
     std::atomic<uint64_t> m_shownIndex{kNoFrame};
     std::atomic<uint64_t> m_asked{kNoFrame};
-    double m_psnr[3] = {0, 0, 0}, m_mse[3] = {0, 0, 0};
+    std::atomic<bool> m_keepSamples{false};
+    std::vector<uint8_t> m_samples;
+    VideoProps m_sampleProps;
+    uint64_t m_samplesIndex = kNoFrame;
 };
 
 } // namespace kavri::ui

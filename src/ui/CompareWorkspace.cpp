@@ -1,5 +1,6 @@
 #include "ui/CompareWorkspace.h"
 
+#include "formats/FrameSize.h"
 #include "formats/Settings.h"
 #include "formats/Validation.h"
 #include "loader/KavriLoader.h"
@@ -17,6 +18,8 @@
 #include <QWheelEvent>
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <new>
 
 namespace kavri::ui {
 
@@ -55,10 +58,10 @@ CompareWorkspace::~CompareWorkspace() = default;
 void CompareWorkspace::setPrimary(KavriLoader *loader)
 {
     if (loader == m_primary) return;
+    keepPairSamples(false);
     {
         QMutexLocker l(&m_sourcesLock);
         m_sources.clear();
-        m_difference.reset();
         m_primary = loader;
     }
     m_mode = view::CompareMode::Single;
@@ -108,7 +111,7 @@ QString CompareWorkspace::add(const QString &path)
         l->detach();
         return mismatch;
     }
-    auto source = std::make_unique<CompareSource>(l, false);
+    auto source = std::make_unique<CompareSource>(l);
     connect(source.get(), &CompareSource::delivered, this, &CompareWorkspace::onDelivered, Qt::QueuedConnection);
     connect(source.get(), &CompareSource::initialized, this, &CompareWorkspace::afterChange, Qt::QueuedConnection);
     l->setLoop(false);
@@ -118,9 +121,9 @@ QString CompareWorkspace::add(const QString &path)
         m_sources.back()->follow(m_primaryIndex.load());
     }
     // A workspace of two or more opens side by side.
+    keepPairSamples(false);
     m_mode = view::CompareMode::SideBySide;
     m_second = std::min(m_second, count() - 1);
-    dropDifference();
     afterChange();
     return {};
 }
@@ -128,11 +131,11 @@ QString CompareWorkspace::add(const QString &path)
 bool CompareWorkspace::remove(int index)
 {
     if (index < 1 || index >= count()) return false;
+    keepPairSamples(false);
     {
         QMutexLocker lock(&m_sourcesLock);
         m_sources.erase(m_sources.begin() + (index - 1));
     }
-    dropDifference();
     const int n = count();
     m_single = std::min(m_single, n - 1);
     m_first = std::min(m_first, n - 1);
@@ -142,6 +145,7 @@ bool CompareWorkspace::remove(int index)
         m_mode = view::CompareMode::Single;
         m_flickerTimer.stop();
     }
+    if (m_mode == view::CompareMode::Difference) keepPairSamples(true);
     afterChange();
     return true;
 }
@@ -161,22 +165,41 @@ bool CompareWorkspace::ready(uint64_t index) const
         const uint64_t i = s->shownIndex();
         d.push_back(i == CompareSource::kNoFrame ? std::nullopt : std::optional<uint64_t>(i));
     }
-    if (m_mode == view::CompareMode::Difference) {
-        if (!m_difference) return false;
-        const uint64_t i = m_difference->shownIndex();
-        d.push_back(i == CompareSource::kNoFrame ? std::nullopt : std::optional<uint64_t>(i));
-    }
+    if (m_mode == view::CompareMode::Difference && m_differenceIndex != index) return false;
     return lockStepReady(index, d);
 }
 
-void CompareWorkspace::primaryShown(uint64_t index)
+void CompareWorkspace::primaryShown(const frame_t &f)
 {
-    // Loader thread of the window: only atomics, the sources' command queues and a queued call.
+    // Loader thread of the window: only atomics, the sources' command queues, the sample copy and queued
+    // calls.
+    const uint64_t index = f.frameIndex;
     m_primaryIndex.store(index);
+    if (m_keepPrimary.load()) {
+        {
+            QMutexLocker samples(&m_primarySamplesLock);
+            m_primarySamplesIndex = UINT64_MAX;
+            if (f.samples && f.sampleProps) {
+                // The samples are the loader's only while the frame is delivered; the pipeline's buffer is
+                // of the record's allocation size, which is what a conversion of it reads.
+                const VideoProps &p = *f.sampleProps;
+                const size_t n = allocationSize(p.format, p.containerBits, p.width, p.height);
+                try {
+                    m_primarySamples.resize(n);
+                    std::memcpy(m_primarySamples.data(), f.samples, n);
+                    m_primarySampleProps = p;
+                    m_primarySamplesIndex = index;
+                } catch (const std::bad_alloc &) {
+                    m_primarySamples = std::vector<uint8_t>();
+                }
+            }
+        }
+        if (!m_differenceQueued.exchange(true))
+            QMetaObject::invokeMethod(this, &CompareWorkspace::updateDifference, Qt::QueuedConnection);
+    }
     QMutexLocker lock(&m_sourcesLock);
     if (m_sources.empty()) return;
     for (const auto &s : m_sources) s->follow(index);
-    if (m_difference) m_difference->follow(index);
     // The first file may be longer than another: playback stops (or loops) at the shared end.
     if (index >= frameCount() && !m_overrun.exchange(true))
         QMetaObject::invokeMethod(
@@ -195,6 +218,7 @@ void CompareWorkspace::primaryShown(uint64_t index)
 
 void CompareWorkspace::onDelivered()
 {
+    if (m_mode == view::CompareMode::Difference) updateDifference();
     if (ready(m_primaryIndex.load())) {
         refreshReadout();
         m_panel->update();
@@ -213,12 +237,10 @@ void CompareWorkspace::afterChange()
 void CompareWorkspace::setMode(view::CompareMode mode)
 {
     if (count() < 2 && mode != view::CompareMode::Single) return;
+    keepPairSamples(false);
     m_mode = mode;
     if (mode != view::CompareMode::Flicker) m_flickerTimer.stop();
-    if (mode == view::CompareMode::Difference)
-        ensureDifference();
-    else
-        dropDifference();
+    if (mode == view::CompareMode::Difference) keepPairSamples(true);
     afterChange();
 }
 
@@ -232,12 +254,10 @@ void CompareWorkspace::showSingle(int index)
 void CompareWorkspace::setPair(int first, int second)
 {
     if (first < 0 || second < 0 || first >= count() || second >= count() || first == second) return;
+    keepPairSamples(false);
     m_first = first;
     m_second = second;
-    if (m_mode == view::CompareMode::Difference) {
-        dropDifference();
-        ensureDifference();
-    }
+    if (m_mode == view::CompareMode::Difference) keepPairSamples(true);
     afterChange();
 }
 
@@ -245,8 +265,8 @@ void CompareWorkspace::toggleFlicker()
 {
     if (count() < 2) return;
     if (m_mode != view::CompareMode::Flicker) {
+        keepPairSamples(false);
         m_mode = view::CompareMode::Flicker;
-        dropDifference();
         m_flickerSecond = false;
     }
     m_flickerSecond = !m_flickerSecond;
@@ -273,32 +293,75 @@ void CompareWorkspace::setWipe(const view::Wipe &w)
     m_panel->update();
 }
 
-void CompareWorkspace::ensureDifference()
+void CompareWorkspace::keepPairSamples(bool on)
 {
-    if (m_difference || count() < 2) return;
-    const QStringList f = files();
-    KavriLoader *l = KavriLoader::create(f[m_first], f[m_second]);
-    if (!l) return;
-    // The pair is read with the first file's record, as the difference view of one file always is.
-    const VideoProps &p =
-        m_first == 0 ? m_primary->pendingProps() : m_sources[size_t(m_first - 1)]->loader()->pendingProps();
-    l->pendingProps() = p;
-    l->validate();
-    l->setLoop(false);
-    auto d = std::make_unique<CompareSource>(l, true);
-    connect(d.get(), &CompareSource::delivered, this, &CompareWorkspace::onDelivered, Qt::QueuedConnection);
-    d->follow(m_primaryIndex.load());
-    QMutexLocker lock(&m_sourcesLock);
-    m_difference = std::move(d);
+    // Off for everyone, on for the pair: the copies cost a frame's bytes a frame and only the difference
+    // uses them.
+    m_differenceIndex = UINT64_MAX;
+    m_differencePicture = QImage();
+    m_differenceText.clear();
+    if (!on) {
+        if (m_keepPrimary.exchange(false)) {
+            QMutexLocker samples(&m_primarySamplesLock);
+            m_primarySamples = std::vector<uint8_t>();
+            m_primarySamplesIndex = UINT64_MAX;
+        }
+        for (const auto &source : m_sources) source->setKeepSamples(false);
+        return;
+    }
+    if (count() < 2) return;
+    for (const int seq : {m_first, m_second}) {
+        if (seq > 0) {
+            m_sources[size_t(seq - 1)]->setKeepSamples(true);
+        } else if (m_primary && !m_keepPrimary.exchange(true)) {
+            // The frame on screen was delivered without a copy: the loader converts it once more, no read.
+            m_primary->postCommand(KavriLoader::kCmdRedisplay, KavriLoader::kCmdAsync);
+        }
+    }
 }
 
-void CompareWorkspace::dropDifference()
+void CompareWorkspace::updateDifference()
 {
-    std::unique_ptr<CompareSource> d;
-    {
-        QMutexLocker lock(&m_sourcesLock);
-        d = std::move(m_difference);
+    m_differenceQueued = false;
+    if (m_mode != view::CompareMode::Difference || count() < 2) return;
+    const uint64_t index = m_primaryIndex.load();
+    if (m_differenceIndex == index) return;
+    // Both copies stay locked while they are differenced; no other code takes two of these locks.
+    std::unique_lock<QMutex> primaryLock;
+    CompareSource::Samples held[2];
+    CompareSamples sides[2];
+    for (int k = 0; k < 2; ++k) {
+        const int seq = k == 0 ? m_first : m_second;
+        if (seq == 0) {
+            primaryLock = std::unique_lock<QMutex>(m_primarySamplesLock);
+            if (m_primarySamplesIndex != index) return;
+            sides[k] = {m_primarySamples.data(), m_primarySamples.size(), &m_primarySampleProps};
+        } else {
+            held[k] = m_sources[size_t(seq - 1)]->samples();
+            if (held[k].index != index) return;
+            sides[k] = held[k].samples;
+        }
     }
+    if (m_differ.compute(sides[0], sides[1], 0, m_differencePicture)) {
+        const DifferencePicture &d = m_differ.difference();
+        view::DifferenceTextInput t;
+        t.components = m_differ.components();
+        for (int k = 0; k < 3; ++k) {
+            t.psnr[k] = d.psnr[k];
+            t.mse[k] = d.mse[k];
+            t.firstColumn[k] = d.firstDiffX[k];
+            t.firstRow[k] = d.firstDiffY[k];
+        }
+        m_differenceText = view::differenceText(t);
+    } else {
+        // Said in the view instead of a picture that would mean nothing.
+        m_differencePicture = QImage();
+        m_differenceText = QStringLiteral("No difference: ") + m_differ.error();
+    }
+    m_differenceIndex = index;
+    m_composite = QImage();
+    refreshReadout();
+    m_panel->update();
 }
 
 QString CompareWorkspace::modeText() const
@@ -389,10 +452,15 @@ QRect CompareWorkspace::paintComposed(QPainter &p, const QImage &front, uint64_t
                 drawVisible(c, front, pic, clip);
                 return;
             }
-            CompareSource *s = seq < 0 ? m_difference.get() : m_sources[size_t(seq - 1)].get();
-            if (!s) return;
-            const CompareSource::Front f = s->front();
-            if (f.image) drawVisible(c, *f.image, pic, clip);
+            // A picture of another frame number stays black: a view composed before every sequence holds
+            // the frame (a view change, a new size) must not show two frames as one moment.
+            if (seq < 0) {
+                if (!m_differencePicture.isNull() && m_differenceIndex == frontIndex)
+                    drawVisible(c, m_differencePicture, pic, clip);
+                return;
+            }
+            const CompareSource::Front f = m_sources[size_t(seq - 1)]->front();
+            if (f.image && f.index == frontIndex) drawVisible(c, *f.image, pic, clip);
         };
         if (m_mode == view::CompareMode::Wipe && count() >= 2) {
             const QRect shown = pic.toAlignedRect().intersected(v.tile);
@@ -451,12 +519,12 @@ QRect CompareWorkspace::paintComposed(QPainter &p, const QImage &front, uint64_t
                     : v.sequence;
             if (seq == 0) {
                 drawMagnified(front);
+            } else if (seq < 0) {
+                if (!m_differencePicture.isNull() && m_differenceIndex == frontIndex)
+                    drawMagnified(m_differencePicture);
             } else {
-                CompareSource *s = seq < 0 ? m_difference.get() : m_sources[size_t(seq - 1)].get();
-                if (s) {
-                    const CompareSource::Front f = s->front();
-                    if (f.image) drawMagnified(*f.image);
-                }
+                const CompareSource::Front f = m_sources[size_t(seq - 1)]->front();
+                if (f.image && f.index == frontIndex) drawMagnified(*f.image);
             }
             c.setPen(QPen(Qt::white, 1));
             c.drawRect(r.adjusted(0, 0, -1, -1));
@@ -473,11 +541,7 @@ QRect CompareWorkspace::paintComposed(QPainter &p, const QImage &front, uint64_t
         } else if (v.sequence < 0) {
             drawOutlined(c, label, Qt::AlignLeft | Qt::AlignTop,
                          QStringLiteral("%1 - %2: %3").arg(m_first + 1).arg(m_second + 1).arg(nameOf(-1)));
-            if (m_difference) {
-                view::DifferenceTextInput d;
-                m_difference->lastMetrics(d.psnr, d.mse);
-                drawOutlined(c, label, Qt::AlignRight | Qt::AlignTop, view::differenceText(d));
-            }
+            drawOutlined(c, label, Qt::AlignRight | Qt::AlignTop, m_differenceText);
         } else {
             drawOutlined(c, label, Qt::AlignLeft | Qt::AlignTop,
                          QStringLiteral("%1 %2").arg(v.sequence + 1).arg(nameOf(v.sequence)));

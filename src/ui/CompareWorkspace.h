@@ -5,6 +5,8 @@
 #pragma once
 
 #include "formats/CompareSet.h"
+#include "loader/Frame.h"
+#include "ui/CompareDifference.h"
 #include "view/CompareGeometry.h"
 #include "view/PanelCompositor.h"
 
@@ -50,7 +52,7 @@ public:
     bool ready(uint64_t index) const;
 
     // Called on the window's loader thread for every frame it delivered: the others follow.
-    void primaryShown(uint64_t index);
+    void primaryShown(const frame_t &f);
 
     view::CompareMode mode() const { return m_mode; }
     void setMode(view::CompareMode mode);
@@ -61,6 +63,7 @@ public:
     std::pair<int, int> pair() const { return {m_first, m_second}; }
     void toggleFlicker();
     void setAutoFlicker(bool on);
+    bool autoFlickerOn() const { return m_flickerTimer.isActive(); }
     bool flickerShowsSecond() const { return m_flickerSecond; }
     void setWipe(const view::Wipe &w);
     view::Wipe wipe() const { return m_wipe; }
@@ -73,6 +76,12 @@ public:
     bool freeZoomOn() const { return m_freeZoom; }
     view::FreeZoom freeZoom() const { return m_zoom; }
     QString zoomText() const;
+
+    // The difference view's text: PSNR and MSE of the pair at the frame last differenced, or why the two
+    // cannot be differenced; empty outside that view.
+    QString differenceText() const { return m_differenceText; }
+    // The frame the difference picture was last formed for (UINT64_MAX: none yet).
+    uint64_t differenceIndex() const { return m_differenceIndex; }
 
     // The readout of every shown sequence at image pixel `p`.
     QString readoutAt(QPoint p, bool hex) const;
@@ -106,8 +115,10 @@ private:
     QRectF pictureIn(const QRect &tile, QSize image) const;
     QSize imageSize() const;
     QString nameOf(int sequence) const;
-    void ensureDifference();
-    void dropDifference();
+    // The difference view takes the pair's stored samples as their loaders deliver them.
+    void keepPairSamples(bool on);
+    // Forms the difference of the pair once both hold the first sequence's frame (GUI thread).
+    void updateDifference();
     void onDelivered();
     void refreshReadout();
     void afterChange();
@@ -118,10 +129,22 @@ private:
     // Guards the list against the window's loader thread, which asks the sources to follow.
     mutable QMutex m_sourcesLock;
     std::vector<std::unique_ptr<CompareSource>> m_sources;
-    std::unique_ptr<CompareSource> m_difference; // the pair (first, second) through the difference engine
     std::function<void(KavriLoader *, std::function<void()>)> m_askFormat;
     std::atomic<uint64_t> m_primaryIndex{0};
     std::atomic<bool> m_overrun{false};
+
+    // The difference view: each of the pair read with its own record, brought to a common one.
+    CompareDifference m_differ;
+    QImage m_differencePicture;
+    uint64_t m_differenceIndex = UINT64_MAX;
+    QString m_differenceText;
+    std::atomic<bool> m_differenceQueued{false};
+    // The first sequence's samples, copied on its loader thread while the difference view needs them.
+    std::atomic<bool> m_keepPrimary{false};
+    mutable QMutex m_primarySamplesLock;
+    std::vector<uint8_t> m_primarySamples;
+    VideoProps m_primarySampleProps;
+    uint64_t m_primarySamplesIndex = UINT64_MAX;
 
     view::CompareMode m_mode = view::CompareMode::Single;
     int m_single = 0;

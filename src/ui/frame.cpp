@@ -519,7 +519,7 @@ void frame::oon_new_frame(frame_t *f)
     }
     m_panel->setCornerTexts(view::timeText(t), diffText);
     m_panel->presentFrame(f->frameIndex);
-    m_compare->primaryShown(f->frameIndex);
+    m_compare->primaryShown(*f);
     if (m_waitingForData.exchange(false)) emit clear_hint();
     if (!(f->flags & kFrameDragged)) emit update_slider(int(std::min<uint64_t>(f->frameIndex, uint64_t(INT_MAX))));
 }

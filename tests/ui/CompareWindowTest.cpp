@@ -2,6 +2,7 @@
 // depths, the size check, what each view shows, the readout of every sequence, and free zoom and pan.
 #include "formats/RememberedFormats.h"
 #include "loader/KavriLoader.h"
+#include "pixel/LayoutConvert.h"
 #include "pixel/PatternGenerator.h"
 #include "support/TempFiles.h"
 #include "ui/CompareWorkspace.h"
@@ -9,12 +10,15 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QFileInfo>
 #include <QLabel>
 #include <QMenu>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QMouseEvent>
 #include <QSlider>
 #include <QTest>
+#include <QUrl>
 #include <gtest/gtest.h>
 
 using namespace kavri;
@@ -45,6 +49,29 @@ QString writeFlat(const test::TempDir &dir, const QString &name, char luma, int 
     return dir.write(name, one.repeated(frames));
 }
 
+// The 8-bit 4:2:0 pattern file's frames written as `layout` at `bits`, as the convert tool writes them.
+QString writeConverted(const test::TempDir &dir, const QString &name, const PatternSpec &pattern, int frames,
+                       videoFormat_t layout, int32_t bits)
+{
+    VideoProps target;
+    QString why;
+    pixel::LayoutConverter c;
+    if (!pixel::conversionTarget(patternRecord(pattern), layout, bits, target, why) ||
+        !c.setup(patternRecord(pattern), target, false, why))
+        return {};
+    QByteArray bytes;
+    const uint32_t n = patternFrameBytes(pattern);
+    for (int f = 0; f < frames; ++f) {
+        std::vector<uint8_t> one(n), out(size_t(c.outputBytes()));
+        writePatternFrame(pattern, uint64_t(f), one.data(), one.size());
+        c.convert(one.data(), int64_t(n), out.data());
+        bytes += QByteArray(reinterpret_cast<const char *>(out.data()), qsizetype(out.size()));
+    }
+    return dir.write(name, bytes);
+}
+
+// The waits are gtest assertions: a QTRY macro that times out inside a gtest test only returns from it,
+// and the test passes.
 struct Window {
     explicit Window(const KavriStartupConfig &c) : w(&c) { w.resize(900, 700); }
     ~Window()
@@ -71,10 +98,11 @@ TEST(CompareWindow, LockStepOverDifferentLengthsLayoutsAndDepths)
     Window win(cfg);
     frame &w = win.w;
     ui::CompareWorkspace *ws = w.compareWorkspace();
-    QTRY_VERIFY_WITH_TIMEOUT(opened(w, 3), 20000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return opened(w, 3); }, 20000));
     // The shortest sets the count; the slider and the last-frame key follow it.
     EXPECT_EQ(ws->frameCount(), 9u);
-    QTRY_COMPARE_WITH_TIMEOUT(w.findChild<QSlider *>(QStringLiteral("horizontalSlider"))->maximum(), 8, 20000);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return w.findChild<QSlider *>(QStringLiteral("horizontalSlider"))->maximum() == 8; }, 20000));
     EXPECT_EQ(ws->mode(), CompareMode::SideBySide) << "two or more open side by side";
     EXPECT_TRUE(viewLabel(w).contains(QStringLiteral("Compare 3: side by side")));
 
@@ -86,9 +114,9 @@ TEST(CompareWindow, LockStepOverDifferentLengthsLayoutsAndDepths)
     for (const auto &s : steps) {
         SCOPED_TRACE(s.action);
         w.action(s.action)->trigger();
-        QTRY_COMPARE_WITH_TIMEOUT(w.currentFrame(), s.frame, 20000);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return w.currentFrame() == s.frame; }, 20000));
         // Every sequence comes to the same frame, and the readout gives each one's own stored samples.
-        QTRY_VERIFY_WITH_TIMEOUT(ws->ready(s.frame), 20000);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return ws->ready(s.frame); }, 20000));
         const QStringList lines = ws->readoutAt(QPoint(21, 13), false).split('\n');
         ASSERT_EQ(lines.size(), 4);
         const PatternSpec *specs[] = {&a, &b, &c};
@@ -110,9 +138,10 @@ TEST(CompareWindow, AFileOfAnotherSizeIsRefusedWithItsNameAndSize)
     cfg.compare = {dir.write("small_32x48_P420.yuv", QByteArray(32 * 48 * 3 / 2 * 3, char(16)))};
     Window win(cfg);
     frame &w = win.w;
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return w.loader() && w.loader()->isInitialized(); }, 20000));
     QMessageBox *box = nullptr;
-    QTRY_VERIFY_WITH_TIMEOUT((box = w.findChild<QMessageBox *>(QStringLiteral("compareProblem"))) != nullptr, 20000);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return (box = w.findChild<QMessageBox *>(QStringLiteral("compareProblem"))) != nullptr; }, 20000));
     EXPECT_EQ(box->informativeText(), QStringLiteral("small_32x48_P420.yuv is 32x48, but a_64x48_P420.yuv is 64x48: "
                                                      "sequences compared must have the same size."));
     EXPECT_EQ(w.compareWorkspace()->count(), 1);
@@ -126,7 +155,7 @@ TEST(CompareWindow, OneSequenceKeepsTheWindowAsItWas)
     cfg.file = writeFlat(dir, "a_64x48_P420.yuv", 16, 3);
     Window win(cfg);
     frame &w = win.w;
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return w.loader() && w.loader()->isInitialized(); }, 20000));
     auto *view = w.findChild<QMenu *>(QStringLiteral("menuView"));
     auto *compare = w.findChild<QMenu *>(QStringLiteral("menuCompare"));
     ASSERT_NE(compare, nullptr);
@@ -175,8 +204,8 @@ TEST_P(CompareViews, ShowTheRightSequenceWhere)
     frame &w = win.w;
     w.show();
     ui::CompareWorkspace *ws = w.compareWorkspace();
-    QTRY_VERIFY_WITH_TIMEOUT(opened(w, 2), 20000);
-    QTRY_VERIFY_WITH_TIMEOUT(ws->ready(0), 20000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return opened(w, 2); }, 20000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return ws->ready(0); }, 20000));
     if (c.action) w.action(c.action)->trigger();
     EXPECT_EQ(ws->mode(), c.mode);
     KavriDrawPanel *panel = w.drawPanel();
@@ -225,23 +254,182 @@ TEST(CompareWindow, FlickerTogglesAndDifferenceShowsPsnrOfThePair)
     frame &w = win.w;
     w.show();
     ui::CompareWorkspace *ws = w.compareWorkspace();
-    QTRY_VERIFY_WITH_TIMEOUT(opened(w, 2) && ws->ready(0), 20000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return opened(w, 2) && ws->ready(0); }, 20000));
     w.action("actionCompare_Flicker")->trigger();
     EXPECT_TRUE(ws->flickerShowsSecond());
     EXPECT_TRUE(viewLabel(w).contains(QStringLiteral("flicker 1/2, showing 2")));
     w.action("actionCompare_Flicker")->trigger();
     EXPECT_FALSE(ws->flickerShowsSecond());
     const QPoint centre = w.drawPanel()->rect().center();
-    QTRY_VERIFY_WITH_TIMEOUT(lumaAt(w.drawPanel()->currentFrame(), centre) < 40, 20000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return lumaAt(w.drawPanel()->currentFrame(), centre) < 40; }, 20000));
 
     w.action("actionCompare_Difference")->trigger();
     EXPECT_EQ(ws->mode(), CompareMode::Difference);
     EXPECT_TRUE(viewLabel(w).contains(QStringLiteral("difference 1-2")));
     // The difference pair delivers the frame shown, so the view is composed again.
-    QTRY_VERIFY_WITH_TIMEOUT(ws->ready(w.currentFrame()), 20000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return ws->ready(w.currentFrame()); }, 20000));
     w.action("actionNext")->trigger();
-    QTRY_VERIFY_WITH_TIMEOUT(w.currentFrame() == 1 && ws->ready(1), 20000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return w.currentFrame() == 1 && ws->ready(1); }, 20000));
 }
+
+TEST(CompareWindow, DifferenceOfTwoLayoutsAndDepthsTakesEachSequencesOwnSamples)
+{
+    test::TempDir dir;
+    const PatternSpec a{YUV_p420, kW, kH, 8, 8};
+    KavriStartupConfig cfg;
+    cfg.file = writePattern(dir, "a_64x48_P420.yuv", a, 4);
+    // The same pictures as P010 and as 12-bit 4:4:4, and a flat bright file that differs everywhere.
+    cfg.compare = {writeConverted(dir, "b_64x48.p010", a, 4, YUV_p010, 10),
+                   writeConverted(dir, "c_64x48_12bit_P444.yuv", a, 4, YUV_p444, 12),
+                   writeFlat(dir, "d_64x48_P420.yuv", char(235), 4)};
+    Window win(cfg);
+    frame &w = win.w;
+    w.show();
+    ui::CompareWorkspace *ws = w.compareWorkspace();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return opened(w, 4) && ws->ready(0); }, 20000));
+    ASSERT_EQ(w.compareWorkspace()->files().size(), 4);
+
+    const QString none = QStringLiteral("PSNR:  inf  inf  inf\nMSE: 0   0   0");
+    const struct {
+        int first, second;
+        uint64_t frame;
+        bool same;
+    } pairs[] = {{0, 1, 0, true}, {1, 0, 0, true},  {0, 2, 0, true},
+                 {2, 1, 0, true}, {0, 3, 0, false}, {1, 3, 0, false}};
+    w.action("actionCompare_Difference")->trigger();
+    for (const auto &p : pairs) {
+        SCOPED_TRACE(QStringLiteral("pair %1-%2").arg(p.first + 1).arg(p.second + 1).toStdString());
+        ws->setPair(p.first, p.second);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return ws->differenceIndex() == p.frame && ws->ready(p.frame); }, 20000));
+        if (p.same) {
+            EXPECT_EQ(ws->differenceText(), none);
+        } else {
+            EXPECT_TRUE(ws->differenceText().startsWith(QStringLiteral("PSNR:  ")))
+                << ws->differenceText().toStdString();
+            EXPECT_FALSE(ws->differenceText().startsWith(QStringLiteral("PSNR:  inf")));
+        }
+    }
+    // The pair follows the frames: on the next one the P010 file still differs from the first by nothing.
+    ws->setPair(0, 1);
+    w.action("actionNext")->trigger();
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return w.currentFrame() == 1 && ws->differenceIndex() == 1 && ws->ready(1); }, 20000));
+    EXPECT_EQ(ws->differenceText(), none);
+    // The composed picture is the flat grey of no difference where the pattern has edges and colour (below
+    // the labels, which sit at the top).
+    KavriDrawPanel *panel = w.drawPanel();
+    const QPoint below(panel->width() / 8, panel->height() - 4);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return std::abs(qGray(panel->currentFrame().pixel(below)) - 128) <= 2; }, 20000))
+        << qGray(panel->currentFrame().pixel(below));
+    const QRgb grey = panel->currentFrame().pixel(below);
+    EXPECT_EQ(qRed(grey), qGreen(grey));
+    EXPECT_EQ(qGreen(grey), qBlue(grey));
+}
+
+struct AutoFlickerEnd {
+    const char *name;
+    const char *action; // what ends it
+    CompareMode mode;   // the view afterwards
+};
+void PrintTo(const AutoFlickerEnd &c, std::ostream *os) { *os << c.name; }
+
+class CompareAutoFlicker : public ::testing::TestWithParam<AutoFlickerEnd> {};
+
+TEST_P(CompareAutoFlicker, TogglesByItselfUntilAnotherViewIsChosen)
+{
+    const AutoFlickerEnd &c = GetParam();
+    test::TempDir dir;
+    KavriStartupConfig cfg;
+    cfg.file = writeFlat(dir, "dark_64x48_P420.yuv", 16, 2);
+    cfg.compare = {writeFlat(dir, "bright_64x48_P420.yuv", char(235), 2)};
+    Window win(cfg);
+    frame &w = win.w;
+    w.show();
+    ui::CompareWorkspace *ws = w.compareWorkspace();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return opened(w, 2) && ws->ready(0); }, 20000));
+    QAction *autoFlicker = w.action("actionCompare_Auto_Flicker");
+    ASSERT_FALSE(autoFlicker->isChecked());
+    autoFlicker->trigger(); // a checkable action is checked by the trigger, as by a click
+    ASSERT_TRUE(autoFlicker->isChecked());
+    EXPECT_EQ(ws->mode(), CompareMode::Flicker);
+    EXPECT_TRUE(ws->autoFlickerOn());
+    // It goes on by itself: both sequences come up, with no key pressed, and the picture follows.
+    const bool start = ws->flickerShowsSecond();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return ws->flickerShowsSecond() != start; }, 20000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return ws->flickerShowsSecond() == start; }, 20000));
+    const QPoint centre = w.drawPanel()->rect().center();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return lumaAt(w.drawPanel()->currentFrame(), centre) > 200; }, 20000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return lumaAt(w.drawPanel()->currentFrame(), centre) < 40; }, 20000));
+
+    if (c.action)
+        w.action(c.action)->trigger();
+    else
+        ASSERT_TRUE(ws->remove(1));
+    EXPECT_FALSE(ws->autoFlickerOn());
+    EXPECT_EQ(ws->mode(), c.mode);
+    w.updateActions();
+    if (!c.action) {
+        EXPECT_FALSE(autoFlicker->isChecked()) << "one sequence has nothing to flicker with";
+    }
+}
+
+const AutoFlickerEnd kAutoFlickerEnds[] = {
+    {"side_by_side", "actionCompare_Side_by_Side", CompareMode::SideBySide},
+    {"wipe", "actionCompare_Wipe", CompareMode::Wipe},
+    {"difference", "actionCompare_Difference", CompareMode::Difference},
+    {"single", "actionCompare_Single_2", CompareMode::Single},
+    {"removing_the_second", nullptr, CompareMode::Single},
+};
+INSTANTIATE_TEST_SUITE_P(Ends, CompareAutoFlicker, ::testing::ValuesIn(kAutoFlickerEnds),
+                         [](const auto &i) { return std::string(i.param.name); });
+
+struct DropCase {
+    const char *name;
+    Qt::KeyboardModifiers modifiers;
+    int sequences;   // in the window afterwards
+    bool firstStays; // the file open before is still the window's own
+};
+void PrintTo(const DropCase &c, std::ostream *os) { *os << c.name; }
+
+class CompareDrop : public ::testing::TestWithParam<DropCase> {};
+
+TEST_P(CompareDrop, ShiftAddsTheFileAPlainDropOpensIt)
+{
+    const DropCase &c = GetParam();
+    test::TempDir dir;
+    KavriStartupConfig cfg;
+    cfg.file = writeFlat(dir, "dark_64x48_P420.yuv", 16, 2);
+    const QString dropped = writeFlat(dir, "bright_64x48_P420.yuv", char(235), 2);
+    Window win(cfg);
+    frame &w = win.w;
+    w.show();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return w.loader() && w.loader()->isInitialized(); }, 20000));
+    KavriLoader *before = w.loader();
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(dropped)});
+    const QPointF at(w.width() / 2.0, w.height() / 2.0);
+    QDragEnterEvent enter(at.toPoint(), Qt::CopyAction, &data, Qt::NoButton, c.modifiers);
+    QApplication::sendEvent(&w, &enter);
+    QDropEvent drop(at, Qt::CopyAction, &data, Qt::NoButton, c.modifiers);
+    QApplication::sendEvent(&w, &drop);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return w.loader() && w.loader()->isInitialized() && w.compareWorkspace()->count() == c.sequences; },
+        20000));
+    const QStringList files = w.compareWorkspace()->files();
+    EXPECT_EQ(QFileInfo(files.front()).fileName(),
+              c.firstStays ? QStringLiteral("dark_64x48_P420.yuv") : QStringLiteral("bright_64x48_P420.yuv"));
+    EXPECT_EQ(w.loader() == before, c.firstStays);
+    if (c.sequences == 2) {
+        EXPECT_EQ(QFileInfo(files[1]).fileName(), QStringLiteral("bright_64x48_P420.yuv"));
+    }
+}
+
+const DropCase kDrops[] = {
+    {"shift_adds_to_the_workspace", Qt::ShiftModifier, 2, true},
+    {"plain_drop_opens_the_file", Qt::NoModifier, 1, false},
+};
+INSTANTIATE_TEST_SUITE_P(Drops, CompareDrop, ::testing::ValuesIn(kDrops),
+                         [](const auto &i) { return std::string(i.param.name); });
 
 TEST(CompareWindow, FreeZoomAboutTheCursorAndPanStaysReachable)
 {
@@ -251,7 +439,8 @@ TEST(CompareWindow, FreeZoomAboutTheCursorAndPanStaysReachable)
     Window win(cfg);
     frame &w = win.w;
     w.show();
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized() && !w.drawPanel()->showingStartup(), 20000);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return w.loader() && w.loader()->isInitialized() && !w.drawPanel()->showingStartup(); }, 20000));
     ui::CompareWorkspace *ws = w.compareWorkspace();
     KavriDrawPanel *panel = w.drawPanel();
     ws->zoomSteps(0, QPointF(0, 0)); // onto the half-octave grid
