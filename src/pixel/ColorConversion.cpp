@@ -66,6 +66,14 @@ inline uint32_t *pixelRow(uint8_t *dst, int32_t width, int32_t row)
 // Blue, green and red of one pixel set to zero, its fourth byte kept.
 inline void clearPixel(uint8_t *px) { px[0] = px[1] = px[2] = 0; }
 
+bool coefficientsFit16(const RowParams &p)
+{
+    for (const auto &row : p.m)
+        for (uint32_t m : row)
+            if (int32_t(m) < -32768 || int32_t(m) > 32767) return false;
+    return true;
+}
+
 } // namespace
 
 // Everything about one conversion that does not change from row to row, worked out once per frame.
@@ -764,13 +772,18 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
         job.toneAfter = toneAfter;
         job.sampleBytes = dd.sampleBytes;
         const double unity[3] = {1.0, 1.0, 1.0};
-        // 8-bit samples keep the kernels' own scale (and their fastest loops) when its rounding is well
-        // inside half a level; otherwise 18 fraction bits, which every depth up to 16 fits in 32 bits.
+        // The hand-written loops multiply samples by coefficients that fit 16 signed bits (one vpmaddwd
+        // takes two products). The finest scale whose coefficients all fit keeps those loops, as long as
+        // its rounding stays well inside half a level; otherwise 18 fraction bits, which every depth up
+        // to 16 fits in 32 bits, in the compiler-vectorised loops. Every kernel set is handed the same
+        // constants, so the picture never depends on the set.
         fill(job.p, 18, unity, half);
-        if (dd.sampleBytes == 1) {
-            RowParams p8 = job.p;
-            fill(p8, 8, unity, half);
-            if (coefficientError(p8, 8, unity) < 0.45) job.p = p8;
+        for (int32_t shift = 18; shift >= 8; --shift) {
+            RowParams p = job.p;
+            fill(p, shift, unity, half);
+            if (!coefficientsFit16(p)) continue;
+            if (coefficientError(p, shift, unity) < 0.45) job.p = p;
+            break;
         }
         switch (info.kind) {
         case LayoutKind::PlanarYuv:
