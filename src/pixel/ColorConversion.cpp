@@ -467,10 +467,8 @@ struct Gathered {
     ToneRowFn toneAfter = nullptr;
     // High dynamic range
     bool hdr = false;
-    float a[3][3] = {}, b[3] = {};
-    const float *toLinear = nullptr;
-    const uint8_t *toCode = nullptr;
-    const uint8_t *toneBytes = nullptr; // applied after the HDR loop unless null
+    HdrParams h{};
+    HdrRowFn hdrRow = nullptr;
 };
 
 template <typename T>
@@ -554,9 +552,22 @@ void chromaRow(const Gathered &g, const uint8_t *src, int32_t j, uint16_t *u, ui
     }
 }
 
+// One gathered row of codes to pixels.
+inline void convertGathered(const Gathered &g, const uint16_t *c0, const uint16_t *c1, const uint16_t *c2, uint32_t *d)
+{
+    const int32_t W = g.width;
+    if (!g.hdr) {
+        g.planar(g.p, c0, c1, c2, d, W);
+        if (g.toneAfter) g.toneAfter(d, W, g.p.toneBytes);
+    } else {
+        g.hdrRow(g.h, c0, c1, c2, d, W);
+    }
+    if (g.kind == LayoutKind::Packed422 && (W & 1)) clearPixel(reinterpret_cast<uint8_t *>(d + W - 1));
+}
+
 // Compiled twice, for AVX2 and for any x86-64, the better chosen when the program loads: the gather loops
-// are plain integer code, so both give the same picture. No FMA is enabled, so the HDR arithmetic rounds
-// the same way in both.
+// are plain integer code, so both give the same picture. The high-dynamic-range arithmetic is the kernel
+// set's (RowKernels.h).
 #if defined(__GNUC__) && defined(__x86_64__) && !defined(__clang__)
 __attribute__((target_clones("avx2", "default")))
 #endif
@@ -616,6 +627,30 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
                 wv = int32_t(std::lround((pos - j0) * 16.0));
             }
             chromaRow(g, src, j0, s.u[0].data(), s.v[0].data(), s);
+            if (g.siting == ChromaSiting::Nearest) {
+                // Each pixel takes the chroma sample it falls in, with the extra bits as zeros (what the
+                // weighted sums below give for a weight of 0), without the per-column tables.
+                const uint16_t *u = s.u[0].data(), *v = s.v[0].data();
+                const int32_t f = g.fracBits, last = g.cols - 1;
+                if (g.shiftX == 1) {
+                    const int32_t pairs = std::min(g.cols, W / 2);
+                    for (int32_t k = 0; k < pairs; ++k) {
+                        c1[2 * k] = c1[2 * k + 1] = uint16_t(u[k] << f);
+                        c2[2 * k] = c2[2 * k + 1] = uint16_t(v[k] << f);
+                    }
+                    for (int32_t x = 2 * pairs; x < W; ++x) {
+                        c1[x] = uint16_t(u[std::min(x >> 1, last)] << f);
+                        c2[x] = uint16_t(v[std::min(x >> 1, last)] << f);
+                    }
+                } else {
+                    for (int32_t x = 0; x < W; ++x) {
+                        c1[x] = uint16_t(u[std::min(x >> g.shiftX, last)] << f);
+                        c2[x] = uint16_t(v[std::min(x >> g.shiftX, last)] << f);
+                    }
+                }
+                convertGathered(g, c0, c1, c2, d);
+                continue;
+            }
             if (wv > 0) chromaRow(g, src, j0 + 1, s.u[1].data(), s.v[1].data(), s);
             const uint16_t *ua = s.u[0].data(), *va = s.v[0].data(), *ub = s.u[1].data(), *vb = s.v[1].data();
             int32_t *tu = s.tu.data(), *tv = s.tv.data();
@@ -653,34 +688,7 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
                 byTable(tv, c2, 0, W);
             }
         }
-        if (!g.hdr) {
-            g.planar(g.p, c0, c1, c2, d, W);
-            if (g.toneAfter) g.toneAfter(d, W, g.p.toneBytes);
-        } else {
-            const float *lin = g.toLinear;
-            const uint8_t *code = g.toCode;
-            float prim[9];
-            for (int i = 0; i < 9; ++i) prim[i] = float(kBt2020To709[i]);
-            for (int32_t x = 0; x < W; ++x) {
-                float rel[3];
-                for (int i = 0; i < 3; ++i) {
-                    const float e = g.a[i][0] * c0[x] + g.a[i][1] * c1[x] + g.a[i][2] * c2[x] + g.b[i];
-                    const float q = e * 65535.0f + 0.5f;
-                    rel[i] = lin[q <= 0.0f ? 0 : (q >= 65535.0f ? 65535 : int32_t(q))];
-                }
-                uint32_t px = d[x] & 0xff000000u;
-                for (int i = 0; i < 3; ++i) {
-                    const float *m = prim + 3 * i;
-                    const float l = m[0] * rel[0] + m[1] * rel[1] + m[2] * rel[2];
-                    const float q = std::sqrt(l <= 0.0f ? 0.0f : (l >= 1.0f ? 1.0f : l)) * 65535.0f + 0.5f;
-                    uint32_t v = code[int32_t(q)];
-                    if (g.toneBytes) v = g.toneBytes[v];
-                    px |= v << (16 - 8 * i);
-                }
-                d[x] = px;
-            }
-        }
-        if (g.kind == LayoutKind::Packed422 && (W & 1)) clearPixel(reinterpret_cast<uint8_t *>(d + W - 1));
+        convertGathered(g, c0, c1, c2, d);
     }
 }
 
@@ -896,12 +904,14 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
         if (!m_transferTables || m_transferTables.use_count() > 1)
             m_transferTables = std::make_shared<TransferTables>();
         m_transferTables->build(cd.transfer, cd.peakNits);
-        g.toLinear = m_transferTables->toLinear.data();
-        g.toCode = m_transferTables->toCode.data();
-        g.toneBytes = m_toneIdentity ? nullptr : m_toneBytes.data();
+        g.hdrRow = k->hdrRow;
+        g.h.toLinear = m_transferTables->toLinear.data();
+        g.h.toCode = m_transferTables->toCode.data();
+        g.h.toneBytes = m_toneIdentity ? nullptr : m_toneBytes.data();
+        for (int i = 0; i < 9; ++i) g.h.prim[i] = float(kBt2020To709[i]);
         for (int i = 0; i < 3; ++i) {
-            g.b[i] = float(A.b[i]);
-            for (int l = 0; l < 3; ++l) g.a[i][source[l]] += float(A.a[i][l] / scale[source[l]]);
+            g.h.b[i] = float(A.b[i]);
+            for (int l = 0; l < 3; ++l) g.h.a[i][source[l]] += float(A.a[i][l] / scale[source[l]]);
         }
     }
     runBands(H, pixels, [&](int32_t r0, int32_t r1) { gatherRows(g, src, dst, r0, r1); });

@@ -430,6 +430,57 @@ uint64_t diffRow8Fast(const uint8_t *a, const uint8_t *b, uint8_t *dst, int32_t 
     return sum;
 }
 
+// High-dynamic-range rows, 16 pixels a step: the portable row's single-precision steps one by one (no
+// fused multiply-add, the same order), its table lookups as gathers. Indices are clamped before any
+// gather, so lanes past the row's end (loaded as zero codes) read inside the tables; only the store
+// is masked. The code table is read as 32-bit words at byte offsets, hence its three spare bytes.
+void hdrRowFast(const HdrParams &h, const uint16_t *c0, const uint16_t *c1, const uint16_t *c2, void *dst, int32_t n)
+{
+    __m512 a[3][3], b[3], m[9];
+    for (int i = 0; i < 3; ++i) {
+        b[i] = _mm512_set1_ps(h.b[i]);
+        for (int j = 0; j < 3; ++j) a[i][j] = _mm512_set1_ps(h.a[i][j]);
+    }
+    for (int i = 0; i < 9; ++i) m[i] = _mm512_set1_ps(h.prim[i]);
+    const __m512 scale = _mm512_set1_ps(65535.0f), half = _mm512_set1_ps(0.5f);
+    const __m512 zero = _mm512_setzero_ps(), one = _mm512_set1_ps(1.0f);
+    const __m512i low = _mm512_set1_epi32(0xff);
+    Vec v{};
+    if (h.toneBytes) {
+        v.t0 = _mm512_loadu_si512(h.toneBytes), v.t1 = _mm512_loadu_si512(h.toneBytes + 64);
+        v.t2 = _mm512_loadu_si512(h.toneBytes + 128), v.t3 = _mm512_loadu_si512(h.toneBytes + 192);
+    }
+    uint8_t *d = static_cast<uint8_t *>(dst);
+    for (int32_t x = 0; x < n; x += 16) {
+        const __mmask16 lanes = n - x >= 16 ? __mmask16(0xffff) : __mmask16((1u << (n - x)) - 1);
+        const __m512 s0 = _mm512_cvtepi32_ps(_mm512_cvtepu16_epi32(_mm256_maskz_loadu_epi16(lanes, c0 + x)));
+        const __m512 s1 = _mm512_cvtepi32_ps(_mm512_cvtepu16_epi32(_mm256_maskz_loadu_epi16(lanes, c1 + x)));
+        const __m512 s2 = _mm512_cvtepi32_ps(_mm512_cvtepu16_epi32(_mm256_maskz_loadu_epi16(lanes, c2 + x)));
+        __m512 lin[3];
+        for (int i = 0; i < 3; ++i) {
+            __m512 e = _mm512_add_ps(_mm512_mul_ps(a[i][0], s0), _mm512_mul_ps(a[i][1], s1));
+            e = _mm512_add_ps(_mm512_add_ps(e, _mm512_mul_ps(a[i][2], s2)), b[i]);
+            const __m512 q = _mm512_add_ps(_mm512_mul_ps(e, scale), half);
+            const __m512i idx = _mm512_cvttps_epi32(_mm512_min_ps(_mm512_max_ps(q, zero), scale));
+            lin[i] = _mm512_i32gather_ps(idx, h.toLinear, 4);
+        }
+        __m512i px = _mm512_setzero_si512();
+        for (int i = 0; i < 3; ++i) {
+            __m512 l = _mm512_add_ps(_mm512_mul_ps(m[3 * i], lin[0]), _mm512_mul_ps(m[3 * i + 1], lin[1]));
+            l = _mm512_add_ps(l, _mm512_mul_ps(m[3 * i + 2], lin[2]));
+            l = _mm512_min_ps(_mm512_max_ps(l, zero), one);
+            const __m512 q = _mm512_add_ps(_mm512_mul_ps(_mm512_sqrt_ps(l), scale), half);
+            const __m512i code = _mm512_and_si512(_mm512_i32gather_epi32(_mm512_cvttps_epi32(q), h.toCode, 1), low);
+            px = _mm512_or_si512(px, _mm512_slli_epi32(code, 16 - 8 * i));
+        }
+        if (h.toneBytes) px = toneBytes(v, px);
+        // Bytes 0..2 of every pixel in the row: bit i of `lanes` spread to bits 4i .. 4i+2.
+        const __mmask64 store =
+            lanes == 0xffff ? kColourBytes : _cvtu64_mask64(_pdep_u64(lanes, 0x1111111111111111ull) * 7);
+        _mm512_mask_storeu_epi8(d + size_t(x) * 4, store, px);
+    }
+}
+
 } // namespace
 
 KernelSet customise(KernelSet k)
@@ -457,6 +508,7 @@ KernelSet customise(KernelSet k)
     k.v210Unpack = v210UnpackFast;
     k.diffRow8[0] = diffRow8Fast<false>;
     k.diffRow8[1] = diffRow8Fast<true>;
+    k.hdrRow = hdrRowFast;
     return k;
 }
 
