@@ -654,10 +654,12 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
             if (wv > 0) chromaRow(g, src, j0 + 1, s.u[1].data(), s.v[1].data(), s);
             const uint16_t *ua = s.u[0].data(), *va = s.v[0].data(), *ub = s.u[1].data(), *vb = s.v[1].data();
             int32_t *tu = s.tu.data(), *tv = s.tv.data();
+            // The count in a local: read from g, which the stores might alias, it kept the loops scalar.
+            const int32_t cols = g.cols;
             if (wv == 0) {
-                for (int32_t k = 0; k < g.cols; ++k) tu[k] = 16 * ua[k], tv[k] = 16 * va[k];
+                for (int32_t k = 0; k < cols; ++k) tu[k] = 16 * ua[k], tv[k] = 16 * va[k];
             } else {
-                for (int32_t k = 0; k < g.cols; ++k) {
+                for (int32_t k = 0; k < cols; ++k) {
                     tu[k] = (16 - wv) * ua[k] + wv * ub[k];
                     tv[k] = (16 - wv) * va[k] + wv * vb[k];
                 }
@@ -764,11 +766,26 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
                 double exact = 0.0;
                 for (int l = 0; l < 3; ++l)
                     if (source[l] == c) exact += A.a[i][l] * one / scale[c];
-                e += std::abs(double(int32_t(p.m[i][c])) - exact) * top / one;
+                e += std::abs(double(int32_t(p.m[i][c])) - exact) * top * scale[c] / one;
             }
             worst = std::max(worst, e);
         }
         return worst;
+    };
+    // The hand-written loops multiply samples by coefficients that fit 16 signed bits (one vpmaddwd
+    // takes two products). The finest scale whose coefficients all fit keeps those loops, as long as its
+    // rounding stays well inside half a level; otherwise 18 fraction bits, which every depth up to 16
+    // fits in 32 bits, in the compiler-vectorised loops. Every kernel set is handed the same constants,
+    // so the picture never depends on the set.
+    const auto fillFinest = [&](RowParams &p, const double scale[3], int32_t offset) {
+        fill(p, 18, scale, offset);
+        for (int32_t shift = 18; shift >= 8; --shift) {
+            RowParams q = p;
+            fill(q, shift, scale, offset);
+            if (!coefficientsFit16(q)) continue;
+            if (coefficientError(q, shift, scale) < 0.45) p = q;
+            return;
+        }
     };
 
     if (!gather) {
@@ -780,19 +797,7 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
         job.toneAfter = toneAfter;
         job.sampleBytes = dd.sampleBytes;
         const double unity[3] = {1.0, 1.0, 1.0};
-        // The hand-written loops multiply samples by coefficients that fit 16 signed bits (one vpmaddwd
-        // takes two products). The finest scale whose coefficients all fit keeps those loops, as long as
-        // its rounding stays well inside half a level; otherwise 18 fraction bits, which every depth up
-        // to 16 fits in 32 bits, in the compiler-vectorised loops. Every kernel set is handed the same
-        // constants, so the picture never depends on the set.
-        fill(job.p, 18, unity, half);
-        for (int32_t shift = 18; shift >= 8; --shift) {
-            RowParams p = job.p;
-            fill(p, shift, unity, half);
-            if (!coefficientsFit16(p)) continue;
-            if (coefficientError(p, shift, unity) < 0.45) job.p = p;
-            break;
-        }
+        fillFinest(job.p, unity, half);
         switch (info.kind) {
         case LayoutKind::PlanarYuv:
         case LayoutKind::PlanarRgb:
@@ -897,7 +902,7 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
         }
     }
     if (!hdr) {
-        fill(g.p, 18, scale, 0);
+        fillFinest(g.p, scale, 0);
         g.planar = k->planar[kU16][0][tone];
         g.toneAfter = toneAfter;
     } else {
