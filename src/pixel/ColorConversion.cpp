@@ -565,11 +565,11 @@ inline void convertGathered(const Gathered &g, const uint16_t *c0, const uint16_
     if (g.kind == LayoutKind::Packed422 && (W & 1)) clearPixel(reinterpret_cast<uint8_t *>(d + W - 1));
 }
 
-// Compiled twice, for AVX2 and for any x86-64, the better chosen when the program loads: the gather loops
-// are plain integer code, so both give the same picture. The high-dynamic-range arithmetic is the kernel
-// set's (RowKernels.h).
+// Compiled for AVX-512 (x86-64-v4), for AVX2 and for any x86-64, the best chosen when the program loads:
+// the gather loops are plain integer code, so all give the same picture. The high-dynamic-range arithmetic is the
+// kernel set's (RowKernels.h).
 #if defined(__GNUC__) && defined(__x86_64__) && !defined(__clang__)
-__attribute__((target_clones("avx2", "default")))
+__attribute__((target_clones("arch=x86-64-v4", "avx2", "default")))
 #endif
 void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0, int32_t r1)
 {
