@@ -552,6 +552,29 @@ void chromaRow(const Gathered &g, const uint8_t *src, int32_t j, uint16_t *u, ui
     }
 }
 
+// The vertical weighting of two chroma rows in 1/16, with the weight as a constant: its products become
+// shifts and adds (a vector multiply of 32-bit words is slow).
+template <int32_t WV>
+inline void weighRows(const uint16_t *ua, const uint16_t *va, const uint16_t *ub, const uint16_t *vb, int32_t *tu,
+                      int32_t *tv, int32_t cols)
+{
+    for (int32_t k = 0; k < cols; ++k) {
+        tu[k] = (16 - WV) * ua[k] + (WV ? WV * ub[k] : 0);
+        tv[k] = (16 - WV) * va[k] + (WV ? WV * vb[k] : 0);
+    }
+}
+
+// Two-to-one sited chroma away from the row's ends: output pixels 2k and 2k + 1 from chroma k - 1, k and
+// k + 1 with the siting's fixed weights (in 1/16, as constants for the same reason).
+template <int32_t E0, int32_t E1, int32_t O1, int32_t O2>
+inline void pairsAcross(const int32_t *t, uint16_t *out, int32_t kEnd, int32_t round, int32_t down)
+{
+    for (int32_t k = 1; k < kEnd; ++k) {
+        out[2 * k] = uint16_t((E0 * t[k - 1] + E1 * t[k] + round) >> down);
+        out[2 * k + 1] = uint16_t((O1 * t[k] + O2 * t[k + 1] + round) >> down);
+    }
+}
+
 // One gathered row of codes to pixels.
 inline void convertGathered(const Gathered &g, const uint16_t *c0, const uint16_t *c1, const uint16_t *c2, uint32_t *d)
 {
@@ -656,9 +679,12 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
             int32_t *tu = s.tu.data(), *tv = s.tv.data();
             // The count in a local: read from g, which the stores might alias, it kept the loops scalar.
             const int32_t cols = g.cols;
-            if (wv == 0) {
-                for (int32_t k = 0; k < cols; ++k) tu[k] = 16 * ua[k], tv[k] = 16 * va[k];
-            } else {
+            switch (wv) {
+            case 0: weighRows<0>(ua, va, ub, vb, tu, tv, cols); break;
+            case 4: weighRows<4>(ua, va, ub, vb, tu, tv, cols); break;
+            case 8: weighRows<8>(ua, va, ub, vb, tu, tv, cols); break;
+            case 12: weighRows<12>(ua, va, ub, vb, tu, tv, cols); break;
+            default:
                 for (int32_t k = 0; k < cols; ++k) {
                     tu[k] = (16 - wv) * ua[k] + wv * ub[k];
                     tv[k] = (16 - wv) * va[k] + wv * vb[k];
@@ -676,13 +702,12 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
             const int32_t kEnd = std::min(g.cols - 1, W / 2);
             if (g.shiftX == 1 && g.siting != ChromaSiting::Nearest && kEnd > 1) {
                 const bool centre = g.siting == ChromaSiting::Center;
-                const int32_t e0 = centre ? 4 : 0, e1 = centre ? 12 : 16, o1 = centre ? 12 : 8, o2 = centre ? 4 : 8;
                 for (const auto &[t, out] : {std::pair{tu, c1}, std::pair{tv, c2}}) {
                     byTable(t, out, 0, 2);
-                    for (int32_t k = 1; k < kEnd; ++k) {
-                        out[2 * k] = uint16_t((e0 * t[k - 1] + e1 * t[k] + round) >> down);
-                        out[2 * k + 1] = uint16_t((o1 * t[k] + o2 * t[k + 1] + round) >> down);
-                    }
+                    if (centre)
+                        pairsAcross<4, 12, 12, 4>(t, out, kEnd, round, down);
+                    else
+                        pairsAcross<0, 16, 8, 8>(t, out, kEnd, round, down);
                     byTable(t, out, 2 * kEnd, W);
                 }
             } else {
