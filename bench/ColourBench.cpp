@@ -67,7 +67,7 @@ void cases(benchmark::internal::Benchmark *b)
         int bits;
     };
     for (L l : {L{YUV_p420, 8}, L{YUV_p420, 10}, L{YUV_p422, 8}, L{YUV_p444, 8}, L{YUV_uyvy, 8}, L{YUV_nv12, 8},
-                L{YUV_v210, 10}, L{RGB_i444, 8}})
+                L{YUV_v210, 10}, L{RGB_i444, 8}, L{YUV_p411, 8}, L{YUV_p444, 16}, L{BW, 8}, L{BGRA_i444, 8}})
         for (auto size : {std::pair{1920, 1080}, std::pair{3840, 2160}})
             for (int reading = 0; reading < 4; ++reading)
                 b->Args({l.layout, size.first, size.second, l.bits, reading, 1});

@@ -823,6 +823,8 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
         job.sampleBytes = dd.sampleBytes;
         const double unity[3] = {1.0, 1.0, 1.0};
         fillFinest(job.p, unity, half);
+        std::array<int32_t, 256> lumaTable;
+        std::array<uint8_t, 256> lumaBytes;
         switch (info.kind) {
         case LayoutKind::PlanarYuv:
         case LayoutKind::PlanarRgb:
@@ -833,6 +835,27 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
             job.interlacedChroma = layout == YUV_p420 && m_props.interlaced;
             break;
         case LayoutKind::Luma:
+            if (dd.sampleBytes == 1) {
+                // A byte holds 256 codes: the reading (a grey level from the code alone) and the tone table
+                // become one table, rounded from double precision, which the luma row applies as the
+                // default reading's luma applies the tone table.
+                for (int32_t c = 0; c < 256; ++c) {
+                    const double v = std::round(A.a[0][0] * c + A.b[0]);
+                    const int32_t level = v < 0.0 ? 0 : (v > 255.0 ? 255 : int32_t(v));
+                    lumaTable[size_t(c)] = m_toneTable[size_t(level)] & 0xff;
+                    lumaBytes[size_t(c)] = uint8_t(lumaTable[size_t(c)]);
+                }
+                job.path = Prepared::Path::Luma;
+                job.rowSamples = W;
+                job.toneAfter = nullptr;
+                job.row = k->luma[kind][1];
+                job.p.add[0] = uint32_t(half);
+                job.p.up = 0;
+                job.p.shift = 0;
+                job.p.tone = lumaTable.data();
+                job.p.toneBytes = lumaBytes.data();
+                break;
+            }
             // Luma as a 4:4:4 picture whose three planes are the luma plane.
             job.path = Prepared::Path::Planar;
             job.chroma.cols = W;

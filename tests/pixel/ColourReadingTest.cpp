@@ -205,6 +205,7 @@ TEST(ColourReading, EveryKernelSetGivesTheSameBytesAtAwkwardSizes)
         ColourRange range;
         ColourTransfer transfer;
         int32_t peak;
+        bool isSigned = false;
     };
     const Case cases[] = {
         {"4:2:0 10-bit PQ", YUV_p420, 10, ColourMatrix::BT2020, ColourRange::Limited, ColourTransfer::PQ, 1000},
@@ -221,12 +222,16 @@ TEST(ColourReading, EveryKernelSetGivesTheSameBytesAtAwkwardSizes)
         {"yuyv 8-bit bt709", YUV_yuyv, 8, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0},
         {"v210 bt709", YUV_v210, 10, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0},
         {"rgb 8-bit limited", RGB_i444, 8, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0},
+        {"luma 8-bit limited", BW, 8, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0},
+        {"luma 10-bit limited", BW, 10, ColourMatrix::BT601, ColourRange::Limited, ColourTransfer::SDR, 0},
+        {"signed luma 8-bit", BW, 8, ColourMatrix::BT709, ColourRange::Full, ColourTransfer::SDR, 0, true},
+        {"signed 4:2:0 8-bit", YUV_p420, 8, ColourMatrix::BT601, ColourRange::Limited, ColourTransfer::SDR, 0, true},
     };
-    const std::pair<int32_t, int32_t> sizes[] = {{1, 1}, {15, 3}, {17, 5}, {33, 7}, {65, 3}};
+    const std::pair<int32_t, int32_t> sizes[] = {{1, 1}, {15, 3}, {17, 5}, {33, 7}, {65, 3}, {129, 2}};
     const auto run = [](const VideoProps &p, const std::vector<uint8_t> &samples, const char *set, bool toned) {
         ColorConversion::X2RGBColorConv c;
         c.setDescription(p);
-        c.setUnsigned(true);
+        c.setUnsigned(!p.signedValues);
         c.setThreadCount(1);
         EXPECT_TRUE(c.setKernelVariant(set));
         if (toned) c.setToneCurve(20, 40, 180);
@@ -239,7 +244,7 @@ TEST(ColourReading, EveryKernelSetGivesTheSameBytesAtAwkwardSizes)
     for (const Case &k : cases)
         for (auto [w, h] : sizes)
             for (bool toned : {false, true}) {
-                Frame f = patternFrame(k.layout, w, h, k.bits, false, 5);
+                Frame f = patternFrame(k.layout, w, h, k.bits, k.isSigned, 5);
                 f.props.colour.matrix = k.matrix;
                 f.props.colour.range = k.range;
                 f.props.colour.transfer = k.transfer;
