@@ -66,6 +66,14 @@ inline uint32_t *pixelRow(uint8_t *dst, int32_t width, int32_t row)
 // Blue, green and red of one pixel set to zero, its fourth byte kept.
 inline void clearPixel(uint8_t *px) { px[0] = px[1] = px[2] = 0; }
 
+bool coefficientsFit16(const RowParams &p)
+{
+    for (const auto &row : p.m)
+        for (uint32_t m : row)
+            if (int32_t(m) < -32768 || int32_t(m) > 32767) return false;
+    return true;
+}
+
 } // namespace
 
 // Everything about one conversion that does not change from row to row, worked out once per frame.
@@ -459,10 +467,8 @@ struct Gathered {
     ToneRowFn toneAfter = nullptr;
     // High dynamic range
     bool hdr = false;
-    float a[3][3] = {}, b[3] = {};
-    const float *toLinear = nullptr;
-    const uint8_t *toCode = nullptr;
-    const uint8_t *toneBytes = nullptr; // applied after the HDR loop unless null
+    HdrParams h{};
+    HdrRowFn hdrRow = nullptr;
 };
 
 template <typename T>
@@ -546,11 +552,47 @@ void chromaRow(const Gathered &g, const uint8_t *src, int32_t j, uint16_t *u, ui
     }
 }
 
-// Compiled twice, for AVX2 and for any x86-64, the better chosen when the program loads: the gather loops
-// are plain integer code, so both give the same picture. No FMA is enabled, so the HDR arithmetic rounds
-// the same way in both.
+// The vertical weighting of two chroma rows in 1/16, with the weight as a constant: its products become
+// shifts and adds (a vector multiply of 32-bit words is slow).
+template <int32_t WV>
+inline void weighRows(const uint16_t *ua, const uint16_t *va, const uint16_t *ub, const uint16_t *vb, int32_t *tu,
+                      int32_t *tv, int32_t cols)
+{
+    for (int32_t k = 0; k < cols; ++k) {
+        tu[k] = (16 - WV) * ua[k] + (WV ? WV * ub[k] : 0);
+        tv[k] = (16 - WV) * va[k] + (WV ? WV * vb[k] : 0);
+    }
+}
+
+// Two-to-one sited chroma away from the row's ends: output pixels 2k and 2k + 1 from chroma k - 1, k and
+// k + 1 with the siting's fixed weights (in 1/16, as constants for the same reason).
+template <int32_t E0, int32_t E1, int32_t O1, int32_t O2>
+inline void pairsAcross(const int32_t *t, uint16_t *out, int32_t kEnd, int32_t round, int32_t down)
+{
+    for (int32_t k = 1; k < kEnd; ++k) {
+        out[2 * k] = uint16_t((E0 * t[k - 1] + E1 * t[k] + round) >> down);
+        out[2 * k + 1] = uint16_t((O1 * t[k] + O2 * t[k + 1] + round) >> down);
+    }
+}
+
+// One gathered row of codes to pixels.
+inline void convertGathered(const Gathered &g, const uint16_t *c0, const uint16_t *c1, const uint16_t *c2, uint32_t *d)
+{
+    const int32_t W = g.width;
+    if (!g.hdr) {
+        g.planar(g.p, c0, c1, c2, d, W);
+        if (g.toneAfter) g.toneAfter(d, W, g.p.toneBytes);
+    } else {
+        g.hdrRow(g.h, c0, c1, c2, d, W);
+    }
+    if (g.kind == LayoutKind::Packed422 && (W & 1)) clearPixel(reinterpret_cast<uint8_t *>(d + W - 1));
+}
+
+// Compiled for AVX-512 (x86-64-v4), for AVX2 and for any x86-64, the best chosen when the program loads:
+// the gather loops are plain integer code, so all give the same picture. The high-dynamic-range arithmetic is the
+// kernel set's (RowKernels.h).
 #if defined(__GNUC__) && defined(__x86_64__) && !defined(__clang__)
-__attribute__((target_clones("avx2", "default")))
+__attribute__((target_clones("arch=x86-64-v4", "avx2", "default")))
 #endif
 void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0, int32_t r1)
 {
@@ -608,13 +650,42 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
                 wv = int32_t(std::lround((pos - j0) * 16.0));
             }
             chromaRow(g, src, j0, s.u[0].data(), s.v[0].data(), s);
+            if (g.siting == ChromaSiting::Nearest) {
+                // Each pixel takes the chroma sample it falls in, with the extra bits as zeros (what the
+                // weighted sums below give for a weight of 0), without the per-column tables.
+                const uint16_t *u = s.u[0].data(), *v = s.v[0].data();
+                const int32_t f = g.fracBits, last = g.cols - 1;
+                if (g.shiftX == 1) {
+                    const int32_t pairs = std::min(g.cols, W / 2);
+                    for (int32_t k = 0; k < pairs; ++k) {
+                        c1[2 * k] = c1[2 * k + 1] = uint16_t(u[k] << f);
+                        c2[2 * k] = c2[2 * k + 1] = uint16_t(v[k] << f);
+                    }
+                    for (int32_t x = 2 * pairs; x < W; ++x) {
+                        c1[x] = uint16_t(u[std::min(x >> 1, last)] << f);
+                        c2[x] = uint16_t(v[std::min(x >> 1, last)] << f);
+                    }
+                } else {
+                    for (int32_t x = 0; x < W; ++x) {
+                        c1[x] = uint16_t(u[std::min(x >> g.shiftX, last)] << f);
+                        c2[x] = uint16_t(v[std::min(x >> g.shiftX, last)] << f);
+                    }
+                }
+                convertGathered(g, c0, c1, c2, d);
+                continue;
+            }
             if (wv > 0) chromaRow(g, src, j0 + 1, s.u[1].data(), s.v[1].data(), s);
             const uint16_t *ua = s.u[0].data(), *va = s.v[0].data(), *ub = s.u[1].data(), *vb = s.v[1].data();
             int32_t *tu = s.tu.data(), *tv = s.tv.data();
-            if (wv == 0) {
-                for (int32_t k = 0; k < g.cols; ++k) tu[k] = 16 * ua[k], tv[k] = 16 * va[k];
-            } else {
-                for (int32_t k = 0; k < g.cols; ++k) {
+            // The count in a local: read from g, which the stores might alias, it kept the loops scalar.
+            const int32_t cols = g.cols;
+            switch (wv) {
+            case 0: weighRows<0>(ua, va, ub, vb, tu, tv, cols); break;
+            case 4: weighRows<4>(ua, va, ub, vb, tu, tv, cols); break;
+            case 8: weighRows<8>(ua, va, ub, vb, tu, tv, cols); break;
+            case 12: weighRows<12>(ua, va, ub, vb, tu, tv, cols); break;
+            default:
+                for (int32_t k = 0; k < cols; ++k) {
                     tu[k] = (16 - wv) * ua[k] + wv * ub[k];
                     tv[k] = (16 - wv) * va[k] + wv * vb[k];
                 }
@@ -631,13 +702,12 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
             const int32_t kEnd = std::min(g.cols - 1, W / 2);
             if (g.shiftX == 1 && g.siting != ChromaSiting::Nearest && kEnd > 1) {
                 const bool centre = g.siting == ChromaSiting::Center;
-                const int32_t e0 = centre ? 4 : 0, e1 = centre ? 12 : 16, o1 = centre ? 12 : 8, o2 = centre ? 4 : 8;
                 for (const auto &[t, out] : {std::pair{tu, c1}, std::pair{tv, c2}}) {
                     byTable(t, out, 0, 2);
-                    for (int32_t k = 1; k < kEnd; ++k) {
-                        out[2 * k] = uint16_t((e0 * t[k - 1] + e1 * t[k] + round) >> down);
-                        out[2 * k + 1] = uint16_t((o1 * t[k] + o2 * t[k + 1] + round) >> down);
-                    }
+                    if (centre)
+                        pairsAcross<4, 12, 12, 4>(t, out, kEnd, round, down);
+                    else
+                        pairsAcross<0, 16, 8, 8>(t, out, kEnd, round, down);
                     byTable(t, out, 2 * kEnd, W);
                 }
             } else {
@@ -645,34 +715,7 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
                 byTable(tv, c2, 0, W);
             }
         }
-        if (!g.hdr) {
-            g.planar(g.p, c0, c1, c2, d, W);
-            if (g.toneAfter) g.toneAfter(d, W, g.p.toneBytes);
-        } else {
-            const float *lin = g.toLinear;
-            const uint8_t *code = g.toCode;
-            float prim[9];
-            for (int i = 0; i < 9; ++i) prim[i] = float(kBt2020To709[i]);
-            for (int32_t x = 0; x < W; ++x) {
-                float rel[3];
-                for (int i = 0; i < 3; ++i) {
-                    const float e = g.a[i][0] * c0[x] + g.a[i][1] * c1[x] + g.a[i][2] * c2[x] + g.b[i];
-                    const float q = e * 65535.0f + 0.5f;
-                    rel[i] = lin[q <= 0.0f ? 0 : (q >= 65535.0f ? 65535 : int32_t(q))];
-                }
-                uint32_t px = d[x] & 0xff000000u;
-                for (int i = 0; i < 3; ++i) {
-                    const float *m = prim + 3 * i;
-                    const float l = m[0] * rel[0] + m[1] * rel[1] + m[2] * rel[2];
-                    const float q = std::sqrt(l <= 0.0f ? 0.0f : (l >= 1.0f ? 1.0f : l)) * 65535.0f + 0.5f;
-                    uint32_t v = code[int32_t(q)];
-                    if (g.toneBytes) v = g.toneBytes[v];
-                    px |= v << (16 - 8 * i);
-                }
-                d[x] = px;
-            }
-        }
-        if (g.kind == LayoutKind::Packed422 && (W & 1)) clearPixel(reinterpret_cast<uint8_t *>(d + W - 1));
+        convertGathered(g, c0, c1, c2, d);
     }
 }
 
@@ -748,11 +791,26 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
                 double exact = 0.0;
                 for (int l = 0; l < 3; ++l)
                     if (source[l] == c) exact += A.a[i][l] * one / scale[c];
-                e += std::abs(double(int32_t(p.m[i][c])) - exact) * top / one;
+                e += std::abs(double(int32_t(p.m[i][c])) - exact) * top * scale[c] / one;
             }
             worst = std::max(worst, e);
         }
         return worst;
+    };
+    // The hand-written loops multiply samples by coefficients that fit 16 signed bits (one vpmaddwd
+    // takes two products). The finest scale whose coefficients all fit keeps those loops, as long as its
+    // rounding stays well inside half a level; otherwise 18 fraction bits, which every depth up to 16
+    // fits in 32 bits, in the compiler-vectorised loops. Every kernel set is handed the same constants,
+    // so the picture never depends on the set.
+    const auto fillFinest = [&](RowParams &p, const double scale[3], int32_t offset) {
+        fill(p, 18, scale, offset);
+        for (int32_t shift = 18; shift >= 8; --shift) {
+            RowParams q = p;
+            fill(q, shift, scale, offset);
+            if (!coefficientsFit16(q)) continue;
+            if (coefficientError(q, shift, scale) < 0.45) p = q;
+            return;
+        }
     };
 
     if (!gather) {
@@ -764,14 +822,9 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
         job.toneAfter = toneAfter;
         job.sampleBytes = dd.sampleBytes;
         const double unity[3] = {1.0, 1.0, 1.0};
-        // 8-bit samples keep the kernels' own scale (and their fastest loops) when its rounding is well
-        // inside half a level; otherwise 18 fraction bits, which every depth up to 16 fits in 32 bits.
-        fill(job.p, 18, unity, half);
-        if (dd.sampleBytes == 1) {
-            RowParams p8 = job.p;
-            fill(p8, 8, unity, half);
-            if (coefficientError(p8, 8, unity) < 0.45) job.p = p8;
-        }
+        fillFinest(job.p, unity, half);
+        std::array<int32_t, 256> lumaTable;
+        std::array<uint8_t, 256> lumaBytes;
         switch (info.kind) {
         case LayoutKind::PlanarYuv:
         case LayoutKind::PlanarRgb:
@@ -782,6 +835,27 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
             job.interlacedChroma = layout == YUV_p420 && m_props.interlaced;
             break;
         case LayoutKind::Luma:
+            if (dd.sampleBytes == 1) {
+                // A byte holds 256 codes: the reading (a grey level from the code alone) and the tone table
+                // become one table, rounded from double precision, which the luma row applies as the
+                // default reading's luma applies the tone table.
+                for (int32_t c = 0; c < 256; ++c) {
+                    const double v = std::round(A.a[0][0] * c + A.b[0]);
+                    const int32_t level = v < 0.0 ? 0 : (v > 255.0 ? 255 : int32_t(v));
+                    lumaTable[size_t(c)] = m_toneTable[size_t(level)] & 0xff;
+                    lumaBytes[size_t(c)] = uint8_t(lumaTable[size_t(c)]);
+                }
+                job.path = Prepared::Path::Luma;
+                job.rowSamples = W;
+                job.toneAfter = nullptr;
+                job.row = k->luma[kind][1];
+                job.p.add[0] = uint32_t(half);
+                job.p.up = 0;
+                job.p.shift = 0;
+                job.p.tone = lumaTable.data();
+                job.p.toneBytes = lumaBytes.data();
+                break;
+            }
             // Luma as a 4:4:4 picture whose three planes are the luma plane.
             job.path = Prepared::Path::Planar;
             job.chroma.cols = W;
@@ -876,19 +950,21 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
         }
     }
     if (!hdr) {
-        fill(g.p, 18, scale, 0);
+        fillFinest(g.p, scale, 0);
         g.planar = k->planar[kU16][0][tone];
         g.toneAfter = toneAfter;
     } else {
         if (!m_transferTables || m_transferTables.use_count() > 1)
             m_transferTables = std::make_shared<TransferTables>();
         m_transferTables->build(cd.transfer, cd.peakNits);
-        g.toLinear = m_transferTables->toLinear.data();
-        g.toCode = m_transferTables->toCode.data();
-        g.toneBytes = m_toneIdentity ? nullptr : m_toneBytes.data();
+        g.hdrRow = k->hdrRow;
+        g.h.toLinear = m_transferTables->toLinear.data();
+        g.h.toCode = m_transferTables->toCode.data();
+        g.h.toneBytes = m_toneIdentity ? nullptr : m_toneBytes.data();
+        for (int i = 0; i < 9; ++i) g.h.prim[i] = float(kBt2020To709[i]);
         for (int i = 0; i < 3; ++i) {
-            g.b[i] = float(A.b[i]);
-            for (int l = 0; l < 3; ++l) g.a[i][source[l]] += float(A.a[i][l] / scale[source[l]]);
+            g.h.b[i] = float(A.b[i]);
+            for (int l = 0; l < 3; ++l) g.h.a[i][source[l]] += float(A.a[i][l] / scale[source[l]]);
         }
     }
     runBands(H, pixels, [&](int32_t r0, int32_t r1) { gatherRows(g, src, dst, r0, r1); });

@@ -167,7 +167,8 @@ void TransferTables::build(ColourTransfer t, int32_t peakNits)
     transfer = t;
     peak = peakNits;
     toLinear.resize(65536);
-    toCode.resize(65536);
+    // Three spare bytes: the vector kernels read a 32-bit word at any entry.
+    toCode.assign(65536 + 3, 0);
     for (int i = 0; i < 65536; ++i) {
         toLinear[size_t(i)] = float(transferToRelative(t, peakNits, i / 65535.0));
         const double root = i / 65535.0;

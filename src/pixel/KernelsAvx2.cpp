@@ -1,7 +1,7 @@
 // The row kernels compiled for AVX2, with hand-written loops for 8-bit 4:2:0 / 4:2:2 planar and nv12
-// (the most common files). Same arithmetic as the portable rows: products with vpmaddwd where samples
-// and coefficients fit in int16, the clamp by the saturation of two packs. AVX2 has no byte-masked
-// store, so a pixel's fourth byte is loaded and stored back unchanged with its colour bytes.
+// (the most common files) and for the high-dynamic-range rows. Same arithmetic as the portable rows: products with
+// vpmaddwd where samples and coefficients fit in int16, the clamp by the saturation of two packs. AVX2 has no
+// byte-masked store, so a pixel's fourth byte is loaded and stored back unchanged with its colour bytes.
 #define KAVRI_KERNEL_NS avx2
 #define KAVRI_KERNEL_NAME "avx2"
 #define KAVRI_KERNEL_CUSTOMISE customise
@@ -16,7 +16,7 @@ inline bool fits16(uint32_t v) { return int32_t(v) >= -32768 && int32_t(v) <= 32
 
 inline bool usable(const RowParams &p)
 {
-    if (p.up != 0 || p.shift != 8) return false;
+    if (p.up != 0) return false;
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j)
             if (!fits16(p.m[i][j])) return false;
@@ -27,6 +27,7 @@ inline __m256i pairOf(uint32_t lo, uint32_t hi) { return _mm256_set1_epi32(int32
 
 struct Vec {
     __m256i m00, m10, m20, m00o, m10o, m20o, uvR, uvG, uvB, aR, aG, aB, bgOrder, rOrder, top;
+    __m128i shift;
 };
 
 Vec vecOf(const RowParams &p)
@@ -42,6 +43,7 @@ Vec vecOf(const RowParams &p)
     v.bgOrder = _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 8, 4, 12, 1, 9, 5, 13, 2, 10, 6, 14, 3, 11, 7, 15));
     v.rOrder = _mm256_broadcastsi128_si256(_mm_setr_epi8(0, -1, 4, -1, 1, -1, 5, -1, 2, -1, 6, -1, 3, -1, 7, -1));
     v.top = _mm256_set1_epi32(int32_t(0xff000000u));
+    v.shift = _mm_cvtsi32_si128(p.shift);
     return v;
 }
 
@@ -52,13 +54,20 @@ inline void put(const Vec &v, uint8_t *d, __m256i px)
 }
 
 // 8 chroma pairs (dword u | v << 16) and 16 luma words (dword y_even | y_odd << 16): 16 pixels.
+// Sh >= 0: the shift as an immediate (the default reading's 8); -1: the shift from the parameters (a
+// described reading's finer scale).
+template <int Sh>
 inline void pairs8(const Vec &v, __m256i uv, __m256i yw, uint8_t *d)
 {
     const __m256i cr = _mm256_add_epi32(_mm256_madd_epi16(uv, v.uvR), v.aR);
     const __m256i cg = _mm256_add_epi32(_mm256_madd_epi16(uv, v.uvG), v.aG);
     const __m256i cb = _mm256_add_epi32(_mm256_madd_epi16(uv, v.uvB), v.aB);
     auto sum = [&](__m256i k, __m256i c) {
-        return _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(yw, k), c), 8);
+        const __m256i s = _mm256_add_epi32(_mm256_madd_epi16(yw, k), c);
+        if constexpr (Sh >= 0)
+            return _mm256_srai_epi32(s, Sh);
+        else
+            return _mm256_sra_epi32(s, v.shift);
     };
     const __m256i r16 = _mm256_packs_epi32(sum(v.m00, cr), sum(v.m00o, cr));
     const __m256i g16 = _mm256_packs_epi32(sum(v.m10, cg), sum(v.m10o, cg));
@@ -70,10 +79,9 @@ inline void pairs8(const Vec &v, __m256i uv, __m256i yw, uint8_t *d)
     put(v, d + 32, _mm256_permute2x128_si256(lo, hi, 0x31));
 }
 
-template <int K>
-void planar420Fast(const RowParams &p, const void *c0, const void *c1, const void *c2, void *dst, int32_t n)
+template <int K, int Sh>
+void planar420Body(const RowParams &p, const void *c0, const void *c1, const void *c2, void *dst, int32_t n)
 {
-    if (!usable(p)) return planarRow<K, 1, false>(p, c0, c1, c2, dst, n);
     constexpr bool S = K == kS8;
     const Vec v = vecOf(p);
     const uint8_t *y = static_cast<const uint8_t *>(c0), *u = static_cast<const uint8_t *>(c1);
@@ -84,16 +92,15 @@ void planar420Fast(const RowParams &p, const void *c0, const void *c1, const voi
         const __m128i uv8 = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(u + i)),
                                               _mm_loadl_epi64(reinterpret_cast<const __m128i *>(w + i)));
         const __m128i y8 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(y + 2 * i));
-        pairs8(v, S ? _mm256_cvtepi8_epi16(uv8) : _mm256_cvtepu8_epi16(uv8),
-               S ? _mm256_cvtepi8_epi16(y8) : _mm256_cvtepu8_epi16(y8), d + size_t(i) * 8);
+        pairs8<Sh>(v, S ? _mm256_cvtepi8_epi16(uv8) : _mm256_cvtepu8_epi16(uv8),
+                   S ? _mm256_cvtepi8_epi16(y8) : _mm256_cvtepu8_epi16(y8), d + size_t(i) * 8);
     }
     if (i < n) planarRow<K, 1, false>(p, y + 2 * i, u + i, w + i, d + size_t(i) * 8, n - i);
 }
 
-template <int K>
-void nv12Fast(const RowParams &p, const void *yRow, const void *uvRow, void *dst, int32_t n)
+template <int K, int Sh>
+void nv12Body(const RowParams &p, const void *yRow, const void *uvRow, void *dst, int32_t n)
 {
-    if (!usable(p)) return nv12Row<K, false>(p, yRow, uvRow, dst, n);
     constexpr bool S = K == kS8;
     const Vec v = vecOf(p);
     const uint8_t *y = static_cast<const uint8_t *>(yRow), *uv = static_cast<const uint8_t *>(uvRow);
@@ -102,10 +109,87 @@ void nv12Fast(const RowParams &p, const void *yRow, const void *uvRow, void *dst
     for (; i + 8 <= n; i += 8) {
         const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i *>(uv + 2 * i));
         const __m128i l = _mm_loadu_si128(reinterpret_cast<const __m128i *>(y + 2 * i));
-        pairs8(v, S ? _mm256_cvtepi8_epi16(c) : _mm256_cvtepu8_epi16(c),
-               S ? _mm256_cvtepi8_epi16(l) : _mm256_cvtepu8_epi16(l), d + size_t(i) * 8);
+        pairs8<Sh>(v, S ? _mm256_cvtepi8_epi16(c) : _mm256_cvtepu8_epi16(c),
+                   S ? _mm256_cvtepi8_epi16(l) : _mm256_cvtepu8_epi16(l), d + size_t(i) * 8);
     }
     if (i < n) nv12Row<K, false>(p, y + 2 * i, uv + 2 * i, d + size_t(i) * 8, n - i);
+}
+
+template <int K>
+void planar420Fast(const RowParams &p, const void *c0, const void *c1, const void *c2, void *dst, int32_t n)
+{
+    if (!usable(p)) return planarRow<K, 1, false>(p, c0, c1, c2, dst, n);
+    if (p.shift == 8) return planar420Body<K, 8>(p, c0, c1, c2, dst, n);
+    planar420Body<K, -1>(p, c0, c1, c2, dst, n);
+}
+
+template <int K>
+void nv12Fast(const RowParams &p, const void *yRow, const void *uvRow, void *dst, int32_t n)
+{
+    if (!usable(p)) return nv12Row<K, false>(p, yRow, uvRow, dst, n);
+    if (p.shift == 8) return nv12Body<K, 8>(p, yRow, uvRow, dst, n);
+    nv12Body<K, -1>(p, yRow, uvRow, dst, n);
+}
+
+// High-dynamic-range rows, 8 pixels a step: the portable row's single-precision steps one by one (no
+// fused multiply-add, the same order), its table lookups as gathers. A row's last pixels go through a
+// zero-padded copy; the tone table, when there is one, is a byte pass over the row afterwards.
+void hdrRowFast(const HdrParams &h, const uint16_t *c0, const uint16_t *c1, const uint16_t *c2, void *dst, int32_t n)
+{
+    __m256 a[3][3], b[3], m[9];
+    for (int i = 0; i < 3; ++i) {
+        b[i] = _mm256_set1_ps(h.b[i]);
+        for (int j = 0; j < 3; ++j) a[i][j] = _mm256_set1_ps(h.a[i][j]);
+    }
+    for (int i = 0; i < 9; ++i) m[i] = _mm256_set1_ps(h.prim[i]);
+    const __m256 scale = _mm256_set1_ps(65535.0f), half = _mm256_set1_ps(0.5f);
+    const __m256 zero = _mm256_setzero_ps(), one = _mm256_set1_ps(1.0f);
+    const __m256i low = _mm256_set1_epi32(0xff), top = _mm256_set1_epi32(int32_t(0xff000000u));
+    const int *code = reinterpret_cast<const int *>(h.toCode);
+    const auto eight = [&](const uint16_t *p0, const uint16_t *p1, const uint16_t *p2) {
+        const __m256 s0 =
+            _mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p0))));
+        const __m256 s1 =
+            _mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p1))));
+        const __m256 s2 =
+            _mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p2))));
+        __m256 lin[3];
+        for (int i = 0; i < 3; ++i) {
+            __m256 e = _mm256_add_ps(_mm256_mul_ps(a[i][0], s0), _mm256_mul_ps(a[i][1], s1));
+            e = _mm256_add_ps(_mm256_add_ps(e, _mm256_mul_ps(a[i][2], s2)), b[i]);
+            const __m256 q = _mm256_add_ps(_mm256_mul_ps(e, scale), half);
+            const __m256i idx = _mm256_cvttps_epi32(_mm256_min_ps(_mm256_max_ps(q, zero), scale));
+            lin[i] = _mm256_i32gather_ps(h.toLinear, idx, 4);
+        }
+        __m256i px = _mm256_setzero_si256();
+        for (int i = 0; i < 3; ++i) {
+            __m256 l = _mm256_add_ps(_mm256_mul_ps(m[3 * i], lin[0]), _mm256_mul_ps(m[3 * i + 1], lin[1]));
+            l = _mm256_add_ps(l, _mm256_mul_ps(m[3 * i + 2], lin[2]));
+            l = _mm256_min_ps(_mm256_max_ps(l, zero), one);
+            const __m256 q = _mm256_add_ps(_mm256_mul_ps(_mm256_sqrt_ps(l), scale), half);
+            const __m256i c = _mm256_and_si256(_mm256_i32gather_epi32(code, _mm256_cvttps_epi32(q), 1), low);
+            px = _mm256_or_si256(px, _mm256_slli_epi32(c, 16 - 8 * i));
+        }
+        return px;
+    };
+    uint8_t *d = static_cast<uint8_t *>(dst);
+    int32_t x = 0;
+    for (; x + 8 <= n; x += 8) {
+        const __m256i px = eight(c0 + x, c1 + x, c2 + x);
+        __m256i *at = reinterpret_cast<__m256i *>(d + size_t(x) * 4);
+        _mm256_storeu_si256(at, _mm256_or_si256(_mm256_and_si256(_mm256_loadu_si256(at), top), px));
+    }
+    if (x < n) {
+        alignas(32) uint16_t t0[8] = {}, t1[8] = {}, t2[8] = {};
+        alignas(32) uint32_t out[8];
+        for (int32_t i = x; i < n; ++i) t0[i - x] = c0[i], t1[i - x] = c1[i], t2[i - x] = c2[i];
+        _mm256_store_si256(reinterpret_cast<__m256i *>(out), eight(t0, t1, t2));
+        kavri_u32a *px = reinterpret_cast<kavri_u32a *>(d);
+        for (int32_t i = x; i < n; ++i) put(px + i, out[i - x]);
+    }
+    if (h.toneBytes)
+        for (int32_t i = 0; i < n; ++i)
+            for (int c = 0; c < 3; ++c) d[4 * size_t(i) + size_t(c)] = h.toneBytes[d[4 * size_t(i) + size_t(c)]];
 }
 
 } // namespace
@@ -116,6 +200,7 @@ KernelSet customise(KernelSet k)
     k.planar[kS8][1][0] = planar420Fast<kS8>;
     k.nv12[0][0] = nv12Fast<kU8>;
     k.nv12[1][0] = nv12Fast<kS8>;
+    k.hdrRow = hdrRowFast;
     return k;
 }
 

@@ -69,6 +69,25 @@ using GaussWindowsFn = void (*)(const double *sums, int32_t cols, const double *
 // Replaces blue, green and red of n pixels by their tone-table bytes, keeping the fourth byte.
 using ToneRowFn = void (*)(void *dst, int32_t n, const uint8_t *table);
 
+// The constants of a high-dynamic-range row: per output channel i (red, green, blue) the signal
+//     e_i = a[i][0]*c0 + a[i][1]*c1 + a[i][2]*c2 + b[i]        (single precision, in this order)
+// from three unsigned 16-bit codes; its light toLinear[clamp(int(e_i*65535 + 0.5))]; the display light
+// l_i = prim[3i]*lin_0 + prim[3i+1]*lin_1 + prim[3i+2]*lin_2, clamped to 0..1; and the code shown
+// toCode[int(sqrt(l_i)*65535 + 0.5)], through toneBytes unless it is null. Every step is one IEEE
+// single-precision operation without fused multiply-adds, so every kernel set gives the same bytes.
+struct HdrParams {
+    float a[3][3];
+    float b[3];
+    float prim[9];
+    const float *toLinear;    // 65536 entries
+    const uint8_t *toCode;    // 65536 entries and 3 more (vector kernels read 32-bit words at any entry)
+    const uint8_t *toneBytes; // 256 entries, or null
+};
+// n pixels from three rows of n codes each (c0: luma or the first component; c1, c2: chroma or the
+// others at full width).
+using HdrRowFn = void (*)(const HdrParams &, const uint16_t *c0, const uint16_t *c1, const uint16_t *c2, void *dst,
+                          int32_t n);
+
 struct KernelSet {
     const char *name;
     PlanarRowFn planar[4][3][2]; // [SampleKind][sx 0..2][tone]
@@ -88,6 +107,7 @@ struct KernelSet {
     SsimWindowsFn ssimWindows;
     GaussColumnsFn gaussColumns[3]; // [8-bit / 16-bit / float]
     GaussWindowsFn gaussWindows;
+    HdrRowFn hdrRow;
 };
 
 // The portable set (the reference every other set is tested against) and, on x86-64 builds, the
