@@ -3,6 +3,7 @@
 #include "formats/FrameSize.h"
 #include "formats/Validation.h"
 #include "pixel/PlaneGeometry.h"
+#include "pixel/UnpackRows.h"
 #include "pixel/WorkerPool.h"
 
 #include <algorithm>
@@ -363,13 +364,142 @@ void unpackPart(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, 
 
 } // namespace
 
+namespace {
+
+// The shapes of the common newer layouts that one pass over each stored row unpacks whole.
+enum class Shape { None, SemiPlanar, Quads };
+
+// A frame of a common shape, ready for the row loops: where each stored row and each canonical row lies.
+struct FastPlan {
+    Shape shape = Shape::None;
+    int32_t wordBytes = 1, shift = 0;
+    uint16_t mask = 0;
+    bool swapChroma = false; // V stored before U (NV21) or at the second chroma place of a group
+    PlaneLayout pl;
+    Target t[3];
+};
+
+// The plan for a stored frame when it has a common shape and every row of it lies whole inside both
+// buffers; otherwise Shape::None, and the component-by-component unpack does the frame.
+FastPlan fastPlan(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes)
+{
+    FastPlan f;
+    const PixelDescriptor &d = *pixelDescriptor(stored.format);
+    if (!isDescribedLayout(stored.format) || d.packing != Packing::Words || d.components != 3 || d.cfa != Cfa::None ||
+        stored.signedValues)
+        return f;
+    const VideoProps canon = canonicalProps(stored);
+    const int32_t wb = wordBytesOf(d, stored.containerBits);
+    if (wb > 2 || wb * 8 != canon.containerBits || (wb == 2 && stored.toggleEndianness)) return f;
+    // One depth and shift for all three, and no widening: the value is the word's bits as they are.
+    const int32_t depth = componentDepth(d, 0, stored.bitDepth);
+    for (int k = 0; k < 3; ++k)
+        if (componentDepth(d, k, stored.bitDepth) != depth || d.comp[size_t(k)].shift != d.comp[0].shift) return f;
+    if (depth != canon.bitDepth || depth > 8 * wb || (wb == 1 && (depth != 8 || d.comp[0].shift != 0))) return f;
+    const ComponentDesc &y = d.comp[0], &u = d.comp[1], &v = d.comp[2];
+    if (d.planes == 2 && y.plane == 0 && y.step == 1 && y.offset == 0 && u.plane == 1 && v.plane == 1 && u.step == 2 &&
+        v.step == 2 && u.offset + v.offset == 1) {
+        f.shape = Shape::SemiPlanar;
+        f.swapChroma = v.offset == 0;
+    } else if (d.planes == 1 && wb == 2 && d.log2ChromaW == 1 && d.log2ChromaH == 0 && y.step == 2 && y.offset == 0 &&
+               u.step == 4 && v.step == 4 && u.offset + v.offset == 4 && (u.offset == 1 || u.offset == 3)) {
+        f.shape = Shape::Quads;
+        f.swapChroma = u.offset == 3;
+    } else {
+        return f;
+    }
+    const int32_t W = stored.width, H = stored.height;
+    const int64_t samples = dstBytes / wb;
+    if (canonicalTargets(canon, samples, f.t) != 3) return FastPlan{};
+    // With an odd height the second chroma plane of 4:2:0 starts inside the last row of the first; the
+    // component order decides which samples stay there, so that frame goes component by component.
+    if (f.t[1].shiftY && (H & 1)) return FastPlan{};
+    f.pl = storedPlanes(stored);
+    if (f.pl.frameBytes == 0) return FastPlan{};
+    for (int k = 0; k < 3; ++k) {
+        const Target &t = f.t[k];
+        // Row j of every component comes from stored row j (the canonical subsampling is the stored one).
+        if (t.shiftY != (k ? d.log2ChromaH : 0) || t.rows != componentGrid(d, k, W, H).rows) return FastPlan{};
+        if (t.cols <= 0 || t.start + int64_t(t.rows - 1) * t.stride + t.cols > samples) return FastPlan{};
+        const ComponentDesc &cd = d.comp[size_t(k)];
+        const int64_t need = (int64_t(cd.offset) + int64_t(t.cols - 1) * cd.step + 1) * wb;
+        if (f.pl.start[cd.plane] + int64_t(t.rows - 1) * f.pl.rowBytes[cd.plane] + need > srcBytes) return FastPlan{};
+    }
+    f.wordBytes = wb;
+    f.shift = y.shift;
+    f.mask = uint16_t(depth >= 16 ? 0xffffu : (1u << depth) - 1);
+    return f;
+}
+
+// The canonical rows that picture rows [y0, y1) are shown from, all components in one pass a stored row.
+void unpackFastRows(const UnpackRowKernels &rows, const FastPlan &f, const uint8_t *src, uint8_t *dst, int32_t y0,
+                    int32_t y1, int32_t H)
+{
+    const Target &ty = f.t[0], &tu = f.t[f.swapChroma ? 2 : 1], &tv = f.t[f.swapChroma ? 1 : 2];
+    const int32_t wb = f.wordBytes;
+    auto at = [&](const Target &t, int32_t j) { return dst + (t.start + int64_t(j) * t.stride) * wb; };
+    if (f.shape == Shape::Quads) {
+        const int32_t groups = ty.cols / 2;
+        for (int32_t j = y0; j < y1; ++j) {
+            const uint8_t *in = src + f.pl.start[0] + int64_t(j) * f.pl.rowBytes[0];
+            auto *yy = reinterpret_cast<uint16_t *>(at(ty, j));
+            rows.wordQuads(in, f.shift, f.mask, yy, reinterpret_cast<uint16_t *>(at(tu, j)),
+                           reinterpret_cast<uint16_t *>(at(tv, j)), groups);
+            // An odd width: the last pixel's luma opens a group whose chroma the canonical planes leave out.
+            if (ty.cols & 1) rows.words(in + 8 * size_t(groups), f.shift, f.mask, yy + ty.cols - 1, 1);
+        }
+        return;
+    }
+    for (int32_t j = y0; j < y1; ++j) {
+        const uint8_t *in = src + f.pl.start[0] + int64_t(j) * f.pl.rowBytes[0];
+        if (wb == 1)
+            std::memcpy(at(ty, j), in, size_t(ty.cols));
+        else
+            rows.words(in, f.shift, f.mask, reinterpret_cast<uint16_t *>(at(ty, j)), ty.cols);
+    }
+    const int32_t sy = tu.shiftY;
+    const int32_t j0 = std::min(tu.rows, ((y0 - 1) >> sy) + 1);
+    const int32_t j1 = y1 >= H ? tu.rows : std::min(tu.rows, ((y1 - 1) >> sy) + 1);
+    for (int32_t j = j0; j < j1; ++j) {
+        const uint8_t *in = src + f.pl.start[1] + int64_t(j) * f.pl.rowBytes[1];
+        if (wb == 1)
+            rows.bytePairs(in, at(tu, j), at(tv, j), tu.cols);
+        else
+            rows.wordPairs(in, f.shift, f.mask, reinterpret_cast<uint16_t *>(at(tu, j)),
+                           reinterpret_cast<uint16_t *>(at(tv, j)), tu.cols);
+    }
+}
+
+} // namespace
+
+bool unpacksInOnePass(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes)
+{
+    return needsUnpack(stored) && stored.width > 0 && stored.height > 0 &&
+           fastPlan(stored, srcBytes, dstBytes).shape != Shape::None;
+}
+
 void unpackFrame(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst, int64_t dstBytes,
                  int32_t threads)
+{
+    unpackFrameWith(bestUnpackRows(), stored, src, srcBytes, dst, dstBytes, threads);
+}
+
+void unpackFrameWith(const UnpackRowKernels &rows, const VideoProps &stored, const uint8_t *src, int64_t srcBytes,
+                     uint8_t *dst, int64_t dstBytes, int32_t threads)
 {
     if (!src || !dst || !needsUnpack(stored) || stored.width <= 0 || stored.height <= 0) return;
     if (!unpacksByDescriptor(stored)) {
         const PlaneLayout pl = storedPlanes(stored);
         if (pl.frameBytes != 0) destrideRows(stored, pl, src, srcBytes, dst, dstBytes);
+        return;
+    }
+    if (const FastPlan f = fastPlan(stored, srcBytes, dstBytes); f.shape != Shape::None) {
+        // Bands of picture rows, each stored row read once while the rows it fills are written.
+        constexpr int32_t kFastBand = 16;
+        const int32_t H = stored.height;
+        WorkerPool::shared().run((H + kFastBand - 1) / kFastBand, helpersFor(threads), [&](int32_t b) {
+            unpackFastRows(rows, f, src, dst, b * kFastBand, std::min(H, (b + 1) * kFastBand), H);
+        });
         return;
     }
     // One component after the other (with an odd height the second chroma plane of 4:2:0 starts inside

@@ -32,6 +32,16 @@ VideoProps canonicalProps(const VideoProps &stored);
 void unpackFrame(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst, int64_t dstBytes,
                  int32_t threads = 0);
 
+// unpackFrame with the given row loops (to compare the sets); unpackFrame takes bestUnpackRows().
+struct UnpackRowKernels;
+void unpackFrameWith(const UnpackRowKernels &rows, const VideoProps &stored, const uint8_t *src, int64_t srcBytes,
+                     uint8_t *dst, int64_t dstBytes, int32_t threads = 0);
+
+// Whether unpackFrame reads each stored row of such a frame once for all its components (semi-planar
+// and Y210-style rows in little-endian words of the canonical size, every row whole in both buffers);
+// the other frames go component by component.
+bool unpacksInOnePass(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes);
+
 // The reference unpack: the same result as unpackFrame, one sample at a time through readComponent.
 void unpackFrameReference(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst,
                           int64_t dstBytes);
