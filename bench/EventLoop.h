@@ -27,7 +27,7 @@ inline bool spinUntil(const std::function<bool()> &done, int ms)
 inline void runFor(int ms)
 {
     QEventLoop loop;
-    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    QTimer::singleShot(ms, Qt::PreciseTimer, &loop, &QEventLoop::quit);
     loop.exec();
 }
 

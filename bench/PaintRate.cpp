@@ -28,6 +28,7 @@
 
 namespace {
 
+using kavri::bench::runFor;
 using kavri::bench::spinUntil;
 
 class PaintCounter : public QObject {
@@ -113,7 +114,7 @@ int main(int argc, char **argv)
     if (metrics) w.action("actionMetrics")->trigger();
     if (scopes) w.action("actionScopes")->trigger();
     loader->setLoop(true);
-    spinUntil([] { return false; }, 500); // let the window settle at its size
+    runFor(500); // let the window settle at its size
 
     PaintCounter counter;
     w.drawPanel()->installEventFilter(&counter);
@@ -125,12 +126,12 @@ int main(int argc, char **argv)
         loader, &KavriLoader::new_frame, &counter, [&](frame_t *) { ++delivered; }, Qt::DirectConnection);
     // The counting starts with playback under way, so start-up does not count against the rate.
     w.oon_play_pause();
-    spinUntil([] { return false; }, 500);
+    runFor(500);
     const uint64_t paints0 = counter.paints.load(), frames0 = delivered.load(), scopes0 = scopesShown;
     const uint64_t skipped0 = dock ? dock->feed().skipped() : 0;
     QElapsedTimer t;
     t.start();
-    spinUntil([] { return false; }, seconds * 1000);
+    runFor(seconds * 1000);
     const double s = t.nsecsElapsed() / 1e9;
     const uint64_t paints = counter.paints.load() - paints0, frames = delivered.load() - frames0;
     const uint64_t scopesFrames = scopesShown - scopes0, skipped = dock ? dock->feed().skipped() - skipped0 : 0;
