@@ -2,6 +2,10 @@
 
 #include "formats/StreamPath.h"
 
+#include <QElapsedTimer>
+#include <algorithm>
+#include <cstring>
+
 #ifdef Q_OS_UNIX
 #include <cerrno>
 #include <poll.h>
@@ -47,6 +51,12 @@ int64_t FrameStream::read(uint8_t *dst, int64_t n, const std::atomic<bool> *abor
 {
     if (m_failed || n <= 0) return 0;
     int64_t got = 0;
+    if (!m_pushback.isEmpty()) {
+        got = std::min<int64_t>(n, m_pushback.size());
+        std::memcpy(dst, m_pushback.constData(), size_t(got));
+        m_pushback.remove(0, qsizetype(got));
+        if (got == n) return got;
+    }
 #ifdef Q_OS_UNIX
     if (m_fd >= 0) {
         while (got < n) {
@@ -78,9 +88,60 @@ int64_t FrameStream::read(uint8_t *dst, int64_t n, const std::atomic<bool> *abor
     return got;
 }
 
+bool FrameStream::readLine(QByteArray &line, int64_t maxBytes, const std::atomic<bool> *abort)
+{
+    line.clear();
+    // Byte by byte: a pipe cannot give back what was read past the newline. Lines here are short (a
+    // y4m FRAME line), so the calls cost nothing next to the frame after them.
+    for (int64_t i = 0; i < maxBytes; ++i) {
+        uint8_t c = 0;
+        if (read(&c, 1, abort) != 1) return false;
+        if (c == '\n') return true;
+        line.append(char(c));
+    }
+    return false;
+}
+
+QByteArray FrameStream::readWithin(int64_t maxBytes, int waitMs, const std::function<bool(const QByteArray &)> &enough)
+{
+    QByteArray got = m_pushback;
+    m_pushback.clear();
+#ifdef Q_OS_UNIX
+    if (m_fd < 0 || m_failed) return got;
+    QElapsedTimer t;
+    t.start();
+    char chunk[4096];
+    while (qint64(got.size()) < maxBytes && !(enough && enough(got))) {
+        const qint64 left = waitMs - t.elapsed();
+        if (left < 0) break;
+        pollfd p{m_fd, POLLIN, 0};
+        const int r = ::poll(&p, 1, int(std::min<qint64>(left, 50)));
+        if (r < 0 && errno == EINTR) continue;
+        if (r < 0) break;
+        if (r == 0) continue;
+        const ssize_t k = ::read(m_fd, chunk, size_t(std::min<qint64>(qint64(sizeof chunk), maxBytes - got.size())));
+        if (k < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        if (k <= 0) break; // the writer closed: what came is all there is
+        got.append(chunk, qsizetype(k));
+    }
+#else
+    Q_UNUSED(maxBytes);
+    Q_UNUSED(waitMs);
+    Q_UNUSED(enough);
+#endif
+    return got;
+}
+
+void FrameStream::unread(const QByteArray &bytes)
+{
+    m_pushback.prepend(bytes);
+    if (!bytes.isEmpty()) m_atEnd = false;
+}
+
 bool FrameStream::seek(uint64_t offset)
 {
     m_atEnd = false;
+    m_pushback.clear();
     if (m_failed || m_fd >= 0 || offset > uint64_t(INT64_MAX)) return false;
     return m_file.seek(qint64(offset));
 }

@@ -2,11 +2,13 @@
 // such as standard input (not seekable, never closed here).
 #pragma once
 
+#include <QByteArray>
 #include <QFile>
 #include <QMutex>
 #include <QString>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 class FrameStream {
@@ -25,6 +27,17 @@ public:
     // `n` marks the stream as at its end. `abort` (may be null) is polled while a pipe has nothing to
     // give, so that a stalled writer never holds up the reader's owner for long.
     int64_t read(uint8_t *dst, int64_t n, const std::atomic<bool> *abort = nullptr);
+    // Reads one line up to and including its newline, at most `maxBytes` bytes (the newline included),
+    // waiting for a pipe as read() does. The line comes back without its newline; false when the stream
+    // ended first or the line runs on past `maxBytes` (what was read is then gone).
+    bool readLine(QByteArray &line, int64_t maxBytes, const std::atomic<bool> *abort = nullptr);
+    // What a descriptor has to give within `waitMs`, up to `maxBytes`: reads until the bytes wanted are
+    // there, the writer closes, or the time is up. For a look at the start of a stream; give back what
+    // was not used with unread(). Empty for a file.
+    QByteArray readWithin(int64_t maxBytes, int waitMs, const std::function<bool(const QByteArray &)> &enough);
+    // Puts bytes back in front of the stream: the next reads take them first.
+    void unread(const QByteArray &bytes);
+
     // Positions a file at `offset` and clears the end and error state; false for a descriptor or a
     // failed stream.
     bool seek(uint64_t offset);
@@ -47,6 +60,8 @@ public:
 private:
     FrameStream() = default;
 
+    // Bytes given back by unread(), read before anything new from the descriptor.
+    QByteArray m_pushback;
     QFile m_file;
     int m_fd = -1;         // >= 0 for a wrapped descriptor
     bool m_ownsFd = false; // a pipe opened here is closed here; a wrapped descriptor is not

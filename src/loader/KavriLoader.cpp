@@ -36,6 +36,12 @@ constexpr bool kWholeMillisecondPause = false;
 
 bool isStdinPath(const QString &p) { return p == QLatin1String("-"); }
 
+// How messages name a stream: standard input, or the pipe's path.
+QString streamName(const QString &path)
+{
+    return path == QLatin1String("-") ? QStringLiteral("standard input") : QStringLiteral("'%1'").arg(path);
+}
+
 bool startsWithY4mSignature(const uint8_t *bytes, int64_t count)
 {
     constexpr int64_t n = sizeof(kavri::kY4mSignature) - 1;
@@ -62,6 +68,8 @@ KavriLoader::KavriLoader(const QString &path, const QString &diffPath, const Opt
         // Elsewhere a descriptor has no text mode: the bytes arrive as they were written.
         m_main = FrameStream::wrapDescriptor(options.stdinDescriptor);
         m_opened = true;
+        lookForStreamHeader(options.streamHeaderWaitMs);
+        if (!m_opened) return;
         validate();
         return;
     }
@@ -91,7 +99,59 @@ KavriLoader::KavriLoader(const QString &path, const QString &diffPath, const Opt
         return;
     }
     m_pending = found.props;
+    if (kavri::isStreamPath(m_path)) {
+        lookForStreamHeader(options.streamHeaderWaitMs);
+        if (!m_opened) return;
+    }
     validate();
+}
+
+void KavriLoader::lookForStreamHeader(int waitMs)
+{
+    if (!m_main || waitMs < 0) return;
+    const QByteArray signature(kavri::kY4mSignature);
+    // Enough is known once the bytes cannot start a y4m header, or once its line is complete.
+    const QByteArray start = m_main->readWithin(kavri::kMaxY4mHeaderBytes, waitMs, [&](const QByteArray &b) {
+        if (!signature.startsWith(b.left(signature.size()))) return true;
+        return b.size() >= signature.size() && b.contains('\n');
+    });
+    if (!kavri::hasY4mSignature(start) || !start.contains('\n')) {
+        // Raw samples, or a header still on its way: the frames read them as they always did.
+        m_main->unread(start);
+        return;
+    }
+    const kavri::Y4mParse parsed = kavri::parseY4mHeader(start);
+    if (!parsed.header) {
+        m_openError = QStringLiteral("%1: %2").arg(streamName(m_path), parsed.error);
+        m_opened = false;
+        m_main.reset();
+        m_diffStream.reset();
+        return;
+    }
+    const kavri::Y4mHeader &h = *parsed.header;
+    kavri::applyY4mHeader(h, m_pending);
+    // A stream is read front to back: its header is gone already and its FRAME lines are read as they
+    // come, so the record places nothing before its frames.
+    m_pending.headerBytes = 0;
+    m_pending.frameHeaderBytes = 0;
+    m_streamIsY4m = true;
+    m_main->unread(start.mid(qsizetype(h.headerBytes)));
+}
+
+bool KavriLoader::readStreamFrameLine()
+{
+    if (m_streamDamaged) return false;
+    QByteArray line;
+    const bool ended = m_main->readLine(line, kavri::kMaxY4mFrameLineBytes, &m_quitRequested);
+    if (!ended && (m_main->atEnd() || m_quitRequested.load())) return false; // the stream is over
+    if (ended && line.startsWith("FRAME") && (line.size() == 5 || line[5] == ' ')) return true;
+    m_streamDamaged = true;
+    emit cannot_show(QStringLiteral("The y4m stream of %1 is damaged after frame %2: where a FRAME line should "
+                                    "start, there is none; nothing more is read from it")
+                         .arg(streamName(m_path))
+                         .arg(m_streamFrame));
+    if (m_playing.load()) postCommand(kCmdStop, kCmdAsync);
+    return false;
 }
 
 KavriLoader::~KavriLoader() = default;
@@ -362,6 +422,7 @@ bool KavriLoader::deliverFrame(bool readAhead)
         }
     } else {
         seekToStreamFrame();
+        if (m_streamIsY4m && !readStreamFrameLine()) return false;
         got = m_main->read(mainBuf, m_frameBytes, &m_quitRequested);
         if (got > 0 && m_hasDiff)
             gotDiff = m_diffStream ? m_diffStream->read(m_pipeline.readBuffer(kavri::FramePipeline::Buffer::Second),
@@ -372,13 +433,12 @@ bool KavriLoader::deliverFrame(bool readAhead)
     // Nothing new (a vanished or exhausted file): the last good frame stays on screen.
     if (got <= 0 || m_quitRequested.load()) return false;
     if (m_hasDiff && gotDiff != got) return false;
-    // A y4m stream is read only from a file (its header is found before anything is read); shown as raw
-    // samples, header and FRAME lines included, it would be nonsense. Said once, instead of a first frame.
-    if (m_isStdin && !m_haveShown.load() && startsWithY4mSignature(mainBuf, got)) {
-        emit cannot_show(QStringLiteral("%1 carries a y4m stream, which is read only from a file; save it to a file "
-                                        "and open that")
-                             .arg(m_path == QLatin1String("-") ? QStringLiteral("standard input")
-                                                               : QStringLiteral("'%1'").arg(m_path)));
+    // A y4m header is looked for only when a stream is opened; one that came later, shown as raw samples
+    // (header and FRAME lines included), would be nonsense. Said once, instead of a first frame.
+    if (m_isStdin && !m_streamIsY4m && !m_haveShown.load() && startsWithY4mSignature(mainBuf, got)) {
+        emit cannot_show(QStringLiteral("%1 carries a y4m stream whose header came after the player had started "
+                                        "reading; start the writer first, or save it to a file and open that")
+                             .arg(streamName(m_path)));
         if (m_playing.load()) postCommand(kCmdStop, kCmdAsync);
         return false;
     }

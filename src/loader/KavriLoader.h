@@ -55,6 +55,9 @@ public:
         bool rememberFormats = true; // store a playable record when it is validated
         int stdinDescriptor = 0;     // what "-" reads; standard input unless a caller hands another
         bool readAhead = true;       // read the next frame of a file while converting (off: to measure it)
+        // How long opening a stream ("-" or a pipe) waits for its first bytes, to find a y4m header there.
+        // A writer that says nothing for that long is read as raw samples of the record given.
+        int streamHeaderWaitMs = 1000;
     };
 
     KavriLoader(const QString &path, const QString &diffPath, const Options &options, QObject *parent = nullptr);
@@ -205,6 +208,12 @@ private:
     void positionStreams(uint64_t frame);
     // Before a read: puts the streams of files with FRAME lines at the samples of the frame they read next.
     void seekToStreamFrame();
+    // Looks at the first bytes of a stream for a y4m header; a header found gives the pending record and
+    // makes every frame read take its FRAME line first. The bytes read past the header are given back.
+    void lookForStreamHeader(int waitMs);
+    // Reads the FRAME line before a frame of a y4m stream. False at the stream's end, and for a damaged
+    // line (said once; the stream is read no further).
+    bool readStreamFrameLine();
     // Shows the current frame again when playback would not do it soon.
     void redisplay();
 
@@ -212,6 +221,8 @@ private:
     QString m_path;
     QString m_diffPath;
     bool m_isStdin = false;
+    bool m_streamIsY4m = false;   // a stream that began with a y4m header: FRAME lines between frames
+    bool m_streamDamaged = false; // a y4m stream whose FRAME line was not one: nothing more is read
     bool m_opened = false;
     QString m_openError;
     bool m_hasDiff = false;

@@ -33,6 +33,7 @@ protected:
         o.useRemembered = false;
         o.rememberFormats = false;
         o.stdinDescriptor = stdinFd;
+        o.streamHeaderWaitMs = 0; // the tests' writers start after the loader is made
         return o;
     }
 

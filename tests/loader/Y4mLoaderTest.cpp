@@ -180,7 +180,7 @@ TEST(Y4mLoaderRefusal, ADamagedFileIsNotOpened)
 }
 
 #ifdef Q_OS_UNIX
-TEST(Y4mLoaderRefusal, AStreamOnStandardInputIsToldNotShown)
+TEST(Y4mLoaderRefusal, AStreamWhoseHeaderComesLateIsToldNotShown)
 {
     int fds[2];
     ASSERT_EQ(::pipe(fds), 0);
@@ -189,6 +189,7 @@ TEST(Y4mLoaderRefusal, AStreamOnStandardInputIsToldNotShown)
     o.useRemembered = false;
     o.rememberFormats = false;
     o.stdinDescriptor = fds[0];
+    o.streamHeaderWaitMs = 0; // the writer starts after the loader has looked
     KavriLoader *loader = KavriLoader::create(QStringLiteral("-"), {}, o);
     ASSERT_NE(loader, nullptr);
     VideoProps &p = loader->pendingProps();
@@ -219,6 +220,179 @@ TEST(Y4mLoaderRefusal, AStreamOnStandardInputIsToldNotShown)
     EXPECT_TRUE(owner.seen().empty()); // nothing was shown as raw samples
     EXPECT_TRUE(returnsWithin([loader] { loader->detach(); }));
     ::close(fds[0]);
+}
+
+// Writes `data` into a new pipe from a thread of its own (a pipe holds only so much), closing it after.
+class PipeWriter {
+public:
+    explicit PipeWriter(QByteArray data) : m_data(std::move(data))
+    {
+        m_ok = ::pipe(m_fds) == 0;
+        if (!m_ok) return;
+        m_thread = std::thread([this] {
+            const char *at = m_data.constData();
+            qint64 left = m_data.size();
+            while (left > 0) {
+                const ssize_t k = ::write(m_fds[1], at, size_t(left));
+                if (k <= 0) break;
+                at += k;
+                left -= k;
+            }
+            ::close(m_fds[1]);
+        });
+    }
+    ~PipeWriter()
+    {
+        if (!m_ok) return;
+        // A reader that stopped early leaves the writer blocked: closing the read end frees it.
+        ::close(m_fds[0]);
+        m_thread.join();
+    }
+    bool ok() const { return m_ok; }
+    int readEnd() const { return m_fds[0]; }
+
+private:
+    QByteArray m_data;
+    int m_fds[2] = {-1, -1};
+    bool m_ok = false;
+    std::thread m_thread;
+};
+
+KavriLoader::Options streamOptions(int fd)
+{
+    KavriLoader::Options o;
+    o.useRemembered = false;
+    o.rememberFormats = false;
+    o.stdinDescriptor = fd;
+    o.streamHeaderWaitMs = 60000; // the bytes are on their way already; the wait ends when they are in
+    return o;
+}
+
+// A y4m stream on standard input gives the record from its header and plays its frames past their FRAME
+// lines, whatever parameters a FRAME line carries and however the bytes are split across reads.
+TEST(Y4mStream, StandardInputIsReadThroughItsHeader)
+{
+    struct Case {
+        const char *name;
+        QByteArray params;
+        QByteArray frameLine;
+        int32_t width;
+        int32_t height;
+        double rate;
+    };
+    const Case cases[] = {
+        {"plain", "W16 H16 F1000:1 Cmono", "FRAME", 16, 16, 1000.0},
+        {"frame parameters", "W16 H16 F30000:1001 Ip A1:1 Cmono XYSCSS=MONO", "FRAME Ip XCOMMENT=1", 16, 16,
+         30000.0 / 1001.0},
+        {"header comment", "W16 H16 F1000:1 Cmono X" + QByteArray(3000, 'c'), "FRAME", 16, 16, 1000.0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        QByteArray data = "YUV4MPEG2 " + c.params + "\n";
+        for (uint64_t i = 0; i < 4; ++i) data += c.frameLine + "\n" + markedFrame(i);
+        PipeWriter writer(data);
+        ASSERT_TRUE(writer.ok());
+        QString why;
+        KavriLoader *loader = KavriLoader::create(QStringLiteral("-"), {}, streamOptions(writer.readEnd()), &why);
+        ASSERT_NE(loader, nullptr) << why.toStdString();
+        const VideoProps &p = loader->pendingProps();
+        EXPECT_EQ(p.width, c.width);
+        EXPECT_EQ(p.height, c.height);
+        EXPECT_EQ(p.format, BW);
+        EXPECT_DOUBLE_EQ(p.frameRate, c.rate);
+        EXPECT_EQ(p.headerBytes, 0u);
+        ASSERT_TRUE(kavri::isPlayable(loader->validityMask()));
+        TestOwner owner;
+        owner.loader = loader;
+        owner.wholeBytes = kFrameBytes;
+        loader->attach(&owner, &owner);
+        ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
+        emit owner.play();
+        ASSERT_TRUE(owner.waitForFrames(4, kWaitMs));
+        const auto seen = owner.seen();
+        for (size_t i = 0; i < 4; ++i) {
+            EXPECT_EQ(seen[i].content, i);
+            EXPECT_TRUE(seen[i].whole) << "frame " << i;
+        }
+        EXPECT_TRUE(owner.failure().isEmpty()) << owner.failure().toStdString();
+        owner.release();
+        EXPECT_TRUE(returnsWithin([loader] { loader->detach(); }));
+    }
+}
+
+// A FRAME line that is not one stops the stream with a message naming where; the frames before it were
+// shown as they are, and nothing after it is shown as a frame.
+TEST(Y4mStream, ADamagedFrameLineStopsTheStreamWithAMessage)
+{
+    PipeWriter writer(markedY4m(2) + "FRAMX\n" + markedFrame(2) + "FRAME\n" + markedFrame(3));
+    ASSERT_TRUE(writer.ok());
+    KavriLoader *loader = KavriLoader::create(QStringLiteral("-"), {}, streamOptions(writer.readEnd()));
+    ASSERT_NE(loader, nullptr);
+    TestOwner owner;
+    owner.loader = loader;
+    owner.wholeBytes = kFrameBytes;
+    loader->attach(&owner, &owner);
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
+    emit owner.play();
+    ASSERT_TRUE(owner.waitUntil([&] { return !owner.failure().isEmpty(); }, kWaitMs));
+    EXPECT_TRUE(owner.failure().contains("after frame 2")) << owner.failure().toStdString();
+    EXPECT_TRUE(owner.failure().contains("standard input")) << owner.failure().toStdString();
+    const auto seen = owner.seen();
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[1].content, 1u);
+    owner.release();
+    EXPECT_TRUE(returnsWithin([loader] { loader->detach(); }));
+}
+
+// A header that is not a usable one refuses the stream at once, saying why; raw bytes, and a stream
+// that ends inside the signature, are left to the record as before.
+TEST(Y4mStream, TheStartOfAStreamDecidesHowItIsRead)
+{
+    struct Case {
+        const char *name;
+        QByteArray data;
+        bool opens;
+        const char *why;
+    };
+    const Case cases[] = {
+        {"no width", "YUV4MPEG2 H16 F25:1\nFRAME\n", false, "width"},
+        {"unknown colour", "YUV4MPEG2 W16 H16 Cxyz\nFRAME\n", false, "standard input"},
+        {"raw samples", markedFrame(0) + markedFrame(1), true, ""},
+        {"a cut signature", "YUV4M", true, ""},
+        {"nothing at all", "", true, ""},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        PipeWriter writer(c.data);
+        ASSERT_TRUE(writer.ok());
+        QString why;
+        KavriLoader *loader = KavriLoader::create(QStringLiteral("-"), {}, streamOptions(writer.readEnd()), &why);
+        EXPECT_EQ(loader != nullptr, c.opens) << why.toStdString();
+        if (!c.opens) {
+            EXPECT_TRUE(why.contains(c.why)) << why.toStdString();
+            continue;
+        }
+        ASSERT_NE(loader, nullptr);
+        // The bytes looked at are still there for the first frame.
+        VideoProps &p = loader->pendingProps();
+        p.width = kW;
+        p.height = kH;
+        p.format = BW;
+        p.frameRate = 1000.0;
+        loader->validate();
+        TestOwner owner;
+        owner.loader = loader;
+        loader->attach(&owner, &owner);
+        ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
+        emit owner.play();
+        if (c.data.size() >= qsizetype(2 * kFrameBytes)) {
+            ASSERT_TRUE(owner.waitForFrames(2, kWaitMs));
+            EXPECT_EQ(owner.seen()[0].content, 0u);
+            EXPECT_EQ(owner.seen()[1].content, 1u);
+        }
+        owner.release();
+        EXPECT_TRUE(returnsWithin([loader] { loader->detach(); }));
+    }
 }
 #endif
 
