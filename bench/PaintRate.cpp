@@ -45,7 +45,7 @@ int usage()
 {
     std::fprintf(stderr, "usage: kavri_paint_rate FILE WIDTH HEIGHT [--bits N] [--rate R] [--seconds S] "
                          "[--zoom 25|33|50|100|200] [--window WxH] [--fullscreen] [--diff FILE2 [--metrics]] "
-                         "[--scopes]\n");
+                         "[--scopes] [--pq]\n");
     return 2;
 }
 
@@ -67,7 +67,7 @@ int main(int argc, char **argv)
     config.rate = 60.0;
     int bits = 8, seconds = 5, zoom = 100;
     QSize window;
-    bool fullscreen = false, metrics = false, scopes = false;
+    bool fullscreen = false, metrics = false, scopes = false, pq = false;
     for (int i = 3; i < args.size(); ++i) {
         const QString &a = args[i];
         const QString v = i + 1 < args.size() ? args[i + 1] : QString();
@@ -89,6 +89,8 @@ int main(int argc, char **argv)
             metrics = true;
         else if (a == "--scopes")
             scopes = true;
+        else if (a == "--pq")
+            pq = true;
         else
             return usage();
     }
@@ -107,6 +109,16 @@ int main(int argc, char **argv)
             std::fprintf(stderr, "not playable at %d bits\n", bits);
             return 1;
         }
+    }
+    if (pq) {
+        // The usual reading of HDR10 material: BT.2020 limited range through PQ, tone-mapped for a 1000-nit
+        // peak.
+        kavri::ColourDescription c;
+        c.matrix = kavri::ColourMatrix::BT2020;
+        c.range = kavri::ColourRange::Limited;
+        c.transfer = kavri::ColourTransfer::PQ;
+        c.peakNits = 1000;
+        loader->setColour(c);
     }
     if (QAction *z = w.action(QStringLiteral("action%1").arg(zoom).toLatin1().constData())) z->trigger();
     if (window.isValid()) w.resize(window);
@@ -139,9 +151,9 @@ int main(int argc, char **argv)
     const QSize panel = w.drawPanel()->size();
     std::printf("{\"platform\": \"%s\", \"video\": \"%dx%d\", \"bits\": %d, \"rate\": %.3f, \"zoom\": %d, "
                 "\"panel\": \"%dx%d\", \"metrics\": %s, \"seconds\": %.3f, \"delivered_fps\": %.2f, "
-                "\"painted_fps\": %.2f, \"scopes\": %s, \"scopes_fps\": %.2f, \"scopes_skipped\": %llu}\n",
+                "\"painted_fps\": %.2f, \"pq\": %s, \"scopes\": %s, \"scopes_fps\": %.2f, \"scopes_skipped\": %llu}\n",
                 qPrintable(QGuiApplication::platformName()), config.width, config.height, bits, config.rate, zoom,
                 panel.width(), panel.height(), metrics ? "true" : "false", s, frames / s, paints / s,
-                scopes ? "true" : "false", scopesFrames / s, (unsigned long long)skipped);
+                pq ? "true" : "false", scopes ? "true" : "false", scopesFrames / s, (unsigned long long)skipped);
     return 0;
 }
