@@ -180,6 +180,20 @@ TEST(Y4mLoaderRefusal, ADamagedFileIsNotOpened)
 }
 
 #ifdef Q_OS_UNIX
+// Writes all of `data` to `fd` (as far as a reader takes it), then closes it.
+void writeAllAndClose(int fd, const QByteArray &data)
+{
+    const char *at = data.constData();
+    qint64 left = data.size();
+    while (left > 0) {
+        const ssize_t k = ::write(fd, at, size_t(left));
+        if (k <= 0) break;
+        at += k;
+        left -= k;
+    }
+    ::close(fd);
+}
+
 TEST(Y4mLoaderRefusal, AStreamWhoseHeaderComesLateIsToldNotShown)
 {
     int fds[2];
@@ -203,17 +217,7 @@ TEST(Y4mLoaderRefusal, AStreamWhoseHeaderComesLateIsToldNotShown)
     ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
     emit owner.play();
     const QByteArray data = markedY4m(3);
-    std::thread writer([&] {
-        const char *at = data.constData();
-        qint64 left = data.size();
-        while (left > 0) {
-            const ssize_t k = ::write(fds[1], at, size_t(left));
-            if (k <= 0) break;
-            at += k;
-            left -= k;
-        }
-        ::close(fds[1]);
-    });
+    std::thread writer([&] { writeAllAndClose(fds[1], data); });
     writer.join();
     EXPECT_TRUE(owner.waitUntil([&] { return !owner.failure().isEmpty(); }, kWaitMs));
     EXPECT_TRUE(owner.failure().contains("y4m")) << owner.failure().toStdString();
@@ -229,17 +233,7 @@ public:
     {
         m_ok = ::pipe(m_fds) == 0;
         if (!m_ok) return;
-        m_thread = std::thread([this] {
-            const char *at = m_data.constData();
-            qint64 left = m_data.size();
-            while (left > 0) {
-                const ssize_t k = ::write(m_fds[1], at, size_t(left));
-                if (k <= 0) break;
-                at += k;
-                left -= k;
-            }
-            ::close(m_fds[1]);
-        });
+        m_thread = std::thread([this] { writeAllAndClose(m_fds[1], m_data); });
     }
     ~PipeWriter()
     {
