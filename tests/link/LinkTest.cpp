@@ -1,4 +1,5 @@
 #include "link/KavriLink.h"
+#include "support/QtWait.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -102,11 +103,11 @@ TEST(LinkInProcess, CommandsArriveInOrderAndBadMessagesAreIgnored)
     }
     sender->send(Command::Play);
     sender->send(Command::Seek, 4000000000u);
-    QTRY_COMPARE_WITH_TIMEOUT(seek.count(), 1, kWaitMs);
+    KAVRI_TRY_COMPARE(seek.count(), 1, kWaitMs);
     EXPECT_EQ(play.count(), 1);
     EXPECT_EQ(seek.at(0).at(0).toUInt(), 4000000000u);
     sender.reset(); // says "quit" and removes the queue
-    QTRY_COMPARE_WITH_TIMEOUT(quit.count(), 1, kWaitMs);
+    KAVRI_TRY_COMPARE(quit.count(), 1, kWaitMs);
     EXPECT_FALSE(QFileInfo::exists("/dev/shm/" + name));
 }
 
@@ -115,7 +116,7 @@ TEST(LinkInProcess, SilentPartnerCountsAsGone)
     const QString name = newLinkName();
     KavriReceive *r = KavriReceive::start(name, fast());
     QSignalSpy quit(r, &KavriReceive::receiver_quit);
-    QTRY_COMPARE_WITH_TIMEOUT(quit.count(), 1, kWaitMs);
+    KAVRI_TRY_COMPARE(quit.count(), 1, kWaitMs);
     EXPECT_FALSE(QFileInfo::exists("/dev/shm/" + name)) << "a stale queue is cleaned up";
 }
 
@@ -190,7 +191,7 @@ TEST_F(LinkPeerProcess, CommandsCrossBothWays)
     EXPECT_TRUE(waitLine("relo"));
 
     peer.write("play\npaus\nseek 12\nstop\nrelo\n");
-    QTRY_COMPARE_WITH_TIMEOUT(reload.count(), 1, kWaitMs);
+    KAVRI_TRY_COMPARE(reload.count(), 1, kWaitMs);
     EXPECT_EQ(play.count(), 1);
     EXPECT_EQ(pause.count(), 1);
     EXPECT_EQ(stop.count(), 1);
@@ -205,7 +206,7 @@ TEST_F(LinkPeerProcess, QuitEndsThePartner)
     EXPECT_TRUE(waitLine("quit"));
     EXPECT_TRUE(peer.waitForFinished(kWaitMs));
     // The partner's sender said quit on its way out.
-    QTRY_COMPARE_WITH_TIMEOUT(quit.count(), 1, kWaitMs);
+    KAVRI_TRY_COMPARE(quit.count(), 1, kWaitMs);
     receiver = nullptr;
 }
 
@@ -216,7 +217,7 @@ TEST_F(LinkPeerProcess, KilledPartnerLeavesUsResponsiveAndUnlinked)
     peer.waitForFinished(kWaitMs);
     // Sending to a partner that no longer reads never blocks.
     for (unsigned i = 0; i < 2 * kQueueCapacity; ++i) sender->send(Command::Seek, i);
-    QTRY_COMPARE_WITH_TIMEOUT(quit.count(), 1, kWaitMs);
+    KAVRI_TRY_COMPARE(quit.count(), 1, kWaitMs);
     receiver = nullptr;
 }
 

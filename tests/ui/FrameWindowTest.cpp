@@ -1,5 +1,6 @@
 #include "formats/Settings.h"
 #include "pixel/FramePipeline.h"
+#include "support/QtWait.h"
 #include "ui/BrightnessPanel.h"
 #include "ui/KavriFormatDialog.h"
 #include "ui/SaveFrame.h"
@@ -198,20 +199,20 @@ TEST(FrameWindow, WindowFitsThePictureAtEveryZoomStep)
         c.format = YUV_p420;
         frame w(&c);
         w.show();
-        QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+        KAVRI_TRY_VERIFY(w.loader() && w.loader()->isInitialized(), 20000);
         const QSize video(sz.w, sz.h);
         const QSize room = w.screen()->availableGeometry().size();
         const kavri::view::ZoomStep opened = kavri::view::largestStepThatFits(
             kavri::view::ZoomStep::Z100, video, room - (w.frameGeometry().size() - w.drawPanel()->size()));
         KavriDrawPanel *panel = w.drawPanel();
-        QTRY_COMPARE_WITH_TIMEOUT(panel->size(), kavri::view::zoomTarget(opened, video), 20000);
+        KAVRI_TRY_COMPARE(panel->size(), kavri::view::zoomTarget(opened, video), 20000);
         const char *steps[] = {"action200", "action25", "action100", "action33", "action50", "action25", "action200"};
         for (const char *name : steps) {
             SCOPED_TRACE(name);
             w.action(name)->trigger();
             EXPECT_TRUE(w.action(name)->isChecked());
             const QSize want = panel->sizeHint();
-            QTRY_COMPARE_WITH_TIMEOUT(panel->size(), want, 5000);
+            KAVRI_TRY_COMPARE(panel->size(), want, 5000);
             // The window is its own fitted size: as tall as the panel and its controls, as wide as the
             // panel once the panel is wider than the menus need.
             EXPECT_EQ(w.size(), w.sizeHint());
@@ -222,9 +223,9 @@ TEST(FrameWindow, WindowFitsThePictureAtEveryZoomStep)
             EXPECT_LE(panel->x(), (w.width() - want.width()) / 2 + 1) << "the picture stands in the middle";
         }
         w.action("actionFullscreen")->trigger();
-        QTRY_VERIFY_WITH_TIMEOUT(panel->maximumWidth() == QWIDGETSIZE_MAX, 5000);
+        KAVRI_TRY_VERIFY(panel->maximumWidth() == QWIDGETSIZE_MAX, 5000);
         w.action("actionFullscreen")->trigger();
-        QTRY_COMPARE_WITH_TIMEOUT(panel->size(), kavri::view::zoomTarget(kavri::view::ZoomStep::Z200, video), 5000);
+        KAVRI_TRY_COMPARE(panel->size(), kavri::view::zoomTarget(kavri::view::ZoomStep::Z200, video), 5000);
         kavri::forgetRemembered(c.file);
     }
 }
@@ -239,7 +240,7 @@ TEST(FrameWindow, ZoomStepIsRememberedPerFile)
     c.format = YUV_p420;
     {
         frame w(&c);
-        QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+        KAVRI_TRY_VERIFY(w.loader() && w.loader()->isInitialized(), 20000);
         w.action("action50")->trigger();
         EXPECT_TRUE(w.action("action50")->isChecked());
         EXPECT_EQ(w.drawPanel()->sizeHint(), QSize(176, 144));
@@ -252,7 +253,7 @@ TEST(FrameWindow, ZoomStepIsRememberedPerFile)
     KavriStartupConfig again;
     again.file = c.file;
     frame w2(&again);
-    QTRY_VERIFY_WITH_TIMEOUT(w2.action("action50")->isChecked(), 20000);
+    KAVRI_TRY_VERIFY(w2.action("action50")->isChecked(), 20000);
     kavri::forgetRemembered(c.file);
 }
 } // namespace
@@ -270,7 +271,7 @@ TEST(FrameWindow, NavigationActionsLandOnTheExpectedFrames)
     c.rate = 10.0; // fast forward and backward jump 10 frames
     c.format = YUV_p420;
     frame w(&c);
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    KAVRI_TRY_VERIFY(w.loader() && w.loader()->isInitialized(), 20000);
     EXPECT_EQ(w.statusText(), QStringLiteral("64x48@10Hz  40 frames   0'4\"00   0.176MB"));
     auto *view = w.findChild<QLabel *>(QStringLiteral("lbl_view"));
     ASSERT_NE(view, nullptr);
@@ -294,7 +295,7 @@ TEST(FrameWindow, NavigationActionsLandOnTheExpectedFrames)
     for (const auto &s : steps) {
         SCOPED_TRACE(s.action);
         w.action(s.action)->trigger();
-        QTRY_COMPARE_WITH_TIMEOUT(w.currentFrame(), s.frame, 20000);
+        KAVRI_TRY_COMPARE(w.currentFrame(), s.frame, 20000);
     }
     kavri::forgetRemembered(c.file);
 }
@@ -325,7 +326,7 @@ TEST(FrameWindow, ShortFileDialogSaysWhy)
     });
     poll.start(10);
     frame w(&c);
-    QTRY_VERIFY_WITH_TIMEOUT(!shown.isEmpty(), 20000);
+    KAVRI_TRY_VERIFY(!shown.isEmpty(), 20000);
     EXPECT_EQ(shown, QStringLiteral("the file holds 1000 bytes, less than one frame of 3110400 bytes"));
     EXPECT_TRUE(visible);
     kavri::forgetRemembered(c.file);
@@ -343,9 +344,9 @@ TEST(FrameWindow, MagnifierHintAndCloseFile)
     c.height = 48;
     c.format = YUV_p420;
     frame w(&c);
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    KAVRI_TRY_VERIFY(w.loader() && w.loader()->isInitialized(), 20000);
     EXPECT_EQ(w.action("action100")->shortcut(), QKeySequence(QStringLiteral("Ctrl+0")));
-    QTRY_VERIFY_WITH_TIMEOUT(!w.drawPanel()->showingStartup(), 20000); // the first frame is on screen
+    KAVRI_TRY_VERIFY(!w.drawPanel()->showingStartup(), 20000); // the first frame is on screen
 
     w.action("actionMagnifier")->trigger();
     ASSERT_TRUE(w.action("actionMagnifier")->isChecked());
@@ -375,7 +376,7 @@ TEST(FrameWindow, PlayWithoutRateSaysHowToSetOne)
     c.height = 48;
     c.format = YUV_p420;
     frame w(&c);
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    KAVRI_TRY_VERIFY(w.loader() && w.loader()->isInitialized(), 20000);
     w.loader()->pendingProps().frameRate = 0.0; // as standard input without -r, or the format dialog's 0
     w.action("actionPlay")->trigger();
     EXPECT_TRUE(w.statusBar()->currentMessage().contains(QStringLiteral("-r RATE")));
@@ -383,7 +384,7 @@ TEST(FrameWindow, PlayWithoutRateSaysHowToSetOne)
     // With a rate the same key plays.
     w.loader()->pendingProps().frameRate = 25.0;
     w.action("actionPlay")->trigger();
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader()->isPlaying(), 20000);
+    KAVRI_TRY_VERIFY(w.loader()->isPlaying(), 20000);
     w.action("actionPlay")->trigger();
     kavri::forgetRemembered(c.file);
 }
@@ -401,7 +402,7 @@ TEST(FrameWindow, DialogsDuringPlaybackLeaveThePlayStateTrue)
     c.rate = 50.0;
     c.format = YUV_p420;
     frame w(&c);
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    KAVRI_TRY_VERIFY(w.loader() && w.loader()->isInitialized(), 20000);
     QTimer accept;
     QObject::connect(&accept, &QTimer::timeout, [] {
         if (auto *d = qobject_cast<QDialog *>(QApplication::activeModalWidget())) d->accept();
@@ -410,15 +411,15 @@ TEST(FrameWindow, DialogsDuringPlaybackLeaveThePlayStateTrue)
     for (const char *dialog : {"actionGo_to_frame", "actionFormat"}) {
         SCOPED_TRACE(dialog);
         w.action("actionPlay")->trigger();
-        QTRY_VERIFY_WITH_TIMEOUT(w.loader()->isPlaying(), 20000);
+        KAVRI_TRY_VERIFY(w.loader()->isPlaying(), 20000);
         w.action(dialog)->trigger();
         EXPECT_FALSE(w.isPlaying());
-        QTRY_VERIFY_WITH_TIMEOUT(!w.loader()->isPlaying(), 20000);
+        KAVRI_TRY_VERIFY(!w.loader()->isPlaying(), 20000);
         w.action("actionPlay")->trigger(); // one Space resumes
         EXPECT_TRUE(w.isPlaying());
-        QTRY_VERIFY_WITH_TIMEOUT(w.loader()->isPlaying(), 20000);
+        KAVRI_TRY_VERIFY(w.loader()->isPlaying(), 20000);
         w.action("actionPlay")->trigger();
-        QTRY_VERIFY_WITH_TIMEOUT(!w.loader()->isPlaying(), 20000);
+        KAVRI_TRY_VERIFY(!w.loader()->isPlaying(), 20000);
     }
     kavri::forgetRemembered(c.file);
 }
@@ -446,7 +447,7 @@ TEST(FrameWindow, LinkThatCannotBeMadeSaysWhy)
     });
     poll.start(10);
     frame w(&c);
-    QTRY_VERIFY_WITH_TIMEOUT(!text.isEmpty(), 20000);
+    KAVRI_TRY_VERIFY(!text.isEmpty(), 20000);
     EXPECT_EQ(text, QStringLiteral("The players could not be linked."));
     EXPECT_TRUE(detail.contains(QStringLiteral("no/such/queue"))) << detail.toStdString();
     EXPECT_FALSE(w.isLinked());
@@ -481,7 +482,7 @@ TEST(FrameWindow, FrameTooLargeForMemorySaysSo)
         poll.start(10);
         {
             frame w(&cfg);
-            QTRY_VERIFY_WITH_TIMEOUT(!text.isEmpty(), 20000);
+            KAVRI_TRY_VERIFY(!text.isEmpty(), 20000);
             EXPECT_EQ(text, QStringLiteral("The frame cannot be shown."));
             EXPECT_TRUE(detail.contains(QLatin1String(c.detail))) << detail.toStdString();
             EXPECT_FALSE(w.isPlaying());
@@ -503,11 +504,11 @@ TEST(FrameWindow, NamedPipeOpensAtOnceAndSaysItIsWaiting)
     QElapsedTimer opening;
     opening.start();
     frame w(&cfg);
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    KAVRI_TRY_VERIFY(w.loader() && w.loader()->isInitialized(), 20000);
     EXPECT_LT(opening.elapsed(), 15000) << "the window waited for the writer";
     EXPECT_TRUE(w.loader()->isStdin());
-    QTRY_COMPARE_WITH_TIMEOUT(w.statusBar()->currentMessage(),
-                              QStringLiteral("Waiting for data from 'decoder_64x48.yuv'..."), 20000);
+    KAVRI_TRY_COMPARE(w.statusBar()->currentMessage(), QStringLiteral("Waiting for data from 'decoder_64x48.yuv'..."),
+                      20000);
     EXPECT_TRUE(w.findChild<QLabel *>(QStringLiteral("lbl_status"))->text().endsWith(QLatin1String("pipe")))
         << w.findChild<QLabel *>(QStringLiteral("lbl_status"))->text().toStdString();
     // A stream cannot be cut, reversed, renamed, compared or jumped in; it can be played.
@@ -522,8 +523,8 @@ TEST(FrameWindow, NamedPipeOpensAtOnceAndSaysItIsWaiting)
     });
     if (!w.isPlaying()) w.action("actionPlay")->trigger();
     writer.join();
-    QTRY_VERIFY_WITH_TIMEOUT(w.statusBar()->currentMessage().isEmpty(), 20000);
-    QTRY_VERIFY_WITH_TIMEOUT(w.currentFrame() >= 2, 20000);
+    KAVRI_TRY_VERIFY(w.statusBar()->currentMessage().isEmpty(), 20000);
+    KAVRI_TRY_VERIFY(w.currentFrame() >= 2, 20000);
 }
 #endif
 } // namespace
@@ -566,7 +567,7 @@ TEST(FrameWindow, ActionsFollowTheWindowState)
     c.file = dir.writeSized("a_64x48.yuv", 4608 * 3);
     {
         frame w(&c);
-        QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+        KAVRI_TRY_VERIFY(w.loader() && w.loader()->isInitialized(), 20000);
         EXPECT_EQ(enabledOf(w, fileActions), fileActions);
         EXPECT_EQ(enabledOf(w, diffActions), QStringList());
         w.action("actionCloseFile")->trigger();
@@ -574,7 +575,7 @@ TEST(FrameWindow, ActionsFollowTheWindowState)
     }
     c.diff = dir.writeSized("b_64x48.yuv", 4608 * 3);
     frame pair(&c);
-    QTRY_VERIFY_WITH_TIMEOUT(pair.loader() && pair.loader()->isInitialized(), 20000);
+    KAVRI_TRY_VERIFY(pair.loader() && pair.loader()->isInitialized(), 20000);
     EXPECT_EQ(enabledOf(pair, diffActions), diffActions);
     kavri::forgetRemembered(c.file);
 }
@@ -618,7 +619,7 @@ TEST(FrameWindow, BrightnessPanelValuesApplyToANewlyOpenedFile)
     KavriStartupConfig c;
     c.file = dir.writeSized("a_64x48.yuv", 4608 * 3);
     frame w(&c);
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    KAVRI_TRY_VERIFY(w.loader() && w.loader()->isInitialized(), 20000);
     w.action("actionBrightness_Contrast_etc")->trigger();
     auto *panel = w.findChild<BrightnessPanel *>();
     ASSERT_NE(panel, nullptr);
@@ -629,7 +630,7 @@ TEST(FrameWindow, BrightnessPanelValuesApplyToANewlyOpenedFile)
     w.action("actionReload")->trigger();
     KavriLoader *before = w.loader();
     w.oon_mrufile(dir.writeSized("b_64x48.yuv", 4608 * 2));
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() != before && w.loader() && w.loader()->isInitialized(), 20000);
+    KAVRI_TRY_VERIFY(w.loader() != before && w.loader() && w.loader()->isInitialized(), 20000);
     EXPECT_EQ(w.loader()->view().picture.brightness, 30);
     EXPECT_EQ(w.loader()->view().picture.contrast, -20);
     kavri::forgetRemembered(c.file);
@@ -645,12 +646,12 @@ TEST(FrameWindow, AnamorphicRecordWidensThePicture)
     c.file = dir.writeSized("wide_64x48_anamorph.yuv", 4608 * 2);
     frame w(&c);
     w.show();
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    KAVRI_TRY_VERIFY(w.loader() && w.loader()->isInitialized(), 20000);
     EXPECT_TRUE(w.loader()->pendingProps().anamorphic);
     EXPECT_TRUE(w.drawPanel()->anamorphic());
-    QTRY_COMPARE_WITH_TIMEOUT(w.drawPanel()->size(), QSize(96, 48), 20000);
+    KAVRI_TRY_COMPARE(w.drawPanel()->size(), QSize(96, 48), 20000);
     w.action("action200")->trigger();
-    QTRY_COMPARE_WITH_TIMEOUT(w.drawPanel()->size(), QSize(192, 96), 20000);
+    KAVRI_TRY_COMPARE(w.drawPanel()->size(), QSize(192, 96), 20000);
     kavri::settings::AnamorphicScale.write(s, 1.77);
     kavri::forgetRemembered(c.file);
 }
@@ -669,7 +670,7 @@ TEST(FrameWindow, ColourReadingFromTheMenuKeepsPlaying)
     c.rate = 50.0;
     c.format = YUV_p420;
     frame w(&c);
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    KAVRI_TRY_VERIFY(w.loader() && w.loader()->isInitialized(), 20000);
     auto *menu = w.findChild<QMenu *>(QStringLiteral("menuColour"));
     ASSERT_NE(menu, nullptr);
     const auto choice = [&](const QString &text) -> QAction * {
@@ -680,7 +681,7 @@ TEST(FrameWindow, ColourReadingFromTheMenuKeepsPlaying)
     ASSERT_NE(choice("BT.709"), nullptr);
     ASSERT_NE(choice("Limited range"), nullptr);
     w.action("actionPlay")->trigger();
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader()->isPlaying(), 20000);
+    KAVRI_TRY_VERIFY(w.loader()->isPlaying(), 20000);
     choice("BT.709")->trigger();
     choice("Limited range")->trigger();
     EXPECT_TRUE(w.isPlaying());
@@ -693,7 +694,7 @@ TEST(FrameWindow, ColourReadingFromTheMenuKeepsPlaying)
     EXPECT_EQ(remembered->colour.matrix, ColourMatrix::BT709);
     EXPECT_EQ(remembered->colour.range, ColourRange::Limited);
     w.action("actionPlay")->trigger();
-    QTRY_VERIFY_WITH_TIMEOUT(!w.loader()->isPlaying(), 20000);
+    KAVRI_TRY_VERIFY(!w.loader()->isPlaying(), 20000);
     kavri::forgetRemembered(c.file);
 }
 } // namespace

@@ -1,5 +1,6 @@
 #include "link/LinkProtocol.h"
 #include "loader/KavriLoader.h"
+#include "support/QtWait.h"
 #include "support/TempFiles.h"
 #include "ui/frame.h"
 
@@ -29,7 +30,7 @@ TEST(LinkedWindows, SeekPlayAndQuitCrossWithoutEcho)
     const QString b = dir.writeSized("b.yuv", 152064 * 10);
     KavriStartupConfig ca = cif(a), cb = cif(b);
     frame wa(&ca), wb(&cb);
-    QTRY_VERIFY_WITH_TIMEOUT(wa.loader() && wb.loader(), kWaitMs);
+    KAVRI_TRY_VERIFY(wa.loader() && wb.loader(), kWaitMs);
 
     const QString name = kavri::link::newLinkName();
     wa.startLink(name, true);
@@ -40,22 +41,22 @@ TEST(LinkedWindows, SeekPlayAndQuitCrossWithoutEcho)
     QSignalSpy seeksOfA(&wa, &frame::seek), seeksOfB(&wb, &frame::seek);
     wa.action("actionLast_Frame")->trigger();
     // B shows the same frame (clamped to its own length) and does not send it back to A.
-    QTRY_COMPARE_WITH_TIMEOUT(wb.currentFrame(), uint64_t(9), kWaitMs);
+    KAVRI_TRY_COMPARE(wb.currentFrame(), uint64_t(9), kWaitMs);
     ASSERT_GE(seeksOfB.count(), 1);
     EXPECT_TRUE(seeksOfB.last().at(1).toBool()) << "a remote seek carries the remote flag";
     QTest::qWait(300);
     EXPECT_EQ(seeksOfA.count(), 1) << "no echo";
 
     wb.action("actionFirst_Frame")->trigger();
-    QTRY_COMPARE_WITH_TIMEOUT(wa.currentFrame(), uint64_t(0), kWaitMs);
+    KAVRI_TRY_COMPARE(wa.currentFrame(), uint64_t(0), kWaitMs);
 
     wa.action("actionPlay")->trigger();
-    QTRY_VERIFY_WITH_TIMEOUT(wb.isPlaying(), kWaitMs);
+    KAVRI_TRY_VERIFY(wb.isPlaying(), kWaitMs);
     wa.action("actionPlay")->trigger();
-    QTRY_VERIFY_WITH_TIMEOUT(!wb.isPlaying(), kWaitMs);
+    KAVRI_TRY_VERIFY(!wb.isPlaying(), kWaitMs);
 
     wa.endLink();
-    QTRY_VERIFY_WITH_TIMEOUT(!wb.isLinked(), kWaitMs);
+    KAVRI_TRY_VERIFY(!wb.isLinked(), kWaitMs);
 }
 
 // After a pause both players stand on the same frame, whichever frame each had reached when "paus"
@@ -72,8 +73,8 @@ TEST(LinkedWindows, PausedPlayersStandOnTheSameFrame)
         c->rate = 200; // fast, so the players are often a frame apart when the pause arrives
     }
     frame wa(&ca), wb(&cb);
-    QTRY_VERIFY_WITH_TIMEOUT(wa.loader() && wb.loader() && wa.loader()->isInitialized() && wb.loader()->isInitialized(),
-                             kWaitMs);
+    KAVRI_TRY_VERIFY(wa.loader() && wb.loader() && wa.loader()->isInitialized() && wb.loader()->isInitialized(),
+                     kWaitMs);
     const QString name = kavri::link::newLinkName();
     wa.startLink(name, true);
     wb.startLink(name, false);
@@ -81,14 +82,14 @@ TEST(LinkedWindows, PausedPlayersStandOnTheSameFrame)
     for (int round = 0; round < 5; ++round) {
         SCOPED_TRACE(round);
         wa.action("actionPlay")->trigger();
-        QTRY_VERIFY_WITH_TIMEOUT(wb.loader()->isPlaying(), kWaitMs);
+        KAVRI_TRY_VERIFY(wb.loader()->isPlaying(), kWaitMs);
         QTest::qWait(37 + 11 * round); // let both run a while, pausing at varied moments
         wa.action("actionPlay")->trigger();
-        QTRY_VERIFY_WITH_TIMEOUT(!wb.loader()->isPlaying() && !wa.loader()->isPlaying(), kWaitMs);
-        QTRY_COMPARE_WITH_TIMEOUT(wb.currentFrame(), wa.currentFrame(), kWaitMs);
+        KAVRI_TRY_VERIFY(!wb.loader()->isPlaying() && !wa.loader()->isPlaying(), kWaitMs);
+        KAVRI_TRY_COMPARE(wb.currentFrame(), wa.currentFrame(), kWaitMs);
     }
     wa.endLink();
-    QTRY_VERIFY_WITH_TIMEOUT(!wb.isLinked(), kWaitMs);
+    KAVRI_TRY_VERIFY(!wb.isLinked(), kWaitMs);
 }
 
 } // namespace

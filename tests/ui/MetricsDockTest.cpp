@@ -5,6 +5,7 @@
 #include "formats/Y4mHeader.h"
 #include "loader/Frame.h"
 #include "pixel/PatternGenerator.h"
+#include "support/QtWait.h"
 #include "support/TempFiles.h"
 #include "ui/MetricsPair.h"
 #include "ui/frame.h"
@@ -65,7 +66,7 @@ TEST(MetricsDock, WorksOutThePairInTheBackground)
     dock.show();
     QSignalSpy done(&dock, &MetricsDock::computed);
     dock.setPair(p);
-    QTRY_COMPARE_WITH_TIMEOUT(done.count(), 1, 20000);
+    KAVRI_TRY_COMPARE(done.count(), 1, 20000);
     const pixel::SequenceSummary &s = dock.summary();
     ASSERT_EQ(s.frames().size(), size_t(kFrames));
     const pixel::SequenceSummary::Mismatch mm = s.firstMismatch();
@@ -116,7 +117,7 @@ TEST(MetricsDock, CachedWhileTheFilesAreUnchanged)
     dock.show();
     QSignalSpy done(&dock, &MetricsDock::computed);
     dock.setPair(p);
-    QTRY_COMPARE_WITH_TIMEOUT(done.count(), 1, 20000);
+    KAVRI_TRY_COMPARE(done.count(), 1, 20000);
     // Another panel (as after closing and opening it) finds the table at once.
     MetricsDock other;
     QSignalSpy again(&other, &MetricsDock::computed);
@@ -132,7 +133,7 @@ TEST(MetricsDock, CachedWhileTheFilesAreUnchanged)
     touched.setFileTime(QDateTime::currentDateTime().addSecs(60), QFileDevice::FileModificationTime);
     touched.close();
     other.setPair(p);
-    QTRY_COMPARE_WITH_TIMEOUT(again.count(), 2, 20000);
+    KAVRI_TRY_COMPARE(again.count(), 2, 20000);
     EXPECT_TRUE(other.summary().identical());
     // No second file: an empty panel.
     p.diffFileName.clear();
@@ -185,8 +186,8 @@ TEST(MetricsDock, ThePassWaitsWhilePlaying)
         QSignalSpy paused(&dock, &MetricsDock::passPaused);
         dock.setPlaying(true);
         dock.setPair(p);
-        QTRY_VERIFY_WITH_TIMEOUT(dock.passWaiting(), 20000);
-        QTRY_COMPARE_WITH_TIMEOUT(paused.count(), 1, 20000);
+        KAVRI_TRY_VERIFY(dock.passWaiting(), 20000);
+        KAVRI_TRY_COMPARE(paused.count(), 1, 20000);
         EXPECT_TRUE(paused[0][0].toBool());
         EXPECT_TRUE(dock.busy());
         EXPECT_EQ(done.count(), 0);
@@ -206,13 +207,13 @@ TEST(MetricsDock, ThePassWaitsWhilePlaying)
             shown.frameIndex = i;
             dock.frameShown(&shown);
         }
-        QTRY_COMPARE_WITH_TIMEOUT(dock.cursorFrame(), uint64_t(5), 20000);
+        KAVRI_TRY_COMPARE(dock.cursorFrame(), uint64_t(5), 20000);
         shown.frameIndex = 3;
         dock.frameShown(&shown);
         dock.setPlaying(false);
         // Stopped: at the last shown frame at once.
-        QTRY_COMPARE_WITH_TIMEOUT(dock.cursorFrame(), uint64_t(3), 20000);
-        QTRY_COMPARE_WITH_TIMEOUT(done.count(), 1, 20000);
+        KAVRI_TRY_COMPARE(dock.cursorFrame(), uint64_t(3), 20000);
+        KAVRI_TRY_COMPARE(done.count(), 1, 20000);
         EXPECT_EQ(dock.summary().frames().size(), size_t(kFrames));
         EXPECT_FALSE(dock.findChild<QProgressBar *>("metricsProgress")->text().contains("paused"));
     }
@@ -290,7 +291,7 @@ TEST(MetricsDock, ADifferenceFileOfItsOwnDepthIsComparedAtTheLargerDepth)
         dock.show();
         QSignalSpy done(&dock, &MetricsDock::computed);
         dock.setPair(p);
-        QTRY_COMPARE_WITH_TIMEOUT(done.count(), 1, 20000);
+        KAVRI_TRY_COMPARE(done.count(), 1, 20000);
         const pixel::SequenceSummary &sum = dock.summary();
         ASSERT_EQ(sum.frames().size(), size_t(kFrames));
         EXPECT_EQ(sum.identical(), c.wantIdentical);
@@ -317,7 +318,7 @@ TEST(MetricsDock, ThePlayerOpensItAndItFollowsTheShownFrame)
     c.format = YUV_p420;
     frame w(&c);
     w.show();
-    QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->isInitialized(), 20000);
+    KAVRI_TRY_VERIFY(w.loader() && w.loader()->isInitialized(), 20000);
     QAction *a = w.action("actionMetrics");
     ASSERT_NE(a, nullptr);
     EXPECT_TRUE(a->isCheckable());
@@ -325,18 +326,18 @@ TEST(MetricsDock, ThePlayerOpensItAndItFollowsTheShownFrame)
     auto *dock = w.findChild<MetricsDock *>("metricsDock");
     ASSERT_NE(dock, nullptr);
     EXPECT_TRUE(dock->isVisible());
-    QTRY_COMPARE_WITH_TIMEOUT(dock->summary().frames().size(), size_t(kFrames), 20000);
+    KAVRI_TRY_COMPARE(dock->summary().frames().size(), size_t(kFrames), 20000);
     // Playing holds the panel's pass; pausing lets it go.
     EXPECT_FALSE(dock->passHeld());
     w.action("actionPlay")->trigger();
-    QTRY_VERIFY_WITH_TIMEOUT(w.isPlaying(), 20000);
+    KAVRI_TRY_VERIFY(w.isPlaying(), 20000);
     EXPECT_TRUE(dock->passHeld());
     w.action("actionPlay")->trigger();
-    QTRY_VERIFY_WITH_TIMEOUT(!w.isPlaying(), 20000);
+    KAVRI_TRY_VERIFY(!w.isPlaying(), 20000);
     EXPECT_FALSE(dock->passHeld());
     // The first mismatch button moves the player there, and the cursor follows the shown frame.
     dock->findChild<QPushButton *>("metricsFirstMismatch")->click();
-    QTRY_COMPARE_WITH_TIMEOUT(dock->cursorFrame(), uint64_t(4), 20000);
+    KAVRI_TRY_COMPARE(dock->cursorFrame(), uint64_t(4), 20000);
     a->trigger();
     EXPECT_FALSE(dock->isVisible());
 }

@@ -2,6 +2,7 @@
 // when free, waits (doing no work) while held, goes on when released and ends when stopped. No test
 // waits for a time: each waits for the pass to report the state it is in.
 #include "ui/PassGate.h"
+#include "support/QtWait.h"
 
 #include <QTest>
 #include <gtest/gtest.h>
@@ -67,7 +68,7 @@ TEST(PassGate, HeldPassWaitsAndResumesOrStops)
         });
         gate.setHeld(true);
         Pass pass(gate, 20);
-        QTRY_VERIFY_WITH_TIMEOUT(gate.waiting(), 20000);
+        KAVRI_TRY_VERIFY(gate.waiting(), 20000);
         // Waiting in the gate: not one unit done, and it stays so while held.
         EXPECT_EQ(pass.done.load(), 0);
         EXPECT_FALSE(pass.finished.load());
@@ -94,7 +95,7 @@ TEST(PassGate, HeldMidwayStopsAtTheNextUnit)
         for (int i = 0; i < 10 && gate.proceed(); ++i)
             if (++seen == 5) gate.setHeld(true);
     });
-    QTRY_VERIFY_WITH_TIMEOUT(gate.waiting(), 20000);
+    KAVRI_TRY_VERIFY(gate.waiting(), 20000);
     EXPECT_EQ(seen.load(), 5);
     gate.setHeld(false);
     pass.join();

@@ -5,6 +5,7 @@
 #include "loader/Frame.h"
 #include "loader/KavriLoader.h"
 #include "pixel/PatternGenerator.h"
+#include "support/QtWait.h"
 #include "support/TempFiles.h"
 #include "ui/frame.h"
 #include "view/ScopeViews.h"
@@ -61,7 +62,7 @@ TEST(ScopesDock, ShowsTheScopesOfAnOfferedFrame)
     dock.show();
     BarsFrame bars(7);
     dock.frameShown(&bars.frame);
-    QTRY_COMPARE_WITH_TIMEOUT(dock.shownFrame(), qint64(7), kWaitMs);
+    KAVRI_TRY_COMPARE(dock.shownFrame(), qint64(7), kWaitMs);
 
     QTableWidget *t = dock.table();
     ASSERT_EQ(t->rowCount(), 3);
@@ -93,12 +94,12 @@ TEST(ScopesDock, TheParadeSwitchTurnsTheLumaWaveformIntoRedGreenAndBlue)
     dock.show();
     BarsFrame first(1), second(2);
     dock.frameShown(&first.frame);
-    QTRY_COMPARE_WITH_TIMEOUT(dock.shownFrame(), qint64(1), kWaitMs);
+    KAVRI_TRY_COMPARE(dock.shownFrame(), qint64(1), kWaitMs);
     EXPECT_EQ(dock.waveform()->data()->waveform.parts, 1);
     dock.parade()->setChecked(true);
-    QTRY_VERIFY_WITH_TIMEOUT(!dock.feed().isBusy(), kWaitMs);
+    KAVRI_TRY_VERIFY(!dock.feed().isBusy(), kWaitMs);
     dock.frameShown(&second.frame);
-    QTRY_COMPARE_WITH_TIMEOUT(dock.shownFrame(), qint64(2), kWaitMs);
+    KAVRI_TRY_COMPARE(dock.shownFrame(), qint64(2), kWaitMs);
     EXPECT_EQ(dock.waveform()->data()->waveform.parts, 3);
     EXPECT_EQ(dock.waveform()->picture().size(), QSize(3 * 60, 256));
 }
@@ -135,12 +136,12 @@ TEST(ScopesDock, AfterPlaybackAFrameSkippedWhileBusyIsAskedForAgain)
         open = true;
     }
     cv.notify_all();
-    QTRY_COMPARE_WITH_TIMEOUT(dock.shownFrame(), qint64(1), kWaitMs);
+    KAVRI_TRY_COMPARE(dock.shownFrame(), qint64(1), kWaitMs);
     EXPECT_EQ(wanted.count(), 1);
     // The window answers with the frame on screen; the panel catches up and asks no more.
     dock.frameShown(&second.frame);
     EXPECT_FALSE(dock.isBehind());
-    QTRY_COMPARE_WITH_TIMEOUT(dock.shownFrame(), qint64(2), kWaitMs);
+    KAVRI_TRY_COMPARE(dock.shownFrame(), qint64(2), kWaitMs);
     EXPECT_EQ(wanted.count(), 1);
 }
 
@@ -162,7 +163,7 @@ TEST(ScopesDock, ClearForgetsTheShownFrame)
     dock.show();
     BarsFrame bars(3);
     dock.frameShown(&bars.frame);
-    QTRY_COMPARE_WITH_TIMEOUT(dock.shownFrame(), qint64(3), kWaitMs);
+    KAVRI_TRY_COMPARE(dock.shownFrame(), qint64(3), kWaitMs);
     dock.clear();
     EXPECT_EQ(dock.shownFrame(), -1);
     EXPECT_EQ(dock.table()->rowCount(), 0);
@@ -187,7 +188,7 @@ TEST(ScopesDock, TheLogarithmicHistogramLiftsSmallBins)
     dock.show();
     BarsFrame bars(2);
     dock.frameShown(&bars.frame);
-    QTRY_COMPARE_WITH_TIMEOUT(dock.shownFrame(), qint64(2), kWaitMs);
+    KAVRI_TRY_COMPARE(dock.shownFrame(), qint64(2), kWaitMs);
     const QImage linear = dock.histogram()->picture();
     dock.logarithmic()->setChecked(true);
     EXPECT_NE(dock.histogram()->picture(), linear);
@@ -214,7 +215,7 @@ TEST(ScopesDock, TheWindowOpensThePanelOnTheFrameOnScreen)
     {
         frame w(&c);
         w.show();
-        QTRY_VERIFY_WITH_TIMEOUT(w.loader() && w.loader()->hasShownAFrame(), kWaitMs);
+        KAVRI_TRY_VERIFY(w.loader() && w.loader()->hasShownAFrame(), kWaitMs);
         QAction *a = w.action("actionScopes");
         ASSERT_NE(a, nullptr);
         EXPECT_TRUE(a->isCheckable());
@@ -226,10 +227,10 @@ TEST(ScopesDock, TheWindowOpensThePanelOnTheFrameOnScreen)
         ASSERT_NE(dock, nullptr);
         EXPECT_TRUE(dock->isVisible());
         // Paused on frame 0: the panel gets it without a new delivery being asked for.
-        QTRY_COMPARE_WITH_TIMEOUT(dock->shownFrame(), qint64(0), kWaitMs);
+        KAVRI_TRY_COMPARE(dock->shownFrame(), qint64(0), kWaitMs);
         EXPECT_EQ(dock->table()->rowCount(), 3);
         w.action("actionNext")->trigger();
-        QTRY_COMPARE_WITH_TIMEOUT(dock->shownFrame(), qint64(1), kWaitMs);
+        KAVRI_TRY_COMPARE(dock->shownFrame(), qint64(1), kWaitMs);
         a->trigger();
         EXPECT_FALSE(dock->isVisible());
         w.action("actionCloseFile")->trigger();
