@@ -93,7 +93,8 @@ using HdrRowFn = void (*)(const HdrParams &, const uint16_t *c0, const uint16_t 
 // k, each (16 - wv) * a + wv * b from the codes a and b of the two chroma rows (wv in 1/16, 0..16).
 // Where the chroma rows come from:
 //   kChromaPlanes8, kChromaPlanes16: planes of unsigned codes, a1 / a2 the first / second component of
-//     row a, b1 / b2 of row b; 16-bit codes above `max` count as `max`;
+//     row a, b1 / b2 of row b; 16-bit codes above `max` (at most 4095, so that a word holds the sum)
+//     count as `max`;
 //   kChromaPairs8: interleaved c1 c2 bytes (a1 row a, b1 row b);
 //   kChromaUyvy8, kChromaYuyv8: the chroma bytes of a packed 4:2:2 row (a1), one row (wv 0).
 // Pointers a row does not use (b1 and b2 for a weight of 0) may be null.
