@@ -537,6 +537,86 @@ void sitedFast(const RowParams &p, const void *luma, const uint32_t *pairs, void
         sitedRow<LK, SX, Centre>(p, luma, pairs, dst, n);
 }
 
+// Two-to-one sited chroma from planes in one pass (RowKernels.h), 64 pixels a step: the weighing of
+// sitedWeighFast for the next 32 pairs and the conversion of sitedBody1 for this step's, the pairs kept
+// in registers. Stops where the next pairs would pass the chroma row's end.
+template <int CK, bool Centre>
+int32_t sitedPlanesFast(const RowParams &p, const void *luma, const void *const rows[4], int32_t wv, uint32_t max,
+                        int32_t cols, void *dst, int32_t n)
+{
+    constexpr int LK = CK == kChromaPlanes8 ? kLuma8 : kLuma16;
+    if (!usable(p) || cols < 64 || n < 64 || wv < 0 || wv > 16) return 0;
+    const Vec v = vecOf(p);
+    const uint8_t *y = static_cast<const uint8_t *>(luma);
+    uint8_t *d = static_cast<uint8_t *>(dst);
+    const uint8_t *ua = static_cast<const uint8_t *>(rows[0]), *va = static_cast<const uint8_t *>(rows[1]);
+    const uint8_t *ub = wv ? static_cast<const uint8_t *>(rows[2]) : ua;
+    const uint8_t *vb = wv ? static_cast<const uint8_t *>(rows[3]) : va;
+    const __m512i wa = _mm512_set1_epi16(int16_t(16 - wv)), wb = _mm512_set1_epi16(int16_t(wv));
+    const __m512i top = _mm512_set1_epi16(int16_t(max)), two = _mm512_set1_epi16(2);
+    const __m512i lo = _mm512_load_si512(kPairInterleave.idx[0]), hi = _mm512_load_si512(kPairInterleave.idx[1]);
+    const auto load = [&](const uint8_t *r, int32_t k) {
+        if constexpr (CK == kChromaPlanes8)
+            return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(r + k)));
+        else
+            return _mm512_min_epu16(_mm512_loadu_si512(r + 2 * size_t(k)), top);
+    };
+    // Pairs k .. k + 15 and k + 16 .. k + 31.
+    const auto pairsAt = [&](int32_t k, __m512i &p0, __m512i &p1) {
+        const __m512i u = _mm512_add_epi16(_mm512_mullo_epi16(load(ua, k), wa), _mm512_mullo_epi16(load(ub, k), wb));
+        const __m512i w = _mm512_add_epi16(_mm512_mullo_epi16(load(va, k), wa), _mm512_mullo_epi16(load(vb, k), wb));
+        p0 = _mm512_permutex2var_epi16(u, lo, w);
+        p1 = _mm512_permutex2var_epi16(u, hi, w);
+    };
+    // 32 pixels from the pairs before (s0), at (s1) and after (s2) each pixel pair.
+    const auto convert = [&](__m512i s0, __m512i s1, __m512i s2, const uint8_t *yi, uint8_t *out) {
+        __m512i e, o;
+        if (Centre) {
+            const __m512i t = _mm512_add_epi16(_mm512_add_epi16(s1, s1), _mm512_add_epi16(s1, two));
+            e = _mm512_srli_epi16(_mm512_add_epi16(s0, t), 2);
+            o = _mm512_srli_epi16(_mm512_add_epi16(t, s2), 2);
+        } else {
+            e = s1;
+            o = _mm512_avg_epu16(s1, s2);
+        }
+        const __m512i yw = LK == kLuma8
+                               ? _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(yi)))
+                               : _mm512_loadu_si512(yi);
+        pairs16Apart<false, -1>(v, e, o, yw, out);
+    };
+    constexpr size_t lumaBytes = LK == kLuma8 ? 1 : 2;
+    __m512i c0, c1;
+    pairsAt(0, c0, c1);
+    // The pair before the first is the first (the clamp at the picture's left edge).
+    __m512i before = _mm512_broadcastd_epi32(_mm512_castsi512_si128(c0));
+    int32_t i = 0;
+    for (; i + 64 <= n && i / 2 + 64 <= cols; i += 64) {
+        __m512i n0, n1;
+        pairsAt(i / 2 + 32, n0, n1);
+        const uint8_t *yi = y + size_t(i) * lumaBytes;
+        uint8_t *out = d + size_t(i) * 4;
+        if (LK == kLuma16 &&
+            _mm512_test_epi16_mask(_mm512_or_si512(_mm512_loadu_si512(yi), _mm512_loadu_si512(yi + 64)),
+                                   _mm512_set1_epi16(int16_t(0x8000)))) {
+            // Codes with bit 15 set are not int16: these 64 pixels go to the template, from the pairs.
+            alignas(64) uint32_t pairs[64];
+            _mm512_store_si512(pairs, before);
+            _mm512_store_si512(pairs + 16, c0);
+            _mm512_store_si512(pairs + 32, c1);
+            _mm512_store_si512(pairs + 48, n0);
+            sitedRow<LK, 1, Centre>(p, yi, pairs + 16, out, 64);
+        } else {
+            convert(_mm512_alignr_epi32(c0, before, 15), c0, _mm512_alignr_epi32(c1, c0, 1), yi, out);
+            convert(_mm512_alignr_epi32(c1, c0, 15), c1, _mm512_alignr_epi32(n0, c1, 1), yi + 32 * lumaBytes,
+                    out + 128);
+        }
+        before = c1;
+        c0 = n0;
+        c1 = n1;
+    }
+    return i;
+}
+
 // Entry points: the exact-arithmetic check, then the body with the usual shifts as immediates.
 template <int K, int SX, bool Tone>
 void planarFast(const RowParams &p, const void *c0, const void *c1, const void *c2, void *dst, int32_t n)
@@ -747,6 +827,10 @@ KernelSet customise(KernelSet k)
         k.sitedRow[kLuma8][1][c] = centre ? sitedFast<kLuma8, 2, true> : sitedFast<kLuma8, 2, false>;
         k.sitedRow[kLuma16][1][c] = centre ? sitedFast<kLuma16, 2, true> : sitedFast<kLuma16, 2, false>;
     }
+    k.sitedPlanes[0][0] = sitedPlanesFast<kChromaPlanes8, false>;
+    k.sitedPlanes[0][1] = sitedPlanesFast<kChromaPlanes8, true>;
+    k.sitedPlanes[1][0] = sitedPlanesFast<kChromaPlanes16, false>;
+    k.sitedPlanes[1][1] = sitedPlanesFast<kChromaPlanes16, true>;
     k.sitedWeigh[kChromaPlanes8][0] = sitedWeighFast<kChromaPlanes8, 0>;
     k.sitedWeigh[kChromaPlanes8][1] = sitedWeighFast<kChromaPlanes8, 4>;
     k.sitedWeigh[kChromaPlanes8][2] = sitedWeighFast<kChromaPlanes8, 8>;

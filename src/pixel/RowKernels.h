@@ -117,6 +117,14 @@ constexpr int32_t kSitedWeights[5] = {0, 4, 8, 12, -1}; // -1: any weight
 enum SitedLuma : int { kLuma8, kLuma16, kLumaUyvy8, kLumaYuyv8 };
 using SitedRowFn = void (*)(const RowParams &, const void *luma, const uint32_t *pairs, void *dst, int32_t n);
 constexpr uint32_t sitedPairLimit(int32_t sx, bool centred) { return sx == 2 && centred ? 8191u : 16383u; }
+// Two-to-one sited chroma from planes in one pass: sitedWeigh's vertical weighing (kChromaPlanes8 with
+// 8-bit luma, kChromaPlanes16 with 16-bit luma; rows a1 a2 b1 b2 as there, each holding `cols` codes)
+// and sitedRow's conversion, without the row of pairs between them, which a picture larger than the
+// caches has to wait for. Converts as many of the row's first pixels as its loop takes whole, keeping
+// clear of the chroma row's end, and returns how many (possibly none); the caller converts the rest
+// through sitedWeigh and sitedRow. 16 * max must be at most sitedPairLimit(1, centred).
+using SitedPlanesFn = int32_t (*)(const RowParams &, const void *luma, const void *const rows[4], int32_t wv,
+                                  uint32_t max, int32_t cols, void *dst, int32_t n);
 
 struct KernelSet {
     const char *name;
@@ -140,6 +148,8 @@ struct KernelSet {
     HdrRowFn hdrRow;
     SitedWeighFn sitedWeigh[5][5]; // [SitedChroma][index into kSitedWeights]
     SitedRowFn sitedRow[4][2][2];  // [SitedLuma][sx 1, 2][cosited, centred]
+    // [8-bit / 16-bit planes][cosited, centred]; null in sets without such loops (the portable set).
+    SitedPlanesFn sitedPlanes[2][2];
 };
 
 // The portable set (the reference every other set is tested against) and, on x86-64 builds, the

@@ -295,7 +295,7 @@ TEST(ColourReading, StrayHighBitsGiveTheSameSitedPictureInEverySet)
 {
     for (videoFormat_t layout : {YUV_p420, YUV_p411, YUV_uyvy})
         for (ChromaSiting siting : {ChromaSiting::Left, ChromaSiting::Center}) {
-            Frame f = patternFrame(layout, 97, 9, 10, false, 2);
+            Frame f = patternFrame(layout, 261, 9, 10, false, 2);
             uint16_t *words = reinterpret_cast<uint16_t *>(f.samples.data());
             for (size_t i = 0; i < f.samples.size() / 2; ++i)
                 if (i % 3 == 0) words[i] = uint16_t(0xffff - i % 5000);

@@ -144,6 +144,51 @@ TEST_P(KernelSets, SitedWeighingMatchesThePortableRows)
     }
 }
 
+// The one-pass sited planes against the portable weighing and row they stand for: the pixels they
+// convert must be those, byte for byte, and they must leave the rest of the row alone.
+TEST_P(KernelSets, SitedPlanesMatchThePortableWeighingAndRow)
+{
+    std::mt19937 rng(31);
+    int32_t converted = 0;
+    for (int iteration = 0; iteration < 400; ++iteration) {
+        const int wide = iteration % 2, centred = (iteration / 2) % 2;
+        if (!k->sitedPlanes[wide][centred]) continue;
+        const int32_t n = int32_t(rng() % 700) + (iteration % 17 == 0 ? 4000 : 0);
+        const int32_t cols = n / 2 + int32_t(rng() % 3);
+        const int32_t wv = iteration % 3 == 0 ? int32_t(rng() % 17) : kSitedWeights[rng() % 4];
+        const uint32_t max = wide ? sitedPairLimit(1, centred == 1) / 16 : 255;
+        std::vector<uint8_t> rows[4], luma(2 * size_t(n) + 2);
+        for (auto &r : rows) {
+            r.resize(2 * size_t(cols) + 2);
+            for (auto &b : r) b = uint8_t(rng());
+        }
+        for (auto &b : luma) b = uint8_t(iteration % 5 == 0 ? rng() : rng() & 0x3f);
+        const void *rowPointers[4] = {rows[0].data(), rows[1].data(), rows[2].data(), rows[3].data()};
+        const RowParams p = randomSitedParams(rng, iteration % 13 == 0);
+        std::vector<uint32_t> got(size_t(n) + 1);
+        for (uint32_t &px : got) px = rng();
+        std::vector<uint32_t> want = got;
+        const int32_t done = k->sitedPlanes[wide][centred](p, luma.data(), rowPointers, wv, max, cols, got.data(), n);
+        ASSERT_GE(done, 0);
+        ASSERT_LE(done, n);
+        converted += done;
+        // The reference: the whole row of pairs, padded with the edge pairs, then the portable row.
+        std::vector<uint32_t> pairs(size_t(cols) + 2 + 64 + 1);
+        portableKernels().sitedWeigh[wide ? kChromaPlanes16 : kChromaPlanes8][4](
+            rows[0].data(), rows[1].data(), rows[2].data(), rows[3].data(), wv, max, pairs.data() + 1, cols);
+        pairs[0] = pairs[1];
+        std::fill(pairs.begin() + 1 + cols, pairs.end(), pairs[size_t(cols)]);
+        portableKernels().sitedRow[wide ? kLuma16 : kLuma8][0][centred](p, luma.data(), pairs.data() + 1, want.data(),
+                                                                        done);
+        ASSERT_EQ(want, got) << k->name << " wide " << wide << " centred " << centred << " n " << n << " cols " << cols
+                             << " wv " << wv << " done " << done;
+    }
+    // A set with such loops must have used them.
+    if (k->sitedPlanes[0][0]) {
+        EXPECT_GT(converted, 0) << k->name;
+    }
+}
+
 // The weights across as they are documented, worked out here pixel by pixel, for every set: a
 // coefficient of 1 and no shift give c1, c2 and luma back as red, green and blue.
 TEST(SitedRows, WeighAcrossWithTheSitingsFixedWeights)
