@@ -474,6 +474,7 @@ struct Gathered {
     SitedLuma sitedLuma = kLuma8;
     uint32_t maxCode = 0;               // of 16-bit chroma codes
     const uint8_t *toneBytes = nullptr; // the tone table, where the kernel set has no tone pass
+    bool streamed = false;              // the frame and the picture outgrow a last-level cache (see sitedRows)
 };
 
 template <typename T>
@@ -753,11 +754,12 @@ void sitedRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0, 
     }
     const KernelSet &k = *g.k;
     const int32_t pixels = g.kind == LayoutKind::Packed422 ? 2 * (W / 2) : W;
-    // Vertically subsampled planes (4:2:0) in one pass where the set has such loops: at 2160p that took a
-    // fifth less time than weighing a row of pairs first (each chroma row's first use waited for memory in
-    // the tight weighing loop), at 1080p a tenth more, within the target either way. 4:2:2 planes, whose
-    // weighing is a copy of one row, measured faster the other way at both sizes.
-    const SitedPlanesFn planes = direct && g.kind == LayoutKind::PlanarYuv && sx == 1 && g.shiftY > 0
+    // Vertically subsampled planes (4:2:0) in one pass where the set has such loops, when the frame and
+    // the picture stream from memory: at 2160p that took a fifth less time than weighing a row of pairs
+    // first (each chroma row's first use waited for memory in the tight weighing loop); with both in the
+    // cache (1080p) it took a tenth more. 4:2:2 planes, whose weighing is a copy of one row, measured
+    // faster the other way at both sizes.
+    const SitedPlanesFn planes = direct && g.streamed && g.kind == LayoutKind::PlanarYuv && sx == 1 && g.shiftY > 0
                                      ? k.sitedPlanes[g.sampleBytes == 1 ? 0 : 1][g.siting == ChromaSiting::Center]
                                      : nullptr;
     const size_t lumaBytes = g.sitedLuma == kLuma8 ? 1 : 2;
@@ -1109,6 +1111,9 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
                                                             : kLumaYuyv8;
             g.sitedRow = k->sitedRow[g.sitedLuma][g.shiftX - 1][centred ? 1 : 0];
             g.maxCode = (uint32_t(1) << bits) - 1;
+            // 32 MiB: the last-level cache of the machine measured, and a common size. (What the system
+            // reports can be a whole package's, or a virtual machine's host's.)
+            g.streamed = alloc + pixels * 4 > (int64_t(32) << 20);
             g.toneBytes = tone ? m_toneBytes.data() : nullptr;
         }
     } else {

@@ -310,6 +310,25 @@ TEST(ColourReading, StrayHighBitsGiveTheSameSitedPictureInEverySet)
         }
 }
 
+// A 4:2:0 frame and picture larger than a last-level cache take the one-pass sited planes where the
+// kernel set has them (the rest of each row through the row of pairs): the same bytes as the portable
+// rows, for both horizontal sitings and both sample sizes, with an odd width and height.
+TEST(ColourReading, LargeSitedFramesGiveTheSameBytesInEverySet)
+{
+    for (int32_t bits : {8, 10})
+        for (ChromaSiting siting : {ChromaSiting::TopLeft, ChromaSiting::Center}) {
+            Frame f = patternFrame(YUV_p420, 4099, 2063, bits, false, 7);
+            f.props.colour.matrix = ColourMatrix::BT709;
+            f.props.colour.range = ColourRange::Limited;
+            f.props.colour.chroma = siting;
+            const std::vector<uint32_t> portable = convert(f.props, f.samples, "portable");
+            for (const char *set : {"avx2", "avx512"})
+                if (kernelsByName(set)) {
+                    EXPECT_EQ(convert(f.props, f.samples, set, 0), portable) << bits << " bits " << set;
+                }
+        }
+}
+
 TEST(ColourReading, HandWorkedValues)
 {
     // 8-bit 4:4:4 pixels, limited range. BT.601 red (Y 81, Cb 90, Cr 240): R' = (81-16)/219 + 1.402 (240-128)/224
