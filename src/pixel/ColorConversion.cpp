@@ -469,6 +469,12 @@ struct Gathered {
     bool hdr = false;
     HdrParams h{};
     HdrRowFn hdrRow = nullptr;
+    // Sited chroma in one pass (sitedRows): the kernel set's sited row, and how luma and chroma are read.
+    SitedRowFn sitedRow = nullptr;
+    SitedLuma sitedLuma = kLuma8;
+    uint32_t maxCode = 0;               // of 16-bit chroma codes
+    const uint8_t *toneBytes = nullptr; // the tone table, where the kernel set has no tone pass
+    bool streamed = false;              // the frame and the picture outgrow a last-level cache (see sitedRows)
 };
 
 template <typename T>
@@ -719,6 +725,142 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
     }
 }
 
+// Sited chroma of up to 10 bits (what the sited rows' 16-bit lanes hold): per output row the two chroma
+// rows around it are weighed into one row of pairs, and the kernel set's sited row weighs across and
+// converts. Luma and chroma are read in place where they are unsigned codes already; signed samples,
+// 16-bit packed rows and v210 go through rows of codes first. The pairs row is padded with the edge
+// pairs, which is the clamp at the picture's left and right edges of the gathered rows.
+void sitedRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0, int32_t r1)
+{
+    struct Scratch {
+        std::vector<uint32_t> pairs;
+        std::vector<uint16_t> y, u[2], v[2];
+        GatherScratch gather;
+    };
+    static thread_local Scratch s;
+    const int32_t W = g.width, H = g.height, sx = g.shiftX;
+    // Pairs the row's pixels use (one more on the right for the weights across), and the vector loads'
+    // reach beyond them.
+    const int32_t used = std::max(g.cols, ((W + (1 << sx) - 1) >> sx) + 1);
+    // Pair 0 on a 64-byte boundary: the vector kernels' stores and loads of whole vectors stay inside
+    // cache lines.
+    s.pairs.resize(size_t(used) + 32 + 64);
+    uint32_t *pairs = s.pairs.data() + 16 - (reinterpret_cast<uintptr_t>(s.pairs.data()) / 4) % 16;
+    const bool packed8 = g.kind == LayoutKind::Packed422 && g.sampleBytes == 1 && !g.isSigned;
+    const bool direct = !g.isSigned && g.kind != LayoutKind::V210 && (g.kind != LayoutKind::Packed422 || packed8);
+    if (!direct) {
+        s.y.resize(size_t(W));
+        for (int i = 0; i < 2; ++i) s.u[i].resize(size_t(g.cols)), s.v[i].resize(size_t(g.cols));
+    }
+    const KernelSet &k = *g.k;
+    const int32_t pixels = g.kind == LayoutKind::Packed422 ? 2 * (W / 2) : W;
+    // Vertically subsampled planes (4:2:0) in one pass where the set has such loops, when the frame and
+    // the picture stream from memory: at 2160p that took a fifth less time than weighing a row of pairs
+    // first (each chroma row's first use waited for memory in the tight weighing loop); with both in the
+    // cache (1080p) it took a tenth more. 4:2:2 planes, whose weighing is a copy of one row, measured
+    // faster the other way at both sizes.
+    const SitedPlanesFn planes = direct && g.streamed && g.kind == LayoutKind::PlanarYuv && sx == 1 && g.shiftY > 0
+                                     ? k.sitedPlanes[g.sampleBytes == 1 ? 0 : 1][g.siting == ChromaSiting::Center]
+                                     : nullptr;
+    const size_t lumaBytes = g.sitedLuma == kLuma8 ? 1 : 2;
+    const auto clampRow = [&](int32_t j) { return j < 0 ? 0 : (j >= g.rows ? g.rows - 1 : j); };
+    for (int32_t r = r0; r < r1; ++r) {
+        const int32_t row = g.flip ? H - 1 - r : r;
+        uint32_t *d = pixelRow(dst, W, r);
+        // The two chroma rows around the row's position and the weight of the second, in 1/16.
+        const double pos = chromaPosition(g.siting, true, row, g.shiftY);
+        const int32_t j0 = int32_t(std::floor(pos)), wv = int32_t(std::lround((pos - j0) * 16.0));
+        const SitedWeighFn weigh = [&] {
+            const int32_t wi = wv == 0 ? 0 : (wv == 4 ? 1 : (wv == 8 ? 2 : (wv == 12 ? 3 : 4)));
+            if (!direct || g.kind == LayoutKind::PlanarYuv)
+                return k.sitedWeigh[direct && g.sampleBytes == 1 ? kChromaPlanes8 : kChromaPlanes16][wi];
+            if (g.kind == LayoutKind::SemiPlanar) return k.sitedWeigh[kChromaPairs8][wi];
+            return k.sitedWeigh[g.layout == YUV_uyvy ? kChromaUyvy8 : kChromaYuyv8][0];
+        }();
+        // Where the chroma rows start.
+        const uint8_t *rows[4] = {};
+        const void *luma = nullptr;
+        if (direct) {
+            switch (g.kind) {
+            case LayoutKind::PlanarYuv: {
+                const ChromaPlanes &c = g.chroma;
+                const size_t sb = size_t(g.sampleBytes);
+                const auto at = [&](int64_t start, int32_t fit, int32_t j) {
+                    j = clampRow(j);
+                    return src + size_t(start + int64_t(j < fit ? j : fit - 1) * c.cols) * sb;
+                };
+                luma = src + size_t(row) * size_t(W) * sb;
+                rows[0] = at(c.uStart, c.uFit, j0), rows[1] = at(c.vStart, c.vFit, j0);
+                rows[2] = at(c.uStart, c.uFit, j0 + 1), rows[3] = at(c.vStart, c.vFit, j0 + 1);
+                break;
+            }
+            case LayoutKind::SemiPlanar:
+                luma = src + size_t(row) * size_t(W);
+                rows[0] = src + size_t(g.chroma.uStart + int64_t(clampRow(j0)) * g.chroma.cols);
+                rows[2] = src + size_t(g.chroma.uStart + int64_t(clampRow(j0 + 1)) * g.chroma.cols);
+                break;
+            default: // 8-bit packed 4:2:2: one row holds both, and chroma rows are the picture's rows
+                luma = rows[0] = src + size_t(row) * size_t(g.rowSamples);
+                break;
+            }
+        } else {
+            // Rows of unsigned codes, as the gathered rows read them.
+            uint16_t *y = s.y.data();
+            switch (g.kind) {
+            case LayoutKind::PlanarYuv:
+            case LayoutKind::SemiPlanar: codes(g, src, int64_t(row) * W, 1, W, y); break;
+            case LayoutKind::Packed422:
+                codes(g, src, int64_t(row) * g.rowSamples + (g.layout == YUV_uyvy ? 1 : 0), 2, 2 * (W / 2), y);
+                break;
+            default: break;
+            }
+            luma = y;
+            const auto bytes = [](const uint16_t *p) { return reinterpret_cast<const uint8_t *>(p); };
+            if (g.kind == LayoutKind::V210) {
+                // Chroma rows are the picture's rows: one unpack gives the row's luma and chroma.
+                unpackV210(g, src, row, s.gather);
+                const uint16_t *unpacked = s.gather.unpack.data();
+                const size_t groups = size_t(W + 5) / 6;
+                luma = unpacked;
+                rows[0] = bytes(unpacked + groups * 6), rows[1] = bytes(unpacked + groups * 9);
+            } else {
+                chromaRow(g, src, j0, s.u[0].data(), s.v[0].data(), s.gather);
+                if (wv > 0) chromaRow(g, src, j0 + 1, s.u[1].data(), s.v[1].data(), s.gather);
+                rows[0] = bytes(s.u[0].data()), rows[1] = bytes(s.v[0].data());
+                rows[2] = bytes(s.u[1].data()), rows[3] = bytes(s.v[1].data());
+            }
+        }
+        // Planes converted in one pass as far as the set's loop goes, the rest (or all) through a row of
+        // pairs from the sixteen before the rest on (the one before it included).
+        int32_t done = 0;
+        if (planes)
+            done = planes(g.p, luma, reinterpret_cast<const void *const *>(rows), wv, g.maxCode, g.cols, d, pixels);
+        if (done < pixels) {
+            const int32_t from = std::max(0, (done >> sx) - 16);
+            const uint8_t *part[4];
+            const size_t pairBytes = !direct                            ? 2
+                                     : g.kind == LayoutKind::PlanarYuv  ? size_t(g.sampleBytes)
+                                     : g.kind == LayoutKind::SemiPlanar ? 2
+                                                                        : 4;
+            const size_t skip = size_t(from) * pairBytes;
+            for (int q = 0; q < 4; ++q) part[q] = rows[q] ? rows[q] + skip : nullptr;
+            weigh(part[0], part[1], part[2], part[3], wv, g.maxCode, pairs + from, g.cols - from);
+            pairs[-1] = pairs[0];
+            std::fill(pairs + g.cols, pairs + used, pairs[g.cols - 1]);
+            g.sitedRow(g.p, static_cast<const uint8_t *>(luma) + size_t(done) * lumaBytes, pairs + (done >> sx),
+                       d + done, pixels - done);
+        }
+        if (g.toneAfter) {
+            g.toneAfter(d, pixels, g.p.toneBytes);
+        } else if (g.toneBytes) {
+            uint8_t *px = reinterpret_cast<uint8_t *>(d);
+            for (int32_t x = 0; x < pixels; ++x)
+                for (int c = 0; c < 3; ++c) px[4 * x + c] = g.toneBytes[px[4 * x + c]];
+        }
+        if (g.kind == LayoutKind::Packed422 && (W & 1)) clearPixel(reinterpret_cast<uint8_t *>(d + W - 1));
+    }
+}
+
 } // namespace
 
 void X2RGBColorConv::runBands(int32_t H, int64_t pixels, const std::function<void(int32_t, int32_t)> &rows) const
@@ -949,10 +1091,31 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
             g.hw[size_t(x)] = w;
         }
     }
+    // Sited chroma of up to 10 bits converts in one pass; deeper samples need more than the sited rows'
+    // 16-bit lanes and go through the gathered rows (as do 4:1:x samples of 10 bits with centred chroma).
+    const bool centred = cd.chroma == ChromaSiting::Center;
+    const bool sited = !hdr && g.reconstruct && cd.chroma != ChromaSiting::Nearest &&
+                       (g.shiftX == 1 || g.shiftX == 2) && g.fracBits == 4 &&
+                       (uint32_t(16) << bits) - 16 <= sitedPairLimit(g.shiftX, centred) &&
+                       (info.kind != LayoutKind::PlanarYuv || (g.chroma.uFit > 0 && g.chroma.vFit > 0));
     if (!hdr) {
         fillFinest(g.p, scale, 0);
         g.planar = k->planar[kU16][0][tone];
         g.toneAfter = toneAfter;
+        if (sited) {
+            const bool direct =
+                !g.isSigned && g.kind != LayoutKind::V210 && (g.kind != LayoutKind::Packed422 || g.sampleBytes == 1);
+            g.sitedLuma = !direct || g.sampleBytes == 2     ? kLuma16
+                          : g.kind != LayoutKind::Packed422 ? kLuma8
+                          : layout == YUV_uyvy              ? kLumaUyvy8
+                                                            : kLumaYuyv8;
+            g.sitedRow = k->sitedRow[g.sitedLuma][g.shiftX - 1][centred ? 1 : 0];
+            g.maxCode = (uint32_t(1) << bits) - 1;
+            // 32 MiB: the last-level cache of the machine measured, and a common size. (What the system
+            // reports can be a whole package's, or a virtual machine's host's.)
+            g.streamed = alloc + pixels * 4 > (int64_t(32) << 20);
+            g.toneBytes = tone ? m_toneBytes.data() : nullptr;
+        }
     } else {
         if (!m_transferTables || m_transferTables.use_count() > 1)
             m_transferTables = std::make_shared<TransferTables>();
@@ -967,7 +1130,10 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
             for (int l = 0; l < 3; ++l) g.h.a[i][source[l]] += float(A.a[i][l] / scale[source[l]]);
         }
     }
-    runBands(H, pixels, [&](int32_t r0, int32_t r1) { gatherRows(g, src, dst, r0, r1); });
+    if (g.sitedRow)
+        runBands(H, pixels, [&](int32_t r0, int32_t r1) { sitedRows(g, src, dst, r0, r1); });
+    else
+        runBands(H, pixels, [&](int32_t r0, int32_t r1) { gatherRows(g, src, dst, r0, r1); });
 }
 
 } // namespace ColorConversion

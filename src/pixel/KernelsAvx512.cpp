@@ -120,21 +120,32 @@ alignas(64) constexpr uint16_t kInterleave16[32] = {0, 32, 1, 33, 2,  34, 3,  35
 
 // 16 chroma pairs (uv: dword = u | v << 16) and 32 luma words (yw: dword = y_even | y_odd << 16) to
 // 32 pixels at d. The saturating packs are the clamp to 0..255.
+// The same with chroma of their own for the even and the odd pixels (uvE, uvO: the pairs of pixels 2j
+// and 2j + 1); with uvE = uvO the compiler shares the chroma products.
 template <bool Tone, int Sh>
-inline void pairs16(const Vec &v, __m512i uv, __m512i yw, uint8_t *d)
+inline void pairs16Apart(const Vec &v, __m512i uvE, __m512i uvO, __m512i yw, uint8_t *d)
 {
-    const __m512i cr = _mm512_add_epi32(_mm512_madd_epi16(uv, v.uvR), v.aR);
-    const __m512i cg = _mm512_add_epi32(_mm512_madd_epi16(uv, v.uvG), v.aG);
-    const __m512i cb = _mm512_add_epi32(_mm512_madd_epi16(uv, v.uvB), v.aB);
-    const __m512i r16 = _mm512_packs_epi32(sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m00), cr)),
-                                           sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m00o), cr)));
-    const __m512i g16 = _mm512_packs_epi32(sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m10), cg)),
-                                           sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m10o), cg)));
-    const __m512i b16 = _mm512_packs_epi32(sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m20), cb)),
-                                           sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m20o), cb)));
+    const __m512i crE = _mm512_add_epi32(_mm512_madd_epi16(uvE, v.uvR), v.aR);
+    const __m512i cgE = _mm512_add_epi32(_mm512_madd_epi16(uvE, v.uvG), v.aG);
+    const __m512i cbE = _mm512_add_epi32(_mm512_madd_epi16(uvE, v.uvB), v.aB);
+    const __m512i crO = _mm512_add_epi32(_mm512_madd_epi16(uvO, v.uvR), v.aR);
+    const __m512i cgO = _mm512_add_epi32(_mm512_madd_epi16(uvO, v.uvG), v.aG);
+    const __m512i cbO = _mm512_add_epi32(_mm512_madd_epi16(uvO, v.uvB), v.aB);
+    const __m512i r16 = _mm512_packs_epi32(sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m00), crE)),
+                                           sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m00o), crO)));
+    const __m512i g16 = _mm512_packs_epi32(sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m10), cgE)),
+                                           sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m10o), cgO)));
+    const __m512i b16 = _mm512_packs_epi32(sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m20), cbE)),
+                                           sra<Sh>(v, _mm512_add_epi32(_mm512_madd_epi16(yw, v.m20o), cbO)));
     const __m512i bg = _mm512_packus_epi16(b16, g16), rr = _mm512_packus_epi16(r16, r16);
     store<Tone>(v, d, _mm512_permutex2var_epi8(bg, _mm512_load_si512(kPairOrder.idx[0]), rr));
     store<Tone>(v, d + 64, _mm512_permutex2var_epi8(bg, _mm512_load_si512(kPairOrder.idx[1]), rr));
+}
+
+template <bool Tone, int Sh>
+inline void pairs16(const Vec &v, __m512i uv, __m512i yw, uint8_t *d)
+{
+    pairs16Apart<Tone, Sh>(v, uv, uv, yw, d);
 }
 
 // 16 pixels from their 32-bit sums: packs clamp, then each lane's b0..3 g0..3 r0..3 become pixels.
@@ -346,6 +357,266 @@ void v210UnpackFast(const uint32_t *words, uint16_t *y, uint16_t *u, uint16_t *v
     if (g < n) v210Unpack(words + 4 * g, y + 6 * g, u + 3 * g, v + 3 * g, n - g);
 }
 
+// Sited chroma, vertically: 32 pairs a step in 16-bit lanes, where (16 - wv) a + wv b of codes up to
+// 4095 always fits; the two components' words then interleaved into pairs by vpermt2w.
+struct PairInterleave {
+    alignas(64) uint16_t idx[2][32];
+    constexpr PairInterleave() : idx{}
+    {
+        for (int h = 0; h < 2; ++h)
+            for (int j = 0; j < 16; ++j) {
+                idx[h][2 * j] = uint16_t(16 * h + j);
+                idx[h][2 * j + 1] = uint16_t(32 + 16 * h + j);
+            }
+    }
+};
+constexpr PairInterleave kPairInterleave;
+
+template <int CK, int WV>
+void sitedWeighFast(const void *a1, const void *a2, const void *b1, const void *b2, int32_t wvAny, uint32_t max,
+                    uint32_t *pairs, int32_t n)
+{
+    const int32_t wv = WV >= 0 ? WV : wvAny;
+    if (wv < 0 || wv > 16 || (CK == kChromaPlanes16 && max > 4095))
+        return sitedWeigh<CK, WV>(a1, a2, b1, b2, wvAny, max, pairs, n);
+    const bool both = wv != 0;
+    const __m512i wa = _mm512_set1_epi16(int16_t(16 - wv)), wb = _mm512_set1_epi16(int16_t(wv));
+    const __m512i top = _mm512_set1_epi16(int16_t(max));
+    const auto weigh = [&](__m512i a, __m512i b) {
+        return both ? _mm512_add_epi16(_mm512_mullo_epi16(a, wa), _mm512_mullo_epi16(b, wb)) : _mm512_slli_epi16(a, 4);
+    };
+    const uint8_t *pa1 = static_cast<const uint8_t *>(a1), *pa2 = static_cast<const uint8_t *>(a2);
+    const uint8_t *pb1 = static_cast<const uint8_t *>(both ? b1 : a1),
+                  *pb2 = static_cast<const uint8_t *>(both ? b2 : a2);
+    int32_t k = 0;
+    if constexpr (CK == kChromaPairs8) {
+        const auto load = [](const uint8_t *p) {
+            return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)));
+        };
+        for (; k + 16 <= n; k += 16) _mm512_storeu_si512(pairs + k, weigh(load(pa1 + 2 * k), load(pb1 + 2 * k)));
+    } else {
+        const __m512i lo = _mm512_load_si512(kPairInterleave.idx[0]), hi = _mm512_load_si512(kPairInterleave.idx[1]);
+        const auto load = [&](const uint8_t *p, int32_t at) {
+            if constexpr (CK == kChromaPlanes8)
+                return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + at)));
+            else
+                return _mm512_min_epu16(_mm512_loadu_si512(p + 2 * size_t(at)), top);
+        };
+        for (; k + 32 <= n; k += 32) {
+            const __m512i u = weigh(load(pa1, k), load(pb1, k)), v = weigh(load(pa2, k), load(pb2, k));
+            _mm512_storeu_si512(pairs + k, _mm512_permutex2var_epi16(u, lo, v));
+            _mm512_storeu_si512(pairs + k + 16, _mm512_permutex2var_epi16(u, hi, v));
+        }
+    }
+    if (k < n) {
+        const size_t at = size_t(k) * (CK == kChromaPlanes8 ? 1 : 2);
+        sitedWeigh<CK, WV>(pa1 + at, CK == kChromaPairs8 ? nullptr : pa2 + at, pb1 + at,
+                           CK == kChromaPairs8 ? nullptr : pb2 + at, wvAny, max, pairs + k, n - k);
+    }
+}
+
+// Sited chroma (RowKernels.h), weighed across in 16-bit lanes, both words of a pair at once, exact for
+// words up to sitedPairLimit(): two to one cosited takes the pair itself (even pixels) and the rounded
+// mean of two (vpavgw, odd pixels); centred (a + 3b + 2) >> 2 and (3b + c + 2) >> 2; four to one the
+// weights reduced by their common factor, as per-lane multiplies. 32 pixels a step for two to one (the
+// paired kernel with chroma apart), 16 for four to one.
+template <int LK>
+inline const uint8_t *sitedLumaAt(const uint8_t *y, int32_t i)
+{
+    return y + size_t(i) * (LK == kLuma8 ? 1 : 2);
+}
+
+template <int LK, bool Centre, int Sh>
+void sitedBody1(const RowParams &p, const void *luma, const uint32_t *pairs, void *dst, int32_t n)
+{
+    const Vec v = vecOf(p);
+    const uint8_t *y = static_cast<const uint8_t *>(luma);
+    uint8_t *d = static_cast<uint8_t *>(dst);
+    const __m512i two = _mm512_set1_epi16(2);
+    int32_t i = 0;
+    // The pairs before, at and after each pixel pair from whole vectors (the previous, this and the next
+    // sixteen pairs) by vpalignd.
+    __m512i before = _mm512_set1_epi32(int32_t(pairs[-1])), at = _mm512_loadu_si512(pairs);
+    for (; i + 32 <= n; i += 32) {
+        const uint32_t *s = pairs + i / 2;
+        const __m512i next = _mm512_loadu_si512(s + 16);
+        const __m512i s1 = at, s2 = _mm512_alignr_epi32(next, at, 1);
+        const __m512i s0 = _mm512_alignr_epi32(at, before, 15);
+        before = at;
+        at = next;
+        __m512i e, o;
+        if (Centre) {
+            const __m512i t = _mm512_add_epi16(_mm512_add_epi16(s1, s1), _mm512_add_epi16(s1, two));
+            e = _mm512_srli_epi16(_mm512_add_epi16(s0, t), 2);
+            o = _mm512_srli_epi16(_mm512_add_epi16(t, s2), 2);
+        } else {
+            e = s1;
+            o = _mm512_avg_epu16(s1, s2);
+        }
+        const uint8_t *yi = sitedLumaAt<LK>(y, i);
+        __m512i yw;
+        if constexpr (LK == kLuma8) {
+            yw = _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(yi)));
+        } else if constexpr (LK == kLuma16) {
+            yw = _mm512_loadu_si512(yi);
+            // Codes with bit 15 set are not int16: such a block goes to the template.
+            if (_mm512_test_epi16_mask(yw, _mm512_set1_epi16(int16_t(0x8000)))) {
+                sitedRow<LK, 1, Centre>(p, yi, s, d + size_t(i) * 4, 32);
+                continue;
+            }
+        } else {
+            const __m512i x = _mm512_loadu_si512(yi);
+            yw = LK == kLumaUyvy8 ? _mm512_srli_epi16(x, 8) : _mm512_and_si512(x, _mm512_set1_epi16(0xff));
+        }
+        pairs16Apart<false, Sh>(v, e, o, yw, d + size_t(i) * 4);
+    }
+    if (i < n) sitedRow<LK, 1, Centre>(p, sitedLumaAt<LK>(y, i), pairs + i / 2, d + size_t(i) * 4, n - i);
+}
+
+// Four to one: lane j (pixel 4q + r of 16) weighs pairs a and a + 1 of the 16 loaded from pair k - 1.
+struct SitedQuad {
+    alignas(64) uint32_t a[2][16], b[2][16];
+    alignas(64) uint16_t wa[2][32], wb[2][32];
+    constexpr SitedQuad() : a{}, b{}, wa{}, wb{}
+    {
+        constexpr uint16_t coA[4] = {4, 3, 2, 1}, ceA[4] = {3, 1, 7, 5};
+        for (int c = 0; c < 2; ++c)
+            for (int j = 0; j < 16; ++j) {
+                const int q = j / 4, r = j % 4;
+                a[c][j] = uint32_t(q + (c && r < 2 ? 0 : 1));
+                b[c][j] = a[c][j] + 1;
+                const uint16_t w = c ? ceA[r] : coA[r], total = c ? 8 : 4;
+                wa[c][2 * j] = wa[c][2 * j + 1] = w;
+                wb[c][2 * j] = wb[c][2 * j + 1] = uint16_t(total - w);
+            }
+    }
+};
+constexpr SitedQuad kSitedQuad;
+
+template <int LK, bool Centre, int Sh>
+void sitedBody2(const RowParams &p, const void *luma, const uint32_t *pairs, void *dst, int32_t n)
+{
+    const Vec v = vecOf(p);
+    const uint8_t *y = static_cast<const uint8_t *>(luma);
+    uint8_t *d = static_cast<uint8_t *>(dst);
+    constexpr int c = Centre ? 1 : 0, down = Centre ? 3 : 2;
+    const __m512i ia = _mm512_load_si512(kSitedQuad.a[c]), ib = _mm512_load_si512(kSitedQuad.b[c]);
+    const __m512i wa = _mm512_load_si512(kSitedQuad.wa[c]), wb = _mm512_load_si512(kSitedQuad.wb[c]);
+    const __m512i round = _mm512_set1_epi16(1 << (down - 1));
+    int32_t i = 0;
+    for (; i + 16 <= n; i += 16) {
+        const __m512i l = _mm512_loadu_si512(pairs + i / 4 - 1);
+        const __m512i a = _mm512_mullo_epi16(_mm512_permutexvar_epi32(ia, l), wa);
+        const __m512i b = _mm512_mullo_epi16(_mm512_permutexvar_epi32(ib, l), wb);
+        const __m512i uv = _mm512_srli_epi16(_mm512_add_epi16(_mm512_add_epi16(a, b), round), down);
+        const uint8_t *yi = sitedLumaAt<LK>(y, i);
+        __m512i y32;
+        if constexpr (LK == kLuma8) {
+            y32 = _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(yi)));
+        } else {
+            y32 = _mm512_cvtepu16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(yi)));
+            if (_mm512_test_epi32_mask(y32, _mm512_set1_epi32(0x8000))) {
+                sitedRow<LK, 2, Centre>(p, yi, pairs + i / 4, d + size_t(i) * 4, 16);
+                continue;
+            }
+        }
+        single16<false, Sh>(v, uv, y32, d + size_t(i) * 4);
+    }
+    if (i < n) sitedRow<LK, 2, Centre>(p, sitedLumaAt<LK>(y, i), pairs + i / 4, d + size_t(i) * 4, n - i);
+}
+
+template <int LK, int SX, bool Centre>
+void sitedFast(const RowParams &p, const void *luma, const uint32_t *pairs, void *dst, int32_t n)
+{
+    if (!usable(p)) return sitedRow<LK, SX, Centre>(p, luma, pairs, dst, n);
+    if constexpr (SX == 1)
+        sitedBody1<LK, Centre, -1>(p, luma, pairs, dst, n);
+    else if constexpr (LK == kLuma8 || LK == kLuma16)
+        sitedBody2<LK, Centre, -1>(p, luma, pairs, dst, n);
+    else
+        sitedRow<LK, SX, Centre>(p, luma, pairs, dst, n);
+}
+
+// Two-to-one sited chroma from planes in one pass (RowKernels.h), 64 pixels a step: the weighing of
+// sitedWeighFast for the next 32 pairs and the conversion of sitedBody1 for this step's, the pairs kept
+// in registers. Stops where the next pairs would pass the chroma row's end.
+template <int CK, bool Centre>
+int32_t sitedPlanesFast(const RowParams &p, const void *luma, const void *const rows[4], int32_t wv, uint32_t max,
+                        int32_t cols, void *dst, int32_t n)
+{
+    constexpr int LK = CK == kChromaPlanes8 ? kLuma8 : kLuma16;
+    if (!usable(p) || cols < 64 || n < 64 || wv < 0 || wv > 16) return 0;
+    const Vec v = vecOf(p);
+    const uint8_t *y = static_cast<const uint8_t *>(luma);
+    uint8_t *d = static_cast<uint8_t *>(dst);
+    const uint8_t *ua = static_cast<const uint8_t *>(rows[0]), *va = static_cast<const uint8_t *>(rows[1]);
+    const uint8_t *ub = wv ? static_cast<const uint8_t *>(rows[2]) : ua;
+    const uint8_t *vb = wv ? static_cast<const uint8_t *>(rows[3]) : va;
+    const __m512i wa = _mm512_set1_epi16(int16_t(16 - wv)), wb = _mm512_set1_epi16(int16_t(wv));
+    const __m512i top = _mm512_set1_epi16(int16_t(max)), two = _mm512_set1_epi16(2);
+    const __m512i lo = _mm512_load_si512(kPairInterleave.idx[0]), hi = _mm512_load_si512(kPairInterleave.idx[1]);
+    const auto load = [&](const uint8_t *r, int32_t k) {
+        if constexpr (CK == kChromaPlanes8)
+            return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(r + k)));
+        else
+            return _mm512_min_epu16(_mm512_loadu_si512(r + 2 * size_t(k)), top);
+    };
+    // Pairs k .. k + 15 and k + 16 .. k + 31.
+    const auto pairsAt = [&](int32_t k, __m512i &p0, __m512i &p1) {
+        const __m512i u = _mm512_add_epi16(_mm512_mullo_epi16(load(ua, k), wa), _mm512_mullo_epi16(load(ub, k), wb));
+        const __m512i w = _mm512_add_epi16(_mm512_mullo_epi16(load(va, k), wa), _mm512_mullo_epi16(load(vb, k), wb));
+        p0 = _mm512_permutex2var_epi16(u, lo, w);
+        p1 = _mm512_permutex2var_epi16(u, hi, w);
+    };
+    // 32 pixels from the pairs before (s0), at (s1) and after (s2) each pixel pair.
+    const auto convert = [&](__m512i s0, __m512i s1, __m512i s2, const uint8_t *yi, uint8_t *out) {
+        __m512i e, o;
+        if (Centre) {
+            const __m512i t = _mm512_add_epi16(_mm512_add_epi16(s1, s1), _mm512_add_epi16(s1, two));
+            e = _mm512_srli_epi16(_mm512_add_epi16(s0, t), 2);
+            o = _mm512_srli_epi16(_mm512_add_epi16(t, s2), 2);
+        } else {
+            e = s1;
+            o = _mm512_avg_epu16(s1, s2);
+        }
+        const __m512i yw = LK == kLuma8
+                               ? _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(yi)))
+                               : _mm512_loadu_si512(yi);
+        pairs16Apart<false, -1>(v, e, o, yw, out);
+    };
+    constexpr size_t lumaBytes = LK == kLuma8 ? 1 : 2;
+    __m512i c0, c1;
+    pairsAt(0, c0, c1);
+    // The pair before the first is the first (the clamp at the picture's left edge).
+    __m512i before = _mm512_broadcastd_epi32(_mm512_castsi512_si128(c0));
+    int32_t i = 0;
+    for (; i + 64 <= n && i / 2 + 64 <= cols; i += 64) {
+        __m512i n0, n1;
+        pairsAt(i / 2 + 32, n0, n1);
+        const uint8_t *yi = y + size_t(i) * lumaBytes;
+        uint8_t *out = d + size_t(i) * 4;
+        if (LK == kLuma16 &&
+            _mm512_test_epi16_mask(_mm512_or_si512(_mm512_loadu_si512(yi), _mm512_loadu_si512(yi + 64)),
+                                   _mm512_set1_epi16(int16_t(0x8000)))) {
+            // Codes with bit 15 set are not int16: these 64 pixels go to the template, from the pairs.
+            alignas(64) uint32_t pairs[64];
+            _mm512_store_si512(pairs, before);
+            _mm512_store_si512(pairs + 16, c0);
+            _mm512_store_si512(pairs + 32, c1);
+            _mm512_store_si512(pairs + 48, n0);
+            sitedRow<LK, 1, Centre>(p, yi, pairs + 16, out, 64);
+        } else {
+            convert(_mm512_alignr_epi32(c0, before, 15), c0, _mm512_alignr_epi32(c1, c0, 1), yi, out);
+            convert(_mm512_alignr_epi32(c1, c0, 15), c1, _mm512_alignr_epi32(n0, c1, 1), yi + 32 * lumaBytes,
+                    out + 128);
+        }
+        before = c1;
+        c0 = n0;
+        c1 = n1;
+    }
+    return i;
+}
+
 // Entry points: the exact-arithmetic check, then the body with the usual shifts as immediates.
 template <int K, int SX, bool Tone>
 void planarFast(const RowParams &p, const void *c0, const void *c1, const void *c2, void *dst, int32_t n)
@@ -547,6 +818,34 @@ KernelSet customise(KernelSet k)
     k.diffRow8[0] = diffRow8Fast<false>;
     k.diffRow8[1] = diffRow8Fast<true>;
     k.hdrRow = hdrRowFast;
+    for (int c = 0; c < 2; ++c) {
+        const bool centre = c == 1;
+        k.sitedRow[kLuma8][0][c] = centre ? sitedFast<kLuma8, 1, true> : sitedFast<kLuma8, 1, false>;
+        k.sitedRow[kLuma16][0][c] = centre ? sitedFast<kLuma16, 1, true> : sitedFast<kLuma16, 1, false>;
+        k.sitedRow[kLumaUyvy8][0][c] = centre ? sitedFast<kLumaUyvy8, 1, true> : sitedFast<kLumaUyvy8, 1, false>;
+        k.sitedRow[kLumaYuyv8][0][c] = centre ? sitedFast<kLumaYuyv8, 1, true> : sitedFast<kLumaYuyv8, 1, false>;
+        k.sitedRow[kLuma8][1][c] = centre ? sitedFast<kLuma8, 2, true> : sitedFast<kLuma8, 2, false>;
+        k.sitedRow[kLuma16][1][c] = centre ? sitedFast<kLuma16, 2, true> : sitedFast<kLuma16, 2, false>;
+    }
+    k.sitedPlanes[0][0] = sitedPlanesFast<kChromaPlanes8, false>;
+    k.sitedPlanes[0][1] = sitedPlanesFast<kChromaPlanes8, true>;
+    k.sitedPlanes[1][0] = sitedPlanesFast<kChromaPlanes16, false>;
+    k.sitedPlanes[1][1] = sitedPlanesFast<kChromaPlanes16, true>;
+    k.sitedWeigh[kChromaPlanes8][0] = sitedWeighFast<kChromaPlanes8, 0>;
+    k.sitedWeigh[kChromaPlanes8][1] = sitedWeighFast<kChromaPlanes8, 4>;
+    k.sitedWeigh[kChromaPlanes8][2] = sitedWeighFast<kChromaPlanes8, 8>;
+    k.sitedWeigh[kChromaPlanes8][3] = sitedWeighFast<kChromaPlanes8, 12>;
+    k.sitedWeigh[kChromaPlanes8][4] = sitedWeighFast<kChromaPlanes8, -1>;
+    k.sitedWeigh[kChromaPlanes16][0] = sitedWeighFast<kChromaPlanes16, 0>;
+    k.sitedWeigh[kChromaPlanes16][1] = sitedWeighFast<kChromaPlanes16, 4>;
+    k.sitedWeigh[kChromaPlanes16][2] = sitedWeighFast<kChromaPlanes16, 8>;
+    k.sitedWeigh[kChromaPlanes16][3] = sitedWeighFast<kChromaPlanes16, 12>;
+    k.sitedWeigh[kChromaPlanes16][4] = sitedWeighFast<kChromaPlanes16, -1>;
+    k.sitedWeigh[kChromaPairs8][0] = sitedWeighFast<kChromaPairs8, 0>;
+    k.sitedWeigh[kChromaPairs8][1] = sitedWeighFast<kChromaPairs8, 4>;
+    k.sitedWeigh[kChromaPairs8][2] = sitedWeighFast<kChromaPairs8, 8>;
+    k.sitedWeigh[kChromaPairs8][3] = sitedWeighFast<kChromaPairs8, 12>;
+    k.sitedWeigh[kChromaPairs8][4] = sitedWeighFast<kChromaPairs8, -1>;
     return k;
 }
 

@@ -88,6 +88,44 @@ struct HdrParams {
 using HdrRowFn = void (*)(const HdrParams &, const uint16_t *c0, const uint16_t *c1, const uint16_t *c2, void *dst,
                           int32_t n);
 
+// Sited (bilinear) chroma, reconstructed as part of the conversion. First the chroma rows around an
+// output row are weighed vertically into one row of pairs: word pair k = c1 | c2 << 16 of chroma column
+// k, each (16 - wv) * a + wv * b from the codes a and b of the two chroma rows (wv in 1/16, 0..16).
+// Where the chroma rows come from:
+//   kChromaPlanes8, kChromaPlanes16: planes of unsigned codes, a1 / a2 the first / second component of
+//     row a, b1 / b2 of row b; 16-bit codes above `max` (at most 4095, so that a word holds the sum)
+//     count as `max`;
+//   kChromaPairs8: interleaved c1 c2 bytes (a1 row a, b1 row b);
+//   kChromaUyvy8, kChromaYuyv8: the chroma bytes of a packed 4:2:2 row (a1), one row (wv 0).
+// Pointers a row does not use (b1 and b2 for a weight of 0) may be null.
+enum SitedChroma : int { kChromaPlanes8, kChromaPlanes16, kChromaPairs8, kChromaUyvy8, kChromaYuyv8 };
+using SitedWeighFn = void (*)(const void *a1, const void *a2, const void *b1, const void *b2, int32_t wv, uint32_t max,
+                              uint32_t *pairs, int32_t n);
+// The usual vertical weights have loops of their own (their products become shifts and adds).
+constexpr int32_t kSitedWeights[5] = {0, 4, 8, 12, -1}; // -1: any weight
+// Then across, fused with the conversion: output pixel x = 2^sx k + r takes
+//     c = ((16 - w[r]) * pair[k + o[r]] + w[r] * pair[k + o[r] + 1] + 8) >> 4     (c1 and c2 alike)
+// with the siting's fixed offsets o and weights w in 1/16: two to one (sx 1) cosited o = (0, 0),
+// w = (0, 8), centred o = (-1, 0), w = (12, 4); four to one (sx 2) cosited o = 0, w = (0, 4, 8, 12),
+// centred o = (-1, -1, 0, 0), w = (10, 14, 2, 6). Then, as in every row function,
+//     sum_i = m[i][0]*y + m[i][1]*c1 + m[i][2]*c2 + add[i],  v_i = clamp(int32(sum_i) >> shift, 0, 255)
+// (no tone table: the caller's tone pass follows). pair[-1] and the pairs after the last column the row
+// uses must hold the edge's pair (the clamp at the picture's edges), and the array must extend 64 pairs
+// beyond that for the vector loads. The fast kernels weigh across in 16-bit lanes, so every chroma word
+// must be at most sitedPairLimit(). Luma: unsigned 8-bit or 16-bit codes, or the luma bytes of a packed
+// 4:2:2 row (U Y V Y or Y U Y V; n even).
+enum SitedLuma : int { kLuma8, kLuma16, kLumaUyvy8, kLumaYuyv8 };
+using SitedRowFn = void (*)(const RowParams &, const void *luma, const uint32_t *pairs, void *dst, int32_t n);
+constexpr uint32_t sitedPairLimit(int32_t sx, bool centred) { return sx == 2 && centred ? 8191u : 16383u; }
+// Two-to-one sited chroma from planes in one pass: sitedWeigh's vertical weighing (kChromaPlanes8 with
+// 8-bit luma, kChromaPlanes16 with 16-bit luma; rows a1 a2 b1 b2 as there, each holding `cols` codes)
+// and sitedRow's conversion, without the row of pairs between them, which a picture larger than the
+// caches has to wait for. Converts as many of the row's first pixels as its loop takes whole, keeping
+// clear of the chroma row's end, and returns how many (possibly none); the caller converts the rest
+// through sitedWeigh and sitedRow. 16 * max must be at most sitedPairLimit(1, centred).
+using SitedPlanesFn = int32_t (*)(const RowParams &, const void *luma, const void *const rows[4], int32_t wv,
+                                  uint32_t max, int32_t cols, void *dst, int32_t n);
+
 struct KernelSet {
     const char *name;
     PlanarRowFn planar[4][3][2]; // [SampleKind][sx 0..2][tone]
@@ -108,6 +146,10 @@ struct KernelSet {
     GaussColumnsFn gaussColumns[3]; // [8-bit / 16-bit / float]
     GaussWindowsFn gaussWindows;
     HdrRowFn hdrRow;
+    SitedWeighFn sitedWeigh[5][5]; // [SitedChroma][index into kSitedWeights]
+    SitedRowFn sitedRow[4][2][2];  // [SitedLuma][sx 1, 2][cosited, centred]
+    // [8-bit / 16-bit planes][cosited, centred]; null in sets without such loops (the portable set).
+    SitedPlanesFn sitedPlanes[2][2];
 };
 
 // The portable set (the reference every other set is tested against) and, on x86-64 builds, the

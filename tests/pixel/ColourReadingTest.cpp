@@ -206,7 +206,9 @@ TEST(ColourReading, EveryKernelSetGivesTheSameBytesAtAwkwardSizes)
         ColourTransfer transfer;
         int32_t peak;
         bool isSigned = false;
+        ChromaSiting siting = ChromaSiting::Nearest;
     };
+    constexpr ChromaSiting kLeft = ChromaSiting::Left, kCenter = ChromaSiting::Center, kTop = ChromaSiting::TopLeft;
     const Case cases[] = {
         {"4:2:0 10-bit PQ", YUV_p420, 10, ColourMatrix::BT2020, ColourRange::Limited, ColourTransfer::PQ, 1000},
         {"4:2:0 8-bit HLG", YUV_p420, 8, ColourMatrix::BT2020, ColourRange::Full, ColourTransfer::HLG, 4000},
@@ -226,8 +228,34 @@ TEST(ColourReading, EveryKernelSetGivesTheSameBytesAtAwkwardSizes)
         {"luma 10-bit limited", BW, 10, ColourMatrix::BT601, ColourRange::Limited, ColourTransfer::SDR, 0},
         {"signed luma 8-bit", BW, 8, ColourMatrix::BT709, ColourRange::Full, ColourTransfer::SDR, 0, true},
         {"signed 4:2:0 8-bit", YUV_p420, 8, ColourMatrix::BT601, ColourRange::Limited, ColourTransfer::SDR, 0, true},
+        // Sited chroma: every way the sited rows read luma and chroma, both ratios across, every siting.
+        {"4:2:0 8-bit left", YUV_p420, 8, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kLeft},
+        {"4:2:0 10-bit center", YUV_p420, 10, ColourMatrix::BT2020, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kCenter},
+        {"4:2:2 8-bit topleft", YUV_p422, 8, ColourMatrix::BT601, ColourRange::Full, ColourTransfer::SDR, 0, false,
+         kTop},
+        {"4:1:1 8-bit center", YUV_p411, 8, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kCenter},
+        {"4:1:1 10-bit left", YUV_p411, 10, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kLeft},
+        {"4:1:0 8-bit left", YUV_p410, 8, ColourMatrix::BT601, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kLeft},
+        {"nv12 center", YUV_nv12, 8, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false, kCenter},
+        {"uyvy 8-bit left", YUV_uyvy, 8, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kLeft},
+        {"yuyv 8-bit center", YUV_yuyv, 8, ColourMatrix::BT601, ColourRange::Full, ColourTransfer::SDR, 0, false,
+         kCenter},
+        {"uyvy 10-bit topleft", YUV_uyvy, 10, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kTop},
+        {"v210 left", YUV_v210, 10, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false, kLeft},
+        {"signed 4:2:0 8-bit center", YUV_p420, 8, ColourMatrix::BT601, ColourRange::Limited, ColourTransfer::SDR, 0,
+         true, kCenter},
+        {"4:2:0 12-bit left", YUV_p420, 12, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kLeft},
     };
-    const std::pair<int32_t, int32_t> sizes[] = {{1, 1}, {15, 3}, {17, 5}, {33, 7}, {65, 3}, {129, 2}};
+    // Up to a few rows of 1031 pixels: more than one step of every vector loop, with a ragged end.
+    const std::pair<int32_t, int32_t> sizes[] = {{1, 1}, {15, 3}, {17, 5}, {33, 7}, {65, 3}, {129, 2}, {1031, 3}};
     const auto run = [](const VideoProps &p, const std::vector<uint8_t> &samples, const char *set, bool toned) {
         ColorConversion::X2RGBColorConv c;
         c.setDescription(p);
@@ -248,6 +276,7 @@ TEST(ColourReading, EveryKernelSetGivesTheSameBytesAtAwkwardSizes)
                 f.props.colour.matrix = k.matrix;
                 f.props.colour.range = k.range;
                 f.props.colour.transfer = k.transfer;
+                f.props.colour.chroma = k.siting;
                 if (k.peak) f.props.colour.peakNits = k.peak;
                 const std::vector<uint32_t> portable = run(f.props, f.samples, "portable", toned);
                 for (size_t i = 0; i < portable.size(); ++i)
@@ -258,6 +287,46 @@ TEST(ColourReading, EveryKernelSetGivesTheSameBytesAtAwkwardSizes)
                         << k.name << " " << w << "x" << h << " " << set << (toned ? " toned" : "");
                 }
             }
+}
+
+// Samples of a 10-bit file in 16-bit words may carry stray high bits. Sited chroma weighs codes in
+// 16-bit lanes: such words must neither overflow them nor make any kernel set differ from the others.
+TEST(ColourReading, StrayHighBitsGiveTheSameSitedPictureInEverySet)
+{
+    for (videoFormat_t layout : {YUV_p420, YUV_p411, YUV_uyvy})
+        for (ChromaSiting siting : {ChromaSiting::Left, ChromaSiting::Center}) {
+            Frame f = patternFrame(layout, 261, 9, 10, false, 2);
+            uint16_t *words = reinterpret_cast<uint16_t *>(f.samples.data());
+            for (size_t i = 0; i < f.samples.size() / 2; ++i)
+                if (i % 3 == 0) words[i] = uint16_t(0xffff - i % 5000);
+            f.props.colour.matrix = ColourMatrix::BT709;
+            f.props.colour.range = ColourRange::Limited;
+            f.props.colour.chroma = siting;
+            const std::vector<uint32_t> portable = convert(f.props, f.samples, "portable");
+            for (const char *set : {"avx2", "avx512"})
+                if (kernelsByName(set)) {
+                    EXPECT_EQ(convert(f.props, f.samples, set), portable) << int(layout) << " " << set;
+                }
+        }
+}
+
+// A 4:2:0 frame and picture larger than a last-level cache take the one-pass sited planes where the
+// kernel set has them (the rest of each row through the row of pairs): the same bytes as the portable
+// rows, for both horizontal sitings and both sample sizes, with an odd width and height.
+TEST(ColourReading, LargeSitedFramesGiveTheSameBytesInEverySet)
+{
+    for (int32_t bits : {8, 10})
+        for (ChromaSiting siting : {ChromaSiting::TopLeft, ChromaSiting::Center}) {
+            Frame f = patternFrame(YUV_p420, 4099, 2063, bits, false, 7);
+            f.props.colour.matrix = ColourMatrix::BT709;
+            f.props.colour.range = ColourRange::Limited;
+            f.props.colour.chroma = siting;
+            const std::vector<uint32_t> portable = convert(f.props, f.samples, "portable");
+            for (const char *set : {"avx2", "avx512"})
+                if (kernelsByName(set)) {
+                    EXPECT_EQ(convert(f.props, f.samples, set, 0), portable) << bits << " bits " << set;
+                }
+        }
 }
 
 TEST(ColourReading, HandWorkedValues)
