@@ -431,13 +431,15 @@ FastPlan fastPlan(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes)
     return f;
 }
 
-// The canonical rows that picture rows [y0, y1) are shown from, all components in one pass a stored row.
-void unpackFastRows(const UnpackRowKernels &rows, const FastPlan &f, const uint8_t *src, uint8_t *dst, int32_t y0,
-                    int32_t y1, int32_t H)
+// The canonical rows that picture rows [y0, y1) are shown from, all components in one pass a stored row,
+// into the canonical frame whose components lie at `t` (f.t, or a frame of fewer rows), canonical row j
+// at row j - base of it.
+void unpackFastRows(const UnpackRowKernels &rows, const FastPlan &f, const Target *t, int32_t base, const uint8_t *src,
+                    uint8_t *dst, int32_t y0, int32_t y1, int32_t H)
 {
-    const Target &ty = f.t[0], &tu = f.t[f.swapChroma ? 2 : 1], &tv = f.t[f.swapChroma ? 1 : 2];
+    const Target &ty = t[0], &tu = t[f.swapChroma ? 2 : 1], &tv = t[f.swapChroma ? 1 : 2];
     const int32_t wb = f.wordBytes;
-    auto at = [&](const Target &t, int32_t j) { return dst + (t.start + int64_t(j) * t.stride) * wb; };
+    auto at = [&](const Target &c, int32_t j) { return dst + (c.start + int64_t(j - base) * c.stride) * wb; };
     if (f.shape == Shape::Quads) {
         const int32_t groups = ty.cols / 2;
         for (int32_t j = y0; j < y1; ++j) {
@@ -457,9 +459,10 @@ void unpackFastRows(const UnpackRowKernels &rows, const FastPlan &f, const uint8
         else
             rows.words(in, f.shift, f.mask, reinterpret_cast<uint16_t *>(at(ty, j)), ty.cols);
     }
-    const int32_t sy = tu.shiftY;
-    const int32_t j0 = std::min(tu.rows, ((y0 - 1) >> sy) + 1);
-    const int32_t j1 = y1 >= H ? tu.rows : std::min(tu.rows, ((y1 - 1) >> sy) + 1);
+    // Chroma rows counted in the whole frame, wherever they are written.
+    const int32_t sy = tu.shiftY, rowsU = f.t[1].rows;
+    const int32_t j0 = std::min(rowsU, ((y0 - 1) >> sy) + 1);
+    const int32_t j1 = y1 >= H ? rowsU : std::min(rowsU, ((y1 - 1) >> sy) + 1);
     for (int32_t j = j0; j < j1; ++j) {
         const uint8_t *in = src + f.pl.start[1] + int64_t(j) * f.pl.rowBytes[1];
         if (wb == 1)
@@ -471,6 +474,43 @@ void unpackFastRows(const UnpackRowKernels &rows, const FastPlan &f, const uint8
 }
 
 } // namespace
+
+struct RowPlan {
+    FastPlan f;
+    VideoProps canon;
+};
+
+std::shared_ptr<const RowPlan> planOwnRows(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes)
+{
+    if (!needsUnpack(stored) || stored.width <= 0 || stored.height <= 0 || !unpacksByDescriptor(stored)) return {};
+    FastPlan f = fastPlan(stored, srcBytes, dstBytes);
+    if (f.shape == Shape::None) return {};
+    for (const Target &t : f.t)
+        if (t.shiftY != 0) return {};
+    auto plan = std::make_shared<RowPlan>();
+    plan->f = f;
+    plan->canon = canonicalProps(stored);
+    return plan;
+}
+
+int64_t ownRowsBytes(const RowPlan &plan, int32_t rows)
+{
+    const VideoProps &c = plan.canon;
+    return rows <= 0 ? 0 : allocationSize(c.format, c.containerBits, c.width, rows);
+}
+
+bool unpackOwnRows(const RowPlan &plan, const UnpackRowKernels &rows, const uint8_t *src, int32_t y0, int32_t y1,
+                   uint8_t *dst, int64_t dstBytes)
+{
+    const int32_t H = plan.canon.height;
+    if (!src || !dst || y0 < 0 || y1 > H || y0 >= y1 || dstBytes < ownRowsBytes(plan, y1 - y0)) return false;
+    VideoProps part = plan.canon;
+    part.height = y1 - y0;
+    Target t[4];
+    if (canonicalTargets(part, dstBytes / plan.f.wordBytes, t) != 3) return false;
+    unpackFastRows(rows, plan.f, t, y0, src, dst, y0, y1, H);
+    return true;
+}
 
 bool unpacksInOnePass(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes)
 {
@@ -498,7 +538,7 @@ void unpackFrameWith(const UnpackRowKernels &rows, const VideoProps &stored, con
         constexpr int32_t kFastBand = 16;
         const int32_t H = stored.height;
         WorkerPool::shared().run((H + kFastBand - 1) / kFastBand, helpersFor(threads), [&](int32_t b) {
-            unpackFastRows(rows, f, src, dst, b * kFastBand, std::min(H, (b + 1) * kFastBand), H);
+            unpackFastRows(rows, f, f.t, 0, src, dst, b * kFastBand, std::min(H, (b + 1) * kFastBand), H);
         });
         return;
     }

@@ -9,6 +9,7 @@
 #include "pixel/NativeReadout.h"
 
 #include <cstdint>
+#include <memory>
 
 namespace kavri::pixel {
 
@@ -41,6 +42,20 @@ void unpackFrameWith(const UnpackRowKernels &rows, const VideoProps &stored, con
 // and Y210-style rows in little-endian words of the canonical size, every row whole in both buffers);
 // the other frames go component by component.
 bool unpacksInOnePass(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes);
+
+// The frames whose stored rows each unpack into the canonical rows of the same number and no others
+// (the one-pass shapes without vertical chroma subsampling: Y210 and its kin, NV16, P210, NV24, P410):
+// the plan is worked out once for a record, then any band of rows can be unpacked on any thread into a
+// small frame of its own, just before the band is converted. Null for any other frame.
+struct RowPlan;
+std::shared_ptr<const RowPlan> planOwnRows(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes);
+// Bytes of a canonical frame of `rows` rows of such a frame.
+int64_t ownRowsBytes(const RowPlan &plan, int32_t rows);
+// Unpacks stored rows [y0, y1) of a frame planned by planOwnRows, on the calling thread, into `dst` as a
+// canonical frame of y1 - y0 rows (its planes one after the other): the samples unpackFrame gives those
+// rows. False (nothing written) for rows outside the frame or a buffer under ownRowsBytes.
+bool unpackOwnRows(const RowPlan &plan, const UnpackRowKernels &rows, const uint8_t *src, int32_t y0, int32_t y1,
+                   uint8_t *dst, int64_t dstBytes);
 
 // The reference unpack: the same result as unpackFrame, one sample at a time through readComponent.
 void unpackFrameReference(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst,
