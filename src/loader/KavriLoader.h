@@ -245,6 +245,8 @@ private:
     // choices.
     mutable QMutex m_viewMutex;
     kavri::FramePipeline m_pipeline;
+    // What a frame record's receivers call for samples the pipeline left out (frame_t::unpackSamples).
+    std::function<const uint8_t *()> m_unpackSamples;
     uint32_t m_allocSize = 0;
     // What the viewer chose; the contrast slider moves the difference table's gain instead of the tone
     // curve's contrast while the difference is shown.

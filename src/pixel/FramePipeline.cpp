@@ -4,6 +4,7 @@
 #include "formats/FrameSize.h"
 #include "formats/Validation.h"
 #include "pixel/LayoutUnpack.h"
+#include "pixel/UnpackRows.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -131,6 +132,7 @@ void FramePipeline::setup(const VideoProps &props, bool withSecond)
         m_frameBytes = m_allocSize = m_sampleBytes = 0;
         throw;
     }
+    m_rowPlan = m_unpacks ? pixel::planOwnRows(m_stored, m_allocSize, m_sampleBytes) : nullptr;
     m_shown = Buffer::First;
     m_converter.setDescription(m_props);
     m_converter.setUnsigned(!props.signedValues);
@@ -166,6 +168,8 @@ void FramePipeline::release()
     for (AlignedBuffer &b : m_buffers) b.reset();
     for (AlignedBuffer &b : m_raw) b.reset();
     m_mosaicRgb.reset();
+    m_rowPlan.reset();
+    m_samplesPending = false;
 }
 
 void FramePipeline::exchangeInput(AlignedBuffer &first, AlignedBuffer &second)
@@ -208,6 +212,7 @@ bool FramePipeline::read(std::istream &first, std::istream *second, uint64_t ind
 
 void FramePipeline::toNative()
 {
+    m_samplesPending = false;
     if (described()) {
         for (Buffer b : {Buffer::First, Buffer::Second})
             if (readBuffer(b) && buffer(b))
@@ -221,7 +226,7 @@ void FramePipeline::toNative()
 
 const DifferencePicture &FramePipeline::compare()
 {
-    if (m_hasSecond && buffer(Buffer::First))
+    if (m_hasSecond && samples(Buffer::First))
         m_difference.compute(buffer(Buffer::First), buffer(Buffer::Second), buffer(Buffer::Difference));
     return m_difference;
 }
@@ -236,7 +241,7 @@ void FramePipeline::applyTone(int32_t brightness, int32_t contrast, int32_t gamm
     m_tone[2] = gamma;
 }
 
-FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst)
+FramePipeline::Buffer FramePipeline::prepareShow(const ViewSettings &view)
 {
     Buffer source = Buffer::First;
     if (m_hasSecond) {
@@ -244,8 +249,7 @@ FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst
         source = view.view == 1 ? Buffer::First : view.view == 2 ? Buffer::Second : Buffer::Difference;
     }
     m_shown = source;
-    const uint8_t *src = buffer(source);
-    if (!src) return source;
+    if (!buffer(source)) return source;
     if (source == Buffer::Difference) {
         if (view.differenceContrast != m_differenceGain) {
             m_difference.buildTable(view.differenceContrast);
@@ -258,7 +262,14 @@ FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst
         m_converter.setUnsigned(!m_props.signedValues);
     }
     m_converter.setChannelSelection(view.channel);
-    if (!dst) return source;
+    return source;
+}
+
+FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst)
+{
+    const Buffer source = prepareShow(view);
+    const uint8_t *src = samples(source);
+    if (!src || !dst) return source;
     if (m_mosaicRgb && source != Buffer::Difference) {
         // A Bayer mosaic is shown in colour: demosaicked into RGB planes, then converted as RGB.
         m_mosaicConverter.setUnsigned(!m_props.signedValues);
@@ -272,6 +283,58 @@ FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst
     }
     if (m_props.interlaced) deinterlaceFilter(dst, m_props.width, m_props.height);
     return source;
+}
+
+FramePipeline::Buffer FramePipeline::toNativeAndShow(const ViewSettings &view, uint8_t *dst)
+{
+    // A second file is compared before anything is shown, so both frames are needed whole first.
+    const uint8_t *stored = readBuffer(Buffer::First);
+    if (!m_rowPlan || m_hasSecond || !dst || !stored || !buffer(Buffer::First)) {
+        toNative();
+        return show(view, dst);
+    }
+    const Buffer source = prepareShow(view);
+    const pixel::RowPlan &plan = *m_rowPlan;
+    const pixel::UnpackRowKernels &rows = pixel::bestUnpackRows();
+    std::atomic<bool> failed{false};
+    const bool banded = m_converter.convertNativeBands(dst, [&](int32_t s0, int32_t s1) -> const uint8_t * {
+        // Each converting thread unpacks into a band of its own, reused from frame to frame, which stays in
+        // its cache until converted.
+        thread_local AlignedBuffer band;
+        thread_local int64_t bandBytes = 0;
+        const int64_t need = pixel::ownRowsBytes(plan, s1 - s0);
+        if (need > bandBytes) {
+            try {
+                band = allocateAligned(size_t(need));
+                bandBytes = need;
+            } catch (const std::bad_alloc &) {
+                band.reset();
+                bandBytes = 0;
+            }
+        }
+        if (pixel::unpackOwnRows(plan, rows, stored, s0, s1, band.get(), bandBytes)) return band.get();
+        failed.store(true);
+        return nullptr;
+    });
+    if (!banded || failed.load()) {
+        toNative();
+        return show(view, dst);
+    }
+    // The samples of the whole frame are unpacked only if someone asks for them (samples()).
+    m_samplesPending = true;
+    if (m_props.interlaced) deinterlaceFilter(dst, m_props.width, m_props.height);
+    return source;
+}
+
+const uint8_t *FramePipeline::samples(Buffer which)
+{
+    if (which == Buffer::First && m_samplesPending) {
+        m_samplesPending = false;
+        if (readBuffer(Buffer::First) && buffer(Buffer::First))
+            pixel::unpackFrame(m_stored, readBuffer(Buffer::First), m_allocSize, buffer(Buffer::First), m_sampleBytes,
+                               m_converter.threadCount());
+    }
+    return buffer(which);
 }
 
 bool FramePipeline::readout(int32_t x, int32_t y, int32_t &c1, int32_t &c2, int32_t &c3, int32_t *alpha) const

@@ -1,8 +1,13 @@
 // Showing a frame a band of rows at a time: the converter's bands against its conversion of the whole
-// frame for every original layout it takes, and a refusal that writes nothing for the others.
+// frame for every original layout it takes, and a refusal that writes nothing for the others; the
+// pipeline's toNativeAndShow against toNative then show for every newer layout, with the samples
+// unpacked only when asked for and then equal to the whole unpack.
 #include "formats/FrameSize.h"
 #include "formats/PixelDescriptor.h"
 #include "pixel/ColorConversion.h"
+#include "pixel/FramePipeline.h"
+#include "pixel/LayoutUnpack.h"
+#include "pixel/PatternGenerator.h"
 #include "pixel/PlaneGeometry.h"
 #include "pixel/RowKernels.h"
 
@@ -180,4 +185,134 @@ TEST(ConvertInBands, BandsGiveTheWholeFramesPictureOrAreRefused)
         return nullptr;
     }));
     EXPECT_EQ(picture, std::vector<uint8_t>(picture.size(), 0x77));
+}
+
+// Every newer layout through the pipeline, at awkward sizes, flipped or not, on one thread and on the
+// pool, in full colour and as one toned component, deinterlaced or not, with and without a second file:
+// toNativeAndShow shows what toNative then show shows, reads out the same values, and the samples it
+// leaves out (only where the rows unpack one by one and one file is shown) are unpacked when asked for,
+// equal to toNative's; showing again gives the same picture.
+TEST(ShowInBands, ToNativeAndShowEqualsToNativeThenShow)
+{
+    struct Depth {
+        int32_t bits, container;
+        bool isSigned, bigEndian;
+    };
+    int32_t pending = 0;
+    for (int v = kCoreLayoutCount + 1; v <= kLayoutCount; ++v) {
+        const PixelDescriptor &d = *pixelDescriptor(v);
+        std::vector<Depth> depths;
+        if (d.fixedDepth)
+            depths = {{d.fixedDepth, d.fixedDepth > 8 ? 16 : 8, false, false},
+                      {d.fixedDepth, d.fixedDepth > 8 ? 16 : 8, false, true}};
+        else
+            depths = {{8, 8, false, false}, {10, 16, false, false}, {10, 16, true, false}, {16, 16, false, false}};
+        for (const Depth &dp : depths)
+            for (const auto &sz : kSizes) {
+                PatternSpec s;
+                s.layout = videoFormat_t(v);
+                s.width = sz[0];
+                s.height = sz[1];
+                s.bits = dp.bits;
+                s.containerBits = dp.container;
+                s.isSigned = dp.isSigned;
+                s.bigEndian = dp.bigEndian;
+                if (!patternSpecError(s).empty()) continue;
+                const VideoProps rec = patternRecord(s);
+                const int32_t W = s.width, H = s.height;
+                for (int variant = 0; variant < 6; ++variant) {
+                    if (int64_t(W) * H == kLarge && variant > 1) continue;
+                    const bool flip = variant & 1, second = variant == 4, interlaced = variant == 5;
+                    const int32_t threads = variant == 2 || variant == 3 ? 1 : 0;
+                    SCOPED_TRACE(nameOf(v) + " " + std::to_string(W) + "x" + std::to_string(H) + " " +
+                                 std::to_string(dp.bits) + "/" + std::to_string(dp.container) +
+                                 (dp.isSigned ? " signed" : "") + (dp.bigEndian ? " BE" : "") + " variant " +
+                                 std::to_string(variant));
+                    VideoProps r = rec;
+                    r.flipped = flip;
+                    FramePipeline a, b;
+                    a.setup(r, second);
+                    b.setup(r, second);
+                    for (FramePipeline *pipe : {&a, &b}) {
+                        pipe->converter().setThreadCount(threads);
+                        pipe->setDeinterlace(interlaced);
+                    }
+                    const auto stored = randomBytes(a.frameBytes(), uint32_t(v * 131 + W * 7 + H + variant));
+                    for (FramePipeline *pipe : {&a, &b}) {
+                        std::memcpy(pipe->readBuffer(FramePipeline::Buffer::First), stored.data(), stored.size());
+                        if (second)
+                            std::memcpy(pipe->readBuffer(FramePipeline::Buffer::Second), stored.data(), stored.size());
+                    }
+                    ViewSettings view;
+                    if (variant == 3) {
+                        view.channel = 1;
+                        view.brightness = 30;
+                        view.gamma = 200;
+                    }
+                    if (second) view.view = 1;
+                    std::vector<uint8_t> want(size_t(W) * H * 4, 0x11), got(want.size(), 0x11);
+                    a.toNative();
+                    EXPECT_EQ(a.show(view, want.data()), FramePipeline::Buffer::First);
+                    EXPECT_EQ(b.toNativeAndShow(view, got.data()), FramePipeline::Buffer::First);
+                    for (size_t i = 0; i < got.size(); ++i)
+                        ASSERT_EQ(got[i], want[i]) << "pixel " << i / 4 % size_t(W) << "," << i / 4 / size_t(W);
+                    const bool leftOut = planOwnRows(b.storedProps(), b.allocationSize(), b.sampleBytes()) && !second;
+                    EXPECT_EQ(b.samplesPending(), leftOut);
+                    pending += b.samplesPending();
+                    for (auto [x, y] : {std::pair{0, 0}, std::pair{W - 1, H - 1}, std::pair{W / 2, H / 2}}) {
+                        int32_t wa[3] = {}, wb[3] = {};
+                        ASSERT_EQ(a.readout(x, y, wa[0], wa[1], wa[2], nullptr),
+                                  b.readout(x, y, wb[0], wb[1], wb[2], nullptr));
+                        EXPECT_TRUE(std::equal(wa, wa + 3, wb)) << x << "," << y;
+                    }
+                    const uint8_t *samples = b.samples(FramePipeline::Buffer::First);
+                    EXPECT_FALSE(b.samplesPending());
+                    ASSERT_EQ(0, std::memcmp(samples, a.buffer(FramePipeline::Buffer::First), a.sampleBytes()));
+                    std::vector<uint8_t> again(want.size(), 0x11);
+                    b.show(view, again.data());
+                    EXPECT_EQ(again, want);
+                }
+            }
+    }
+    EXPECT_GT(pending, 100);
+}
+
+// The frames the pipeline shows in bands: those whose stored rows unpack one by one (no vertical chroma
+// subsampling, the one-pass shapes) at any size.
+TEST(ShowInBands, TheRowByRowShapesAreShownInBands)
+{
+    struct Case {
+        videoFormat_t layout;
+        int32_t w, h, bits, container;
+        bool bigEndian;
+        bool inBands;
+    };
+    const Case cases[] = {
+        {YUV_y210, 1920, 1080, 10, 16, false, true}, {YUV_y210, 1919, 1079, 10, 16, false, true},
+        {YUV_y212, 3, 1, 12, 16, false, true},       {YUV_y216, 64, 17, 16, 16, false, true},
+        {YUV_y210, 1920, 1080, 10, 16, true, false}, {YUV_nv16, 33, 9, 8, 8, false, true},
+        {YUV_p210, 65, 33, 10, 16, false, true},     {YUV_nv24, 5, 5, 8, 8, false, true},
+        {YUV_p410w, 7, 3, 10, 16, false, true},      {YUV_p010, 1920, 1080, 10, 16, false, false},
+        {YUV_nv21, 1920, 1080, 8, 8, false, false},  {YUV_yv16, 64, 32, 8, 8, false, false},
+        {YUV_y410, 64, 32, 10, 16, false, false},
+    };
+    for (const Case &c : cases) {
+        PatternSpec s;
+        s.layout = c.layout;
+        s.width = c.w;
+        s.height = c.h;
+        s.bits = c.bits;
+        s.containerBits = c.container;
+        s.bigEndian = c.bigEndian;
+        SCOPED_TRACE(nameOf(c.layout) + " " + std::to_string(c.w) + "x" + std::to_string(c.h));
+        FramePipeline pipe;
+        pipe.setup(patternRecord(s), false);
+        ASSERT_TRUE(writePatternFrame(s, 3, pipe.readBuffer(FramePipeline::Buffer::First), pipe.frameBytes()));
+        std::vector<uint8_t> picture(size_t(c.w) * c.h * 4);
+        pipe.toNativeAndShow(ViewSettings{}, picture.data());
+        EXPECT_EQ(pipe.samplesPending(), c.inBands);
+        // Without a picture to convert into, the samples are unpacked at once.
+        pipe.toNativeAndShow(ViewSettings{}, nullptr);
+        EXPECT_FALSE(pipe.samplesPending());
+    }
 }
