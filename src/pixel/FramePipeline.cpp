@@ -133,6 +133,9 @@ void FramePipeline::setup(const VideoProps &props, bool withSecond)
         throw;
     }
     m_rowPlan = m_unpacks ? pixel::planOwnRows(m_stored, m_allocSize, m_sampleBytes) : nullptr;
+    m_showProps = pixel::shownProps(m_stored);
+    m_showsOwnRecord = m_unpacks && m_showProps.format != m_props.format;
+    m_showConverter.setDescription(m_showProps);
     m_shown = Buffer::First;
     m_converter.setDescription(m_props);
     m_converter.setUnsigned(!props.signedValues);
@@ -183,14 +186,18 @@ void FramePipeline::setDeinterlace(bool on)
 {
     m_props.interlaced = on;
     m_stored.interlaced = on;
+    m_showProps.interlaced = on;
     m_converter.setDescription(m_props);
+    m_showConverter.setDescription(m_showProps);
 }
 
 void FramePipeline::setColour(const ColourDescription &colour)
 {
     m_props.colour = colour;
     m_stored.colour = colour;
+    m_showProps.colour = colour;
     m_converter.setDescription(m_props);
+    m_showConverter.setDescription(m_showProps);
     VideoProps rgb = m_props;
     rgb.format = RGB_planar;
     m_mosaicConverter.setDescription(rgb);
@@ -236,6 +243,7 @@ void FramePipeline::applyTone(int32_t brightness, int32_t contrast, int32_t gamm
     if (m_tone[0] == brightness && m_tone[1] == contrast && m_tone[2] == gamma) return;
     m_converter.setToneCurve(brightness, contrast, gamma);
     m_mosaicConverter.setToneCurve(brightness, contrast, gamma);
+    m_showConverter.setToneCurve(brightness, contrast, gamma);
     m_tone[0] = brightness;
     m_tone[1] = contrast;
     m_tone[2] = gamma;
@@ -270,6 +278,7 @@ FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst
     const Buffer source = prepareShow(view);
     const uint8_t *src = samples(source);
     if (!src || !dst) return source;
+    if (showThroughOwnRecord(source, dst)) return source;
     if (m_mosaicRgb && source != Buffer::Difference) {
         // A Bayer mosaic is shown in colour: demosaicked into RGB planes, then converted as RGB.
         m_mosaicConverter.setUnsigned(!m_props.signedValues);
@@ -285,6 +294,51 @@ FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst
     return source;
 }
 
+namespace {
+
+// A band's samples for the converting thread: its own buffer of at least `bytes`, reused from frame to
+// frame so that it stays in that core's cache; null when the memory is not there.
+uint8_t *bandBuffer(int64_t bytes)
+{
+    thread_local AlignedBuffer band;
+    thread_local int64_t have = 0;
+    if (bytes > have) {
+        try {
+            band = allocateAligned(size_t(bytes));
+            have = bytes;
+        } catch (const std::bad_alloc &) {
+            band.reset();
+            have = 0;
+            return nullptr;
+        }
+    }
+    return band.get();
+}
+
+} // namespace
+
+bool FramePipeline::showThroughOwnRecord(Buffer source, uint8_t *dst)
+{
+    const uint8_t *stored = readBuffer(source);
+    if (!m_showsOwnRecord || source == Buffer::Difference || !dst || !stored) return false;
+    m_showConverter.setUnsigned(!m_props.signedValues);
+    m_showConverter.setChannelSelection(m_converter.channelSelection());
+    m_showConverter.setThreadCount(m_converter.threadCount());
+    std::atomic<bool> failed{false};
+    const bool shown = m_showConverter.convertNativeBands(dst, [&](int32_t s0, int32_t s1) -> const uint8_t * {
+        VideoProps part = m_showProps;
+        part.height = s1 - s0;
+        const int64_t need = kavri::allocationSize(part.format, part.containerBits, part.width, part.height);
+        uint8_t *band = bandBuffer(need);
+        if (band && pixel::unpackShownRows(m_stored, stored, m_allocSize, s0, s1, band, need)) return band;
+        failed.store(true);
+        return nullptr;
+    });
+    if (!shown || failed.load()) return false;
+    if (m_props.interlaced) deinterlaceFilter(dst, m_props.width, m_props.height);
+    return true;
+}
+
 FramePipeline::Buffer FramePipeline::toNativeAndShow(const ViewSettings &view, uint8_t *dst)
 {
     // A second file is compared before anything is shown, so both frames are needed whole first.
@@ -298,21 +352,9 @@ FramePipeline::Buffer FramePipeline::toNativeAndShow(const ViewSettings &view, u
     const pixel::UnpackRowKernels &rows = pixel::bestUnpackRows();
     std::atomic<bool> failed{false};
     const bool banded = m_converter.convertNativeBands(dst, [&](int32_t s0, int32_t s1) -> const uint8_t * {
-        // Each converting thread unpacks into a band of its own, reused from frame to frame, which stays in
-        // its cache until converted.
-        thread_local AlignedBuffer band;
-        thread_local int64_t bandBytes = 0;
         const int64_t need = pixel::ownRowsBytes(plan, s1 - s0);
-        if (need > bandBytes) {
-            try {
-                band = allocateAligned(size_t(need));
-                bandBytes = need;
-            } catch (const std::bad_alloc &) {
-                band.reset();
-                bandBytes = 0;
-            }
-        }
-        if (pixel::unpackOwnRows(plan, rows, stored, s0, s1, band.get(), bandBytes)) return band.get();
+        uint8_t *band = bandBuffer(need);
+        if (band && pixel::unpackOwnRows(plan, rows, stored, s0, s1, band, need)) return band;
         failed.store(true);
         return nullptr;
     });

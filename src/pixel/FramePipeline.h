@@ -166,6 +166,11 @@ private:
     void applyTone(int32_t brightness, int32_t contrast, int32_t gamma);
     // Compares (with a second file), chooses the buffer to show and sets the converter up for it.
     Buffer prepareShow(const ViewSettings &view);
+    // Shows a file's frame through the record of its own picture (pixel::shownProps) where that differs
+    // from the samples' record, each band unpacked from the stored bytes just before it is converted.
+    // False where it does not apply or the converter cannot take bands (another colour reading): the
+    // caller then converts the samples.
+    bool showThroughOwnRecord(Buffer source, uint8_t *dst);
 
     VideoProps m_props;
     VideoProps m_stored;
@@ -182,6 +187,10 @@ private:
     Buffer m_shown = Buffer::First;
     ColorConversion::X2RGBColorConv m_converter;
     ColorConversion::X2RGBColorConv m_mosaicConverter; // RGB planes of a demosaicked Bayer frame
+    // The record a file's picture is converted from where it is not the samples' (4:2:0 of odd height).
+    VideoProps m_showProps;
+    bool m_showsOwnRecord = false;
+    ColorConversion::X2RGBColorConv m_showConverter;
     DifferencePicture m_difference;
     // What the tone table and the difference table were last built from: a table is rebuilt only when a
     // setting changes, not for every frame.

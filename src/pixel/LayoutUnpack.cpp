@@ -201,11 +201,13 @@ void raw10Row(const uint8_t *src, D *dst, int32_t cols)
 // alpha) rows themselves and the chroma rows those rows use. A chroma row belongs to the range holding the first
 // picture row it serves (and the range reaching the bottom takes any rows below), so the ranges of any
 // split of the picture write each row once and can run on different threads.
-// rowAt(k, target, j) gives where canonical row j of component k goes (null: left out).
+// rowAt(k, target, j) gives where canonical row j of component k goes (null: left out). With `fieldChroma`
+// (4:2:0 stored, chroma not subsampled vertically in `canon`) row j takes the chroma row of its field,
+// as the interlaced 4:2:0 conversion does.
 template <typename D, typename RowAt>
 void unpackRange(const VideoProps &stored, const PixelDescriptor &d, const PlaneLayout &pl, const uint8_t *src,
                  int64_t srcBytes, const VideoProps &canon, int64_t dstSamples, int32_t k0, int32_t k1, int32_t y0,
-                 int32_t y1, const RowAt &rowAt)
+                 int32_t y1, const RowAt &rowAt, bool fieldChroma = false)
 {
     Target t[4];
     const int32_t n = std::min<int32_t>(canonicalTargets(canon, dstSamples, t), d.components);
@@ -237,7 +239,10 @@ void unpackRange(const VideoProps &stored, const PixelDescriptor &d, const Plane
         const int32_t j0 = std::min(tk.rows, ((y0 - 1) >> tk.shiftY) + 1);
         const int32_t j1 = y1 >= H ? tk.rows : std::min(tk.rows, ((y1 - 1) >> tk.shiftY) + 1);
         for (int32_t j = j0; j < j1; ++j) {
-            const int32_t sj = sourceRow(d, tk, k, j);
+            int32_t sj = sourceRow(d, tk, k, j);
+            // The last stored chroma row stands in for the one past it that heights of the form 4n + 2 ask for.
+            if (fieldChroma && isChromaComponent(d, k))
+                sj = std::min(2 * (j / 4) + (j & 1), componentGrid(d, k, stored.width, stored.height).rows - 1);
             const int64_t at = first + int64_t(sj) * rowBytes;
             D *out = rowAt(k, tk, j);
             if (!out || at < 0 || at + need > srcBytes) continue;
@@ -332,6 +337,46 @@ VideoProps canonicalProps(const VideoProps &stored)
     c.toggleEndianness = false;
     c.frameBytes = frameBytes(c.format, c.containerBits, c.width, c.height);
     return c;
+}
+
+VideoProps shownProps(const VideoProps &stored)
+{
+    VideoProps c = canonicalProps(stored);
+    if (isDescribedLayout(stored.format) && c.format == YUV_p420 && (c.height & 1)) {
+        c.format = YUV_p422;
+        c.frameBytes = frameBytes(c.format, c.containerBits, c.width, c.height);
+    }
+    return c;
+}
+
+bool unpackShownRows(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, int32_t y0, int32_t y1,
+                     uint8_t *dst, int64_t dstBytes)
+{
+    if (!src || !dst || !isDescribedLayout(stored.format) || y0 < 0 || y1 > stored.height || y0 >= y1) return false;
+    const PixelDescriptor &d = *pixelDescriptor(stored.format);
+    const VideoProps shown = shownProps(stored);
+    VideoProps part = shown;
+    part.height = y1 - y0;
+    const int64_t need = allocationSize(part.format, part.containerBits, part.width, part.height);
+    const int32_t sb = shown.containerBits / 8;
+    const PlaneLayout pl = storedPlanes(stored);
+    if (need == 0 || dstBytes < need || pl.frameBytes == 0) return false;
+    Target bt[4];
+    if (canonicalTargets(part, need / sb, bt) == 0) return false;
+    // The 4:2:0 chroma rows a progressive or an interlaced conversion takes for each picture row.
+    const bool fieldChroma = stored.interlaced && shown.format != canonicalProps(stored).format;
+    const int64_t wholeSamples = allocationSize(shown.format, shown.containerBits, shown.width, shown.height) / sb;
+    const auto into = [&](auto *out) {
+        return
+            [=, &bt](int k, const Target &, int32_t j) { return out + bt[k].start + int64_t(j - y0) * bt[k].stride; };
+    };
+    if (sb == 2)
+        unpackRange<uint16_t>(stored, d, pl, src, srcBytes, shown, wholeSamples, 0, d.components, y0, y1,
+                              into(reinterpret_cast<uint16_t *>(dst)), fieldChroma);
+    else
+        unpackRange<uint8_t>(stored, d, pl, src, srcBytes, shown, wholeSamples, 0, d.components, y0, y1, into(dst),
+                             fieldChroma);
+    return true;
 }
 
 namespace {

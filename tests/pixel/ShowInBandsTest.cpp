@@ -316,3 +316,152 @@ TEST(ShowInBands, TheRowByRowShapesAreShownInBands)
         EXPECT_FALSE(pipe.samplesPending());
     }
 }
+
+namespace {
+
+// The picture of a 4:2:0 frame worked out from the descriptor's generic reader: every picture row with
+// its luma and the chroma row that covers it (or, interlaced, the chroma row of its field), put into
+// 4:2:2 planes and converted as such; then the deinterlace filter when asked for.
+std::vector<uint8_t> referencePicture(const VideoProps &rec, const std::vector<uint8_t> &stored, bool interlaced,
+                                      const ViewSettings &view)
+{
+    const PixelDescriptor &d = *pixelDescriptor(rec.format);
+    const PlaneLayout pl = storedPlanes(rec);
+    const VideoProps canon = canonicalProps(rec);
+    const int32_t W = rec.width, H = rec.height, cols = W / 2, chromaRows = (H + 1) / 2;
+    VideoProps p422 = canon;
+    p422.format = YUV_p422;
+    p422.interlaced = false;
+    std::vector<uint16_t> planes(size_t(W) * H + 2 * size_t(cols) * H);
+    auto sample = [&](int k, int32_t x, int32_t y) {
+        uint32_t v = 0;
+        EXPECT_TRUE(readComponent(d, pl, stored.data(), int64_t(stored.size()), rec.toggleEndianness, k, rec.bitDepth,
+                                  x, y, v));
+        const int32_t depth = componentDepth(d, k, rec.bitDepth);
+        if (rec.signedValues && (v >> (depth - 1)) & 1u) v |= ~((uint32_t(1) << depth) - 1);
+        return uint16_t(v);
+    };
+    for (int32_t y = 0; y < H; ++y) {
+        for (int32_t x = 0; x < W; ++x) planes[size_t(y) * W + size_t(x)] = sample(0, x, y);
+        const int32_t cy = interlaced ? std::min(2 * (y / 4) + (y & 1), chromaRows - 1) : y / 2;
+        for (int32_t c = 0; c < cols; ++c) {
+            planes[size_t(W) * H + size_t(y) * cols + size_t(c)] = sample(1, c, cy);
+            planes[size_t(W) * H + size_t(cols) * H + size_t(y) * cols + size_t(c)] = sample(2, c, cy);
+        }
+    }
+    std::vector<uint8_t> frame(allocationSize(YUV_p422, canon.containerBits, W, H), 0);
+    for (size_t i = 0; i < planes.size(); ++i) {
+        if (canon.containerBits == 16)
+            std::memcpy(frame.data() + 2 * i, &planes[i], 2);
+        else
+            frame[i] = uint8_t(planes[i]);
+    }
+    ColorConversion::X2RGBColorConv conv;
+    conv.setDescription(p422);
+    conv.setUnsigned(!rec.signedValues);
+    conv.setToneCurve(view.brightness, view.contrast, view.gamma);
+    conv.setChannelSelection(view.channel);
+    std::vector<uint8_t> picture(size_t(W) * H * 4, 0x11);
+    conv.convertNativeFrame(frame.data(), picture.data());
+    if (interlaced) deinterlaceFilter(picture.data(), W, H);
+    return picture;
+}
+
+} // namespace
+
+// The newer 4:2:0 layouts at odd heights show the last row in its real colours: the picture is that of
+// the generic reader's samples converted through 4:2:2 planes, at odd and even widths, flipped or not,
+// interlaced or not, on one thread and on the pool, in full colour and as one toned component, as a
+// file's own picture next to a second file too. The samples stay those of the 4:2:0 layout (the
+// difference, the statistics and the metrics read them), and the readout reads the stored bytes. At even
+// heights nothing changes: the picture is that of the samples.
+TEST(ShowInBands, OddHeightsOfTheNewer420LayoutsShowTheirLastRow)
+{
+    struct Depth {
+        int32_t bits, container;
+        bool isSigned;
+    };
+    int32_t odd = 0;
+    for (int v = kCoreLayoutCount + 1; v <= kLayoutCount; ++v) {
+        const PixelDescriptor &d = *pixelDescriptor(v);
+        if (d.canonical != YUV_p420) continue;
+        std::vector<Depth> depths;
+        if (d.fixedDepth)
+            depths = {{d.fixedDepth, 16, false}};
+        else
+            depths = {{8, 8, false}, {10, 16, false}, {10, 16, true}};
+        for (const Depth &dp : depths)
+            for (const auto &sz : {std::pair{2, 1}, std::pair{3, 3}, std::pair{16, 5}, std::pair{17, 17},
+                                   std::pair{66, 35}, std::pair{65, 34}, std::pair{401, 333}})
+                for (int variant = 0; variant < 5; ++variant) {
+                    PatternSpec s;
+                    s.layout = videoFormat_t(v);
+                    s.width = sz.first;
+                    s.height = sz.second;
+                    s.bits = dp.bits;
+                    s.containerBits = dp.container;
+                    s.isSigned = dp.isSigned;
+                    ASSERT_EQ(patternSpecError(s), "");
+                    VideoProps rec = patternRecord(s);
+                    rec.flipped = variant & 1;
+                    const bool interlaced = variant == 2 || variant == 3, second = variant == 4;
+                    const int32_t W = s.width, H = s.height;
+                    SCOPED_TRACE(nameOf(v) + " " + std::to_string(W) + "x" + std::to_string(H) + " " +
+                                 std::to_string(dp.bits) + (dp.isSigned ? " signed" : "") + " variant " +
+                                 std::to_string(variant));
+                    FramePipeline pipe;
+                    pipe.setup(rec, second);
+                    pipe.setDeinterlace(interlaced);
+                    pipe.converter().setThreadCount(variant == 1 ? 1 : 0);
+                    const auto stored = randomBytes(pipe.frameBytes(), uint32_t(v * 37 + W * 11 + H + variant));
+                    std::memcpy(pipe.readBuffer(FramePipeline::Buffer::First), stored.data(), stored.size());
+                    if (second) {
+                        std::vector<uint8_t> other = stored;
+                        other[0] ^= 0xff;
+                        std::memcpy(pipe.readBuffer(FramePipeline::Buffer::Second), other.data(), other.size());
+                    }
+                    ViewSettings view;
+                    if (variant == 3) {
+                        view.channel = 2;
+                        view.contrast = 500;
+                    }
+                    if (second) view.view = 1;
+                    std::vector<uint8_t> picture(size_t(W) * H * 4, 0x11);
+                    pipe.toNativeAndShow(view, picture.data());
+                    VideoProps samplesRecord = canonicalProps(rec);
+                    samplesRecord.interlaced = interlaced;
+                    ASSERT_EQ(pipe.props().format, YUV_p420);
+                    if (H & 1) {
+                        ++odd;
+                        const std::vector<uint8_t> want = referencePicture(rec, stored, interlaced, view);
+                        for (size_t i = 0; i < picture.size(); ++i)
+                            ASSERT_EQ(picture[i], want[i]) << "pixel " << i / 4 % size_t(W) << "," << i / 4 / size_t(W);
+                    } else {
+                        // The picture of the samples, as before.
+                        ColorConversion::X2RGBColorConv conv;
+                        conv.setDescription(samplesRecord);
+                        conv.setUnsigned(!rec.signedValues);
+                        conv.setToneCurve(view.brightness, view.contrast, view.gamma);
+                        conv.setChannelSelection(view.channel);
+                        std::vector<uint8_t> want(picture.size(), 0x11);
+                        conv.convertNativeFrame(pipe.buffer(FramePipeline::Buffer::First), want.data());
+                        if (interlaced) deinterlaceFilter(want.data(), W, H);
+                        ASSERT_EQ(picture, want);
+                    }
+                    // The samples are the reference unpack's, in the 4:2:0 layout.
+                    std::vector<uint8_t> samples(pipe.sampleBytes(), 0);
+                    unpackFrameReference(rec, stored.data(), int64_t(stored.size()), samples.data(),
+                                         int64_t(samples.size()));
+                    ASSERT_EQ(0,
+                              std::memcmp(pipe.samples(FramePipeline::Buffer::First), samples.data(), samples.size()));
+                    // The readout of the last row reads the stored bytes.
+                    int32_t c[3] = {};
+                    ASSERT_TRUE(pipe.readout(W - 1, H - 1, c[0], c[1], c[2], nullptr));
+                    StoredSample at;
+                    ASSERT_TRUE(
+                        readDescribed(rec, stored.data(), int64_t(stored.size()), W - 1, rec.flipped ? 0 : H - 1, at));
+                    EXPECT_TRUE(std::equal(c, c + 3, at.c));
+                }
+    }
+    EXPECT_GT(odd, 100);
+}
