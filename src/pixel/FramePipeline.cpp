@@ -343,11 +343,19 @@ FramePipeline::Buffer FramePipeline::toNativeAndShow(const ViewSettings &view, u
 {
     // A second file is compared before anything is shown, so both frames are needed whole first.
     const uint8_t *stored = readBuffer(Buffer::First);
-    if (!m_rowPlan || m_hasSecond || !dst || !stored || !buffer(Buffer::First)) {
+    if ((!m_rowPlan && !m_showsOwnRecord) || m_hasSecond || !dst || !stored || !buffer(Buffer::First)) {
         toNative();
         return show(view, dst);
     }
     const Buffer source = prepareShow(view);
+    if (m_showsOwnRecord) {
+        if (!showThroughOwnRecord(source, dst)) {
+            toNative();
+            return show(view, dst);
+        }
+        m_samplesPending = true;
+        return source;
+    }
     const pixel::RowPlan &plan = *m_rowPlan;
     const pixel::UnpackRowKernels &rows = pixel::bestUnpackRows();
     std::atomic<bool> failed{false};

@@ -139,11 +139,12 @@ public:
     // without the tone curve, whose place the difference table's gain takes. Returns the buffer shown.
     Buffer show(const ViewSettings &view, uint8_t *dst);
     // toNative() followed by show(view, dst): the same picture. Where a frame's stored rows each unpack into
-    // their own canonical rows (Y210 and its kin), only the first file is shown and the converter can take
-    // the frame a band at a time, each band of stored rows is unpacked into a small buffer of the
-    // converting thread just before it is converted, and the unpacked frame is not written at all: the
-    // samples of a large frame, the stored bytes and the picture no longer fit the cache together. The
-    // samples are then unpacked into buffer(First) only when samples(First) asks for them.
+    // their own canonical rows (Y210 and its kin) or its picture has a record of its own (shownProps),
+    // only the first file is shown and the converter can take the frame a band at a time, each band of
+    // stored rows is unpacked into a small buffer of the converting thread just before it is converted,
+    // and the unpacked frame is not written at all: the samples of a large frame, the stored bytes and the
+    // picture no longer fit the cache together. The samples are then unpacked into buffer(First) only
+    // when samples(First) asks for them.
     Buffer toNativeAndShow(const ViewSettings &view, uint8_t *dst);
     // buffer(which), with the samples of the frame in the read buffers unpacked first if the last
     // toNativeAndShow left them out. The thread that shows frames calls it (it writes the buffer).

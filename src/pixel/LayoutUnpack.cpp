@@ -203,11 +203,12 @@ void raw10Row(const uint8_t *src, D *dst, int32_t cols)
 // split of the picture write each row once and can run on different threads.
 // rowAt(k, target, j) gives where canonical row j of component k goes (null: left out). With `fieldChroma`
 // (4:2:0 stored, chroma not subsampled vertically in `canon`) row j takes the chroma row of its field,
-// as the interlaced 4:2:0 conversion does.
+// as the interlaced 4:2:0 conversion does. A `chromaCols` above 0 is the samples a chroma row takes
+// instead of the canonical row's (all the stored ones, where the canonical row has room for more).
 template <typename D, typename RowAt>
 void unpackRange(const VideoProps &stored, const PixelDescriptor &d, const PlaneLayout &pl, const uint8_t *src,
                  int64_t srcBytes, const VideoProps &canon, int64_t dstSamples, int32_t k0, int32_t k1, int32_t y0,
-                 int32_t y1, const RowAt &rowAt, bool fieldChroma = false)
+                 int32_t y1, const RowAt &rowAt, bool fieldChroma = false, int32_t chromaCols = 0)
 {
     Target t[4];
     const int32_t n = std::min<int32_t>(canonicalTargets(canon, dstSamples, t), d.components);
@@ -229,7 +230,8 @@ void unpackRange(const VideoProps &stored, const PixelDescriptor &d, const Plane
         }
         if (stored.signedValues) op.signBit = uint32_t(1) << (depth - 1);
         const bool plain = !op.bigEndian && !op.widenUp && !op.signBit && d.packing == Packing::Words;
-        const Target &tk = t[k];
+        Target tk = t[k];
+        if (chromaCols > 0 && isChromaComponent(d, k)) tk.cols = std::min(tk.cols, chromaCols);
         const int64_t rowBytes = pl.rowBytes[cd.plane];
         const int64_t first = pl.start[cd.plane] + int64_t(cd.offset) * wb;
         // A row the stored frame does not hold whole (a short buffer) is left as it was.
@@ -342,12 +344,27 @@ VideoProps canonicalProps(const VideoProps &stored)
 VideoProps shownProps(const VideoProps &stored)
 {
     VideoProps c = canonicalProps(stored);
-    if (isDescribedLayout(stored.format) && c.format == YUV_p420 && (c.height & 1)) {
+    if (!isDescribedLayout(stored.format) || (c.format != YUV_p420 && c.format != YUV_p422)) return c;
+    if (c.width & 1)
+        c.format = YUV_p444;
+    else if (c.format == YUV_p420 && (c.height & 1))
         c.format = YUV_p422;
-        c.frameBytes = frameBytes(c.format, c.containerBits, c.width, c.height);
-    }
+    else
+        return c;
+    c.frameBytes = frameBytes(c.format, c.containerBits, c.width, c.height);
     return c;
 }
+
+namespace {
+
+// Spreads the first (n + 1) / 2 samples of a row over its n samples, each on the two it covers.
+template <typename D>
+void spreadRow(D *row, int32_t n)
+{
+    for (int32_t i = n - 1; i > 0; --i) row[i] = row[i >> 1];
+}
+
+} // namespace
 
 bool unpackShownRows(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, int32_t y0, int32_t y1,
                      uint8_t *dst, int64_t dstBytes)
@@ -364,18 +381,27 @@ bool unpackShownRows(const VideoProps &stored, const uint8_t *src, int64_t srcBy
     Target bt[4];
     if (canonicalTargets(part, need / sb, bt) == 0) return false;
     // The 4:2:0 chroma rows a progressive or an interlaced conversion takes for each picture row.
-    const bool fieldChroma = stored.interlaced && shown.format != canonicalProps(stored).format;
+    const bool fieldChroma = stored.interlaced && d.log2ChromaH == 1 && shown.format != canonicalProps(stored).format;
+    // Shown through 4:4:4 planes, a chroma row takes every stored sample, the last column's too, each
+    // then spread over the two pixels it covers.
+    const bool spread = shown.format == YUV_p444 && d.log2ChromaW == 1;
+    const int32_t chromaCols = spread ? componentGrid(d, 1, stored.width, stored.height).cols : 0;
     const int64_t wholeSamples = allocationSize(shown.format, shown.containerBits, shown.width, shown.height) / sb;
-    const auto into = [&](auto *out) {
-        return
-            [=, &bt](int k, const Target &, int32_t j) { return out + bt[k].start + int64_t(j - y0) * bt[k].stride; };
+    const auto unpack = [&](auto *out) {
+        using D = std::remove_pointer_t<decltype(out)>;
+        const auto rowAt = [&](int k, const Target &, int32_t j) -> D * {
+            return out + bt[k].start + int64_t(j - y0) * bt[k].stride;
+        };
+        unpackRange<D>(stored, d, pl, src, srcBytes, shown, wholeSamples, 0, d.components, y0, y1, rowAt, fieldChroma,
+                       chromaCols);
+        if (spread)
+            for (int k = 1; k <= 2; ++k)
+                for (int32_t j = y0; j < y1; ++j) spreadRow(rowAt(k, bt[k], j), bt[k].cols);
     };
     if (sb == 2)
-        unpackRange<uint16_t>(stored, d, pl, src, srcBytes, shown, wholeSamples, 0, d.components, y0, y1,
-                              into(reinterpret_cast<uint16_t *>(dst)), fieldChroma);
+        unpack(reinterpret_cast<uint16_t *>(dst));
     else
-        unpackRange<uint8_t>(stored, d, pl, src, srcBytes, shown, wholeSamples, 0, d.components, y0, y1, into(dst),
-                             fieldChroma);
+        unpack(dst);
     return true;
 }
 

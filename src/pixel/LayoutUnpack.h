@@ -24,18 +24,23 @@ PlaneLayout storedPlanes(const VideoProps &stored);
 // in native byte order. The 27 original layouts are their own canonical record (returned unchanged).
 VideoProps canonicalProps(const VideoProps &stored);
 
-// The record the picture of a described frame is converted from, where it is not canonicalProps: a
-// 4:2:0 layout of odd height is shown through 4:2:2 planes, each chroma row on both picture rows it
-// covers (per-pixel the same conversion), because the original 4:2:0 layout holds its last chroma row
-// only in part and its conversion blacks out half of the last picture row (both kept for the original
-// layouts, whose files are written that way). The samples (canonicalProps) stay as they are, so the
-// difference, the statistics and the metrics count each stored sample once.
+// The record the picture of a described frame is converted from, where it is not canonicalProps (the
+// conversion per pixel is the same):
+// - a 4:2:0 layout of odd height is shown through 4:2:2 planes, each chroma row on both picture rows it
+//   covers, because the original 4:2:0 layout holds its last chroma row only in part and its conversion
+//   blacks out half of the last picture row;
+// - a 4:2:0 or 4:2:2 layout of odd width through 4:4:4 planes, each chroma sample on the pixels it
+//   covers, because the original layouts keep W / 2 chroma columns and the last pixel takes the column
+//   before its own (or none at all at width 1), where these layouts store the last column.
+// Both rules are kept for the original layouts, whose files are written that way. The samples
+// (canonicalProps) stay as they are, so the difference, the statistics and the metrics read what they
+// read before.
 VideoProps shownProps(const VideoProps &stored);
 // Unpacks stored rows [y0, y1) of a described frame into a frame of y1 - y0 rows of shownProps (its planes
-// one after the other). With the record's interlaced flag a 4:2:0 layout shown through 4:2:2 planes takes
-// the chroma rows of each field, as the interlaced 4:2:0 conversion does. False (nothing written) for rows
-// outside the frame or a buffer under the band's bytes; a row the stored bytes do not hold whole is left
-// as it was.
+// one after the other). With the record's interlaced flag a 4:2:0 layout shown through planes of full
+// height takes the chroma rows of each field, as the interlaced 4:2:0 conversion does. False (nothing
+// written) for rows outside the frame or a buffer under the band's bytes; a row the stored bytes do not
+// hold whole is left as it was.
 bool unpackShownRows(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, int32_t y0, int32_t y1,
                      uint8_t *dst, int64_t dstBytes);
 

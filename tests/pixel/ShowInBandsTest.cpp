@@ -256,7 +256,9 @@ TEST(ShowInBands, ToNativeAndShowEqualsToNativeThenShow)
                     EXPECT_EQ(b.toNativeAndShow(view, got.data()), FramePipeline::Buffer::First);
                     for (size_t i = 0; i < got.size(); ++i)
                         ASSERT_EQ(got[i], want[i]) << "pixel " << i / 4 % size_t(W) << "," << i / 4 / size_t(W);
-                    const bool leftOut = planOwnRows(b.storedProps(), b.allocationSize(), b.sampleBytes()) && !second;
+                    const bool leftOut = (planOwnRows(b.storedProps(), b.allocationSize(), b.sampleBytes()) ||
+                                          shownProps(b.storedProps()).format != b.props().format) &&
+                                         !second;
                     EXPECT_EQ(b.samplesPending(), leftOut);
                     pending += b.samplesPending();
                     for (auto [x, y] : {std::pair{0, 0}, std::pair{W - 1, H - 1}, std::pair{W / 2, H / 2}}) {
@@ -319,19 +321,21 @@ TEST(ShowInBands, TheRowByRowShapesAreShownInBands)
 
 namespace {
 
-// The picture of a 4:2:0 frame worked out from the descriptor's generic reader: every picture row with
-// its luma and the chroma row that covers it (or, interlaced, the chroma row of its field), put into
-// 4:2:2 planes and converted as such; then the deinterlace filter when asked for.
-std::vector<uint8_t> referencePicture(const VideoProps &rec, const std::vector<uint8_t> &stored, bool interlaced,
-                                      const ViewSettings &view)
+// The picture of a subsampled frame worked out from the descriptor's generic reader: every picture row
+// with its luma and the chroma row that covers it (or, interlaced 4:2:0, the chroma row of its field), put
+// into planes of layout `as` (4:2:2: the first W / 2 chroma columns; 4:4:4: each stored chroma sample on
+// the pixels it covers) and converted as such; then the deinterlace filter when asked for.
+std::vector<uint8_t> referencePicture(const VideoProps &rec, const std::vector<uint8_t> &stored, videoFormat_t as,
+                                      bool interlaced, const ViewSettings &view)
 {
     const PixelDescriptor &d = *pixelDescriptor(rec.format);
     const PlaneLayout pl = storedPlanes(rec);
     const VideoProps canon = canonicalProps(rec);
-    const int32_t W = rec.width, H = rec.height, cols = W / 2, chromaRows = (H + 1) / 2;
-    VideoProps p422 = canon;
-    p422.format = YUV_p422;
-    p422.interlaced = false;
+    const int32_t W = rec.width, H = rec.height, chromaRows = componentGrid(d, 1, W, H).rows;
+    const int32_t cols = as == YUV_p444 ? W : W / 2;
+    VideoProps shown = canon;
+    shown.format = as;
+    shown.interlaced = false;
     std::vector<uint16_t> planes(size_t(W) * H + 2 * size_t(cols) * H);
     auto sample = [&](int k, int32_t x, int32_t y) {
         uint32_t v = 0;
@@ -343,13 +347,15 @@ std::vector<uint8_t> referencePicture(const VideoProps &rec, const std::vector<u
     };
     for (int32_t y = 0; y < H; ++y) {
         for (int32_t x = 0; x < W; ++x) planes[size_t(y) * W + size_t(x)] = sample(0, x, y);
-        const int32_t cy = interlaced ? std::min(2 * (y / 4) + (y & 1), chromaRows - 1) : y / 2;
+        int32_t cy = y >> d.log2ChromaH;
+        if (interlaced && d.log2ChromaH) cy = std::min(2 * (y / 4) + (y & 1), chromaRows - 1);
         for (int32_t c = 0; c < cols; ++c) {
-            planes[size_t(W) * H + size_t(y) * cols + size_t(c)] = sample(1, c, cy);
-            planes[size_t(W) * H + size_t(cols) * H + size_t(y) * cols + size_t(c)] = sample(2, c, cy);
+            const int32_t cx = as == YUV_p444 ? c >> d.log2ChromaW : c;
+            planes[size_t(W) * H + size_t(y) * cols + size_t(c)] = sample(1, cx, cy);
+            planes[size_t(W) * H + size_t(cols) * H + size_t(y) * cols + size_t(c)] = sample(2, cx, cy);
         }
     }
-    std::vector<uint8_t> frame(allocationSize(YUV_p422, canon.containerBits, W, H), 0);
+    std::vector<uint8_t> frame(allocationSize(as, canon.containerBits, W, H), 0);
     for (size_t i = 0; i < planes.size(); ++i) {
         if (canon.containerBits == 16)
             std::memcpy(frame.data() + 2 * i, &planes[i], 2);
@@ -357,7 +363,7 @@ std::vector<uint8_t> referencePicture(const VideoProps &rec, const std::vector<u
             frame[i] = uint8_t(planes[i]);
     }
     ColorConversion::X2RGBColorConv conv;
-    conv.setDescription(p422);
+    conv.setDescription(shown);
     conv.setUnsigned(!rec.signedValues);
     conv.setToneCurve(view.brightness, view.contrast, view.gamma);
     conv.setChannelSelection(view.channel);
@@ -369,30 +375,32 @@ std::vector<uint8_t> referencePicture(const VideoProps &rec, const std::vector<u
 
 } // namespace
 
-// The newer 4:2:0 layouts at odd heights show the last row in its real colours: the picture is that of
-// the generic reader's samples converted through 4:2:2 planes, at odd and even widths, flipped or not,
-// interlaced or not, on one thread and on the pool, in full colour and as one toned component, as a
-// file's own picture next to a second file too. The samples stay those of the 4:2:0 layout (the
+// The newer subsampled layouts at odd heights (4:2:0) and odd widths (4:2:0 and 4:2:2) show their last
+// row and column in their real colours: the picture is that of the generic reader's samples converted
+// through 4:2:2 planes (odd height) or 4:4:4 planes (odd width), at odd and even sizes, flipped or not,
+// interlaced or not, on one thread and on the pool, in full colour and as one toned component, as a file's
+// own picture next to a second file too; and every pixel but the last column is the one the 4:2:2 planes
+// give, so the rule changes nothing else. The samples stay those of the canonical layout (the
 // difference, the statistics and the metrics read them), and the readout reads the stored bytes. At even
-// heights nothing changes: the picture is that of the samples.
-TEST(ShowInBands, OddHeightsOfTheNewer420LayoutsShowTheirLastRow)
+// sizes nothing changes: the picture is that of the samples.
+TEST(ShowInBands, OddSizesOfTheNewerSubsampledLayoutsShowTheirLastRowAndColumn)
 {
     struct Depth {
         int32_t bits, container;
         bool isSigned;
     };
-    int32_t odd = 0;
+    int32_t oddRows = 0, oddColumns = 0;
     for (int v = kCoreLayoutCount + 1; v <= kLayoutCount; ++v) {
         const PixelDescriptor &d = *pixelDescriptor(v);
-        if (d.canonical != YUV_p420) continue;
+        if (d.canonical != YUV_p420 && d.canonical != YUV_p422) continue;
         std::vector<Depth> depths;
         if (d.fixedDepth)
             depths = {{d.fixedDepth, 16, false}};
         else
             depths = {{8, 8, false}, {10, 16, false}, {10, 16, true}};
         for (const Depth &dp : depths)
-            for (const auto &sz : {std::pair{2, 1}, std::pair{3, 3}, std::pair{16, 5}, std::pair{17, 17},
-                                   std::pair{66, 35}, std::pair{65, 34}, std::pair{401, 333}})
+            for (const auto &sz : {std::pair{2, 1}, std::pair{1, 2}, std::pair{3, 3}, std::pair{16, 5},
+                                   std::pair{17, 17}, std::pair{66, 35}, std::pair{65, 34}, std::pair{401, 333}})
                 for (int variant = 0; variant < 5; ++variant) {
                     PatternSpec s;
                     s.layout = videoFormat_t(v);
@@ -430,12 +438,22 @@ TEST(ShowInBands, OddHeightsOfTheNewer420LayoutsShowTheirLastRow)
                     pipe.toNativeAndShow(view, picture.data());
                     VideoProps samplesRecord = canonicalProps(rec);
                     samplesRecord.interlaced = interlaced;
-                    ASSERT_EQ(pipe.props().format, YUV_p420);
-                    if (H & 1) {
-                        ++odd;
-                        const std::vector<uint8_t> want = referencePicture(rec, stored, interlaced, view);
+                    ASSERT_EQ(pipe.props().format, d.canonical);
+                    const bool oddHeight = (H & 1) && d.log2ChromaH;
+                    if ((W & 1) || oddHeight) {
+                        oddRows += oddHeight;
+                        oddColumns += W & 1;
+                        const std::vector<uint8_t> want =
+                            referencePicture(rec, stored, W & 1 ? YUV_p444 : YUV_p422, interlaced, view);
                         for (size_t i = 0; i < picture.size(); ++i)
                             ASSERT_EQ(picture[i], want[i]) << "pixel " << i / 4 % size_t(W) << "," << i / 4 / size_t(W);
+                        // The pixels the 4:2:2 planes hold are as they show them.
+                        const std::vector<uint8_t> half = referencePicture(rec, stored, YUV_p422, interlaced, view);
+                        for (int32_t y = 0; y < H; ++y)
+                            for (int32_t x = 0; x < W / 2 * 2; ++x)
+                                ASSERT_EQ(0, std::memcmp(&picture[(size_t(y) * W + size_t(x)) * 4],
+                                                         &half[(size_t(y) * W + size_t(x)) * 4], 4))
+                                    << "pixel " << x << "," << y;
                     } else {
                         // The picture of the samples, as before.
                         ColorConversion::X2RGBColorConv conv;
@@ -444,11 +462,11 @@ TEST(ShowInBands, OddHeightsOfTheNewer420LayoutsShowTheirLastRow)
                         conv.setToneCurve(view.brightness, view.contrast, view.gamma);
                         conv.setChannelSelection(view.channel);
                         std::vector<uint8_t> want(picture.size(), 0x11);
-                        conv.convertNativeFrame(pipe.buffer(FramePipeline::Buffer::First), want.data());
+                        conv.convertNativeFrame(pipe.samples(FramePipeline::Buffer::First), want.data());
                         if (interlaced) deinterlaceFilter(want.data(), W, H);
                         ASSERT_EQ(picture, want);
                     }
-                    // The samples are the reference unpack's, in the 4:2:0 layout.
+                    // The samples are the reference unpack's, in the canonical layout.
                     std::vector<uint8_t> samples(pipe.sampleBytes(), 0);
                     unpackFrameReference(rec, stored.data(), int64_t(stored.size()), samples.data(),
                                          int64_t(samples.size()));
@@ -463,5 +481,6 @@ TEST(ShowInBands, OddHeightsOfTheNewer420LayoutsShowTheirLastRow)
                     EXPECT_TRUE(std::equal(c, c + 3, at.c));
                 }
     }
-    EXPECT_GT(odd, 100);
+    EXPECT_GT(oddRows, 100);
+    EXPECT_GT(oddColumns, 200);
 }
