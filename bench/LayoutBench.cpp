@@ -64,6 +64,17 @@ void cases(benchmark::internal::Benchmark *b)
 
 BENCHMARK(showBench)->Apply(cases);
 
+// Odd sizes, whose picture goes through a record of its own (4:2:2 planes for an odd height of 4:2:0,
+// 4:4:4 planes for an odd width), one thread.
+BENCHMARK(showBench)
+    ->Args({YUV_p010, 1920, 1081, 10, 1})
+    ->Args({YUV_p010, 1919, 1080, 10, 1})
+    ->Args({YUV_nv21, 1920, 1081, 8, 1})
+    ->Args({YUV_y210, 1919, 1080, 10, 1})
+    ->ArgNames({"layout", "w", "h", "bits", "threads"})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+
 // The unpack alone (toNative of a described layout), one thread.
 void unpackBench(benchmark::State &state)
 {

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <type_traits>
+#include <vector>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -357,11 +358,20 @@ VideoProps shownProps(const VideoProps &stored)
 
 namespace {
 
-// Spreads the first (n + 1) / 2 samples of a row over its n samples, each on the two it covers.
+// Spreads the first (n + 1) / 2 samples of a row over its n samples, each on the two it covers: from a
+// copy, front to back, so the loop vectorises.
 template <typename D>
 void spreadRow(D *row, int32_t n)
 {
-    for (int32_t i = n - 1; i > 0; --i) row[i] = row[i >> 1];
+    thread_local std::vector<D> half;
+    const int32_t pairs = n / 2;
+    half.assign(row, row + (n + 1) / 2);
+    const D *h = half.data();
+    for (int32_t i = 0; i < pairs; ++i) {
+        row[2 * i] = h[i];
+        row[2 * i + 1] = h[i];
+    }
+    if (n & 1) row[n - 1] = h[pairs];
 }
 
 } // namespace
