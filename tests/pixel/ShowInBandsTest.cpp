@@ -279,8 +279,10 @@ TEST(ShowInBands, ToNativeAndShowEqualsToNativeThenShow)
     EXPECT_GT(pending, 100);
 }
 
-// The frames the pipeline shows in bands: those whose stored rows unpack one by one (no vertical chroma
-// subsampling, the one-pass shapes) at any size.
+// The frames the pipeline shows in bands, leaving their samples until asked for: those whose stored rows
+// unpack one by one (no vertical chroma subsampling, the one-pass shapes) at any size, and the
+// subsampled ones of odd sizes, which are shown through a record of their own; with the default colour
+// reading only.
 TEST(ShowInBands, TheRowByRowShapesAreShownInBands)
 {
     struct Case {
@@ -296,7 +298,8 @@ TEST(ShowInBands, TheRowByRowShapesAreShownInBands)
         {YUV_p210, 65, 33, 10, 16, false, true},     {YUV_nv24, 5, 5, 8, 8, false, true},
         {YUV_p410w, 7, 3, 10, 16, false, true},      {YUV_p010, 1920, 1080, 10, 16, false, false},
         {YUV_nv21, 1920, 1080, 8, 8, false, false},  {YUV_yv16, 64, 32, 8, 8, false, false},
-        {YUV_y410, 64, 32, 10, 16, false, false},
+        {YUV_y410, 64, 32, 10, 16, false, false},    {YUV_p010, 33, 17, 10, 16, false, true},
+        {YUV_nv21, 64, 31, 8, 8, false, true},       {YUV_yv16, 65, 32, 8, 8, false, true},
     };
     for (const Case &c : cases) {
         PatternSpec s;
@@ -316,6 +319,18 @@ TEST(ShowInBands, TheRowByRowShapesAreShownInBands)
         // Without a picture to convert into, the samples are unpacked at once.
         pipe.toNativeAndShow(ViewSettings{}, nullptr);
         EXPECT_FALSE(pipe.samplesPending());
+        // Another colour reading converts the whole frame of samples, as toNative then show does.
+        ColourDescription colour;
+        colour.matrix = ColourMatrix::BT601;
+        colour.chroma = ChromaSiting::Center;
+        pipe.setColour(colour);
+        std::vector<uint8_t> want(picture.size(), 0);
+        pipe.toNative();
+        pipe.show(ViewSettings{}, want.data());
+        std::fill(picture.begin(), picture.end(), 0);
+        pipe.toNativeAndShow(ViewSettings{}, picture.data());
+        EXPECT_FALSE(pipe.samplesPending());
+        EXPECT_EQ(picture, want);
     }
 }
 
