@@ -757,8 +757,8 @@ void KavriLoader::getNativeAt(bool *pb_success, int32_t x, int32_t y, colorSpace
     if (pb_success) *pb_success = ok;
 }
 
-const uint8_t *KavriLoader::frameBuffer(Buffer which) const
+const uint8_t *KavriLoader::frameBuffer(Buffer which)
 {
     QMutexLocker view(&m_viewMutex);
-    return m_pipeline.buffer(kavri::FramePipeline::Buffer(int(which)));
+    return m_pipeline.samples(kavri::FramePipeline::Buffer(int(which)));
 }

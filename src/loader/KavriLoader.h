@@ -130,8 +130,9 @@ public:
     void postCommand(uint32_t kind, uint32_t flags, uint32_t argument = 0);
 
     // For owners that inspect the raw samples: the start of a frame buffer (null before init) and the
-    // buffer the last delivered frame was converted from.
-    const uint8_t *frameBuffer(Buffer which) const;
+    // buffer the last delivered frame was converted from. Samples the frame was shown without are
+    // unpacked first (see frameSamples).
+    const uint8_t *frameBuffer(Buffer which);
     uint32_t frameBufferSize() const { return m_allocSize; }
     Buffer shownBuffer() const { return Buffer(m_shownBuffer.load()); }
 

@@ -333,6 +333,31 @@ TEST_F(ScopeFeedTest, SamplesLeftOutOfAFrameAreUnpackedForTheScopes)
     }
 }
 
+// With the scopes off nobody asks for a Y210 frame's samples while it is delivered; the frame buffer an
+// owner inspects afterwards holds them all the same, unpacked when asked for.
+TEST_F(ScopeFeedTest, TheFrameBufferOfAFrameShownWithoutItsSamplesHoldsThem)
+{
+    feed->setEnabled(false);
+    PatternSpec s = pattern(66, 34);
+    s.layout = YUV_y210;
+    openPattern(s, 6, QStringLiteral("y210.yuv"));
+    const auto delivered = std::make_shared<std::atomic<uint64_t>>(UINT64_MAX);
+    QObject::connect(
+        loader, &KavriLoader::new_frame, loader, [delivered](frame_t *f) { delivered->store(f->frameIndex); },
+        Qt::DirectConnection);
+    emit owner.seek(2, false, false);
+    ASSERT_TRUE(owner.waitUntil([&] { return delivered->load() == 2; }, kWaitMs));
+    EXPECT_EQ(feed->accepted(), 0u);
+    const VideoProps rec = patternRecord(s);
+    const VideoProps canon = pixel::canonicalProps(rec);
+    const std::vector<uint8_t> bytes = patternFrame(s, 2);
+    std::vector<uint8_t> samples(frameBytes(canon.format, canon.containerBits, canon.width, canon.height));
+    pixel::unpackFrameReference(rec, bytes.data(), int64_t(bytes.size()), samples.data(), int64_t(samples.size()));
+    const uint8_t *buffer = loader->frameBuffer(KavriLoader::Buffer::Main);
+    ASSERT_NE(buffer, nullptr);
+    EXPECT_EQ(0, std::memcmp(buffer, samples.data(), samples.size()));
+}
+
 // Where nothing was left out, or there are no samples at all, frameSamples gives what the record holds
 // and never calls the unpack.
 TEST(FrameRecord, FrameSamplesUnpacksOnlyWhatWasLeftOut)
