@@ -4,6 +4,7 @@
 #include "formats/VideoProps.h"
 
 #include <cstdint>
+#include <functional>
 
 // frame_t::flags: where the command that produced the frame came from.
 enum FrameFlags : uint32_t {
@@ -31,7 +32,21 @@ struct frame_t {
     const uint8_t *samples = nullptr;
     uint32_t sampleBytes = 0;
     const VideoProps *sampleProps = nullptr;
+    // Where the picture was converted straight from the stored bytes (Y210 and its kin), the samples are
+    // unpacked only for a receiver that asks: `samples` is then null and this unpacks them and gives
+    // where they are. Receivers go through frameSamples().
+    const std::function<const uint8_t *()> *unpackSamples = nullptr;
 };
+
+// Whether a delivered frame has samples to give, without unpacking them.
+inline bool hasSamples(const frame_t &f) { return f.samples || (f.unpackSamples && *f.unpackSamples); }
+// The samples of a delivered frame (sampleBytes of them), unpacked first where they were left out; null
+// without any. On the loader thread while new_frame runs, as the samples themselves.
+inline const uint8_t *frameSamples(const frame_t &f)
+{
+    if (f.samples) return f.samples;
+    return f.unpackSamples && *f.unpackSamples ? (*f.unpackSamples)() : nullptr;
+}
 
 // Row in the high 32 bits, column in the low 32 bits; "no difference" (-1, -1) packs to all ones.
 constexpr uint64_t packFirstDifference(int32_t column, int32_t row)

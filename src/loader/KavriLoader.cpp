@@ -56,6 +56,10 @@ KavriLoader::KavriLoader(const QString &path, const QString &diffPath, const Opt
     kavri::pruneRememberedOnce();
     m_frame.props = &m_active;
     m_lastFrame.props = &m_active;
+    m_unpackSamples = [this]() -> const uint8_t * {
+        QMutexLocker view(&m_viewMutex);
+        return m_pipeline.samples(kavri::FramePipeline::Buffer::First);
+    };
 
     if (isStdinPath(path)) {
         m_isStdin = true;
@@ -461,8 +465,7 @@ bool KavriLoader::deliverFrame(bool readAhead)
 
     {
         QMutexLocker view(&m_viewMutex);
-        m_pipeline.toNative();
-        const kavri::FramePipeline::Buffer shown = m_pipeline.show(m_view.picture, dst);
+        const kavri::FramePipeline::Buffer shown = m_pipeline.toNativeAndShow(m_view.picture, dst);
         m_shownBuffer.store(int(shown));
         noteSamples(m_frame, shown);
         if (m_hasDiff) {
@@ -495,7 +498,9 @@ void KavriLoader::noteSamples(frame_t &f, kavri::FramePipeline::Buffer shown) co
 {
     // The difference picture is not a frame of the record's layout: its samples are those of the first file.
     const auto which = shown == kavri::FramePipeline::Buffer::Difference ? kavri::FramePipeline::Buffer::First : shown;
-    f.samples = m_pipeline.buffer(which);
+    f.samples = which == kavri::FramePipeline::Buffer::First && m_pipeline.samplesPending() ? nullptr
+                                                                                            : m_pipeline.buffer(which);
+    f.unpackSamples = &m_unpackSamples;
     f.sampleBytes = m_pipeline.sampleBytes();
     f.sampleProps = &m_pipeline.props();
 }
@@ -812,8 +817,8 @@ void KavriLoader::getNativeAt(bool *pb_success, int32_t x, int32_t y, colorSpace
     if (pb_success) *pb_success = ok;
 }
 
-const uint8_t *KavriLoader::frameBuffer(Buffer which) const
+const uint8_t *KavriLoader::frameBuffer(Buffer which)
 {
     QMutexLocker view(&m_viewMutex);
-    return m_pipeline.buffer(kavri::FramePipeline::Buffer(int(which)));
+    return m_pipeline.samples(kavri::FramePipeline::Buffer(int(which)));
 }

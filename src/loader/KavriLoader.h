@@ -133,8 +133,9 @@ public:
     void postCommand(uint32_t kind, uint32_t flags, uint32_t argument = 0);
 
     // For owners that inspect the raw samples: the start of a frame buffer (null before init) and the
-    // buffer the last delivered frame was converted from.
-    const uint8_t *frameBuffer(Buffer which) const;
+    // buffer the last delivered frame was converted from. Samples the frame was shown without are
+    // unpacked first (see frameSamples).
+    const uint8_t *frameBuffer(Buffer which);
     uint32_t frameBufferSize() const { return m_allocSize; }
     Buffer shownBuffer() const { return Buffer(m_shownBuffer.load()); }
 
@@ -256,6 +257,8 @@ private:
     // choices.
     mutable QMutex m_viewMutex;
     kavri::FramePipeline m_pipeline;
+    // What a frame record's receivers call for samples the pipeline left out (frame_t::unpackSamples).
+    std::function<const uint8_t *()> m_unpackSamples;
     uint32_t m_allocSize = 0;
     // What the viewer chose; the contrast slider moves the difference table's gain instead of the tone
     // curve's contrast while the difference is shown.

@@ -33,10 +33,10 @@ ScopeFeed::~ScopeFeed()
 
 bool ScopeFeed::offer(const frame_t &frame)
 {
-    if (!frame.samples || !frame.sampleProps) return false;
+    if (!hasSamples(frame) || !frame.sampleProps) return false;
     if (!m_enabled.load()) return false; // before the record is looked at: nothing is shown
     return offer(frame.frameIndex, pixel::statisticsFormatOf(*frame.sampleProps), frame.sampleProps->colour,
-                 frame.samples, frame.sampleBytes);
+                 frameSamples(frame), frame.sampleBytes);
 }
 
 bool ScopeFeed::offerShown(const frame_t &frame)
@@ -47,7 +47,7 @@ bool ScopeFeed::offerShown(const frame_t &frame)
 
 bool ScopeFeed::offerInPause(const frame_t &frame, std::chrono::nanoseconds pause)
 {
-    if (!frame.samples || !m_enabled.load()) return false;
+    if (!hasSamples(frame) || !m_enabled.load()) return false;
     // Twice the expected copy: the scope worker's input is copied on the loader's thread, which a busy
     // system may take off its core for a while; a frame whose pause is shorter goes without scopes.
     if (pause < 2 * expectedCopyTime(frame.sampleBytes)) {

@@ -192,19 +192,30 @@ void X2RGBColorConv::convertFrame(uint8_t *src, uint8_t *dst)
 
 void X2RGBColorConv::convertNativeFrame(const uint8_t *src, uint8_t *dst)
 {
+    if (src) convertFrom(src, dst, nullptr);
+}
+
+bool X2RGBColorConv::convertNativeBands(uint8_t *dst, const BandSource &band)
+{
+    return band && convertFrom(nullptr, dst, &band);
+}
+
+bool X2RGBColorConv::convertFrom(const uint8_t *src, uint8_t *dst, const BandSource *band)
+{
     const videoFormat_t layout = m_props.format;
     const int32_t W = m_props.width, H = m_props.height;
     const int32_t bits = m_props.bitDepth, container = m_props.containerBits;
-    if (!src || !dst || !isCoreLayout(layout) || W <= 0 || H <= 0) return;
+    if (!dst || !isCoreLayout(layout) || W <= 0 || H <= 0) return false;
     // Only 8- and 16-bit containers and depths 1..16 have kernels; anything else converts nothing.
-    if (bits < 1 || bits > 16 || (container != 8 && container != 16)) return;
+    if (bits < 1 || bits > 16 || (container != 8 && container != 16)) return false;
     const int64_t alloc = allocationSize(layout, container, W, H);
-    if (alloc == 0) return;
+    if (alloc == 0) return false;
     // Any reading but the default takes its own path; the default below stays exactly as it was. Showing
     // one component as grey shows stored samples, whatever the reading.
     if (!m_props.colour.isDefault() && m_channelSelection == 0) {
+        if (band) return false;
         convertDescribed(src, dst, alloc);
-        return;
+        return true;
     }
 
     const int32_t down = bits >= 8 ? bits - 8 : 0;
@@ -213,8 +224,9 @@ void X2RGBColorConv::convertNativeFrame(const uint8_t *src, uint8_t *dst)
     // The block copy, under exactly these conditions (a stored gamma of 0, not the default 256).
     if (layout == BGRA_i444 && container == 8 && down == 0 && !m_props.flipped && m_channelSelection == 0 &&
         m_brightness == 0 && m_contrast == 0 && m_gamma == 0) {
+        if (band) return false;
         std::memcpy(dst, src, size_t(W) * size_t(H) * 4);
-        return;
+        return true;
     }
 
     const LayoutInfo &info = layoutInfo(layout);
@@ -337,6 +349,35 @@ void X2RGBColorConv::convertNativeFrame(const uint8_t *src, uint8_t *dst)
     WorkerPool &pool = WorkerPool::shared();
     const int32_t workers = 1 + (helpers < pool.threadCount() ? helpers : pool.threadCount());
     const int32_t bands = workers == 1 ? 1 : (4 * workers < H ? 4 * workers : H);
+    // Small enough that a band's stored bytes, its samples and its picture rows stay in the core's cache.
+    constexpr int32_t kBandRows = 16;
+    if (band) {
+        // Planar frames only, each picture row reading its own stored row alone: nothing subsampled
+        // vertically, and every chroma row inside the buffer of the whole frame and of a band of any
+        // height (so none is replaced by another).
+        if (job.path != Prepared::Path::Planar || job.chroma.shiftY != 0 || job.interlacedChroma || zeroOddHeight)
+            return false;
+        for (int32_t n = 1; n <= std::min(H, kBandRows); ++n) {
+            const ChromaPlanes c =
+                planesOf(layout, info, W, n, allocationSize(layout, container, W, n) / job.sampleBytes);
+            if (c.uFit != c.rows || c.vFit != c.rows || c.rows != n) return false;
+        }
+        if (job.chroma.uFit != job.chroma.rows || job.chroma.vFit != job.chroma.rows) return false;
+        pool.run(bands, helpers, [&](int32_t b) {
+            const int32_t r0 = int32_t(int64_t(H) * b / bands), r1 = int32_t(int64_t(H) * (b + 1) / bands);
+            for (int32_t c0 = r0; c0 < r1; c0 += kBandRows) {
+                const int32_t c1 = std::min(r1, c0 + kBandRows), n = c1 - c0;
+                const uint8_t *rows = job.flip ? (*band)(H - c1, H - c0) : (*band)(c0, c1);
+                if (!rows) continue;
+                // The band as a frame of its own: n rows, its planes one after the other.
+                Prepared part = job;
+                part.height = n;
+                part.chroma = planesOf(layout, info, W, n, allocationSize(layout, container, W, n) / job.sampleBytes);
+                convertRows(part, rows, reinterpret_cast<uint8_t *>(pixelRow(dst, W, c0)), 0, n);
+            }
+        });
+        return true;
+    }
     pool.run(bands, helpers, [&](int32_t b) {
         const int32_t r0 = int32_t(int64_t(H) * b / bands), r1 = int32_t(int64_t(H) * (b + 1) / bands);
         convertRows(job, src, dst, r0, r1);
@@ -345,6 +386,7 @@ void X2RGBColorConv::convertNativeFrame(const uint8_t *src, uint8_t *dst)
     // The 4:2:0 and 4:1:0 kernels clear the middle of the last row of an odd-height picture:
     // pixels W/2 .. 2*(W/2)-1 become all-zero bytes. Kept as the output for such heights.
     if (zeroOddHeight && (H & 1)) std::memset(pixelRow(dst, W, H - 1) + W / 2, 0, size_t(W / 2) * 4);
+    return true;
 }
 
 void X2RGBColorConv::convertRows(const Prepared &job, const uint8_t *src, uint8_t *dst, int32_t r0, int32_t r1) const

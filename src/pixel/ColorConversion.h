@@ -51,6 +51,16 @@ public:
     void swapToNative(uint8_t *frame) const;
     // Converts a frame that is already in native byte order; never swaps.
     void convertNativeFrame(const uint8_t *src, uint8_t *dst);
+    // The samples of stored rows [s0, s1) (rows as stored, before any flip) laid out as a frame of s1 - s0
+    // rows of the described layout, in native byte order; valid until the next call on the same thread.
+    using BandSource = std::function<const uint8_t *(int32_t s0, int32_t s1)>;
+    // convertNativeFrame for a frame whose samples are produced a band of rows at a time (a frame unpacked
+    // from another layout), each band on the thread that converts it just before, so that it is converted
+    // while still in the cache and the whole frame never exists: the same picture as converting the whole
+    // frame. For the planar layouts whose picture rows each read their own stored row alone (4:2:2, 4:4:4,
+    // 4:1:1, planar RGB) with the default reading; for anything else it returns false and does nothing.
+    // A band source that returns null leaves its rows of `dst` as they were.
+    bool convertNativeBands(uint8_t *dst, const BandSource &band);
 
     // Threads used for large frames: 0 (default) the shared worker pool and the caller, 1 the caller
     // only, n at most n threads in all. The result never depends on it.
@@ -77,6 +87,8 @@ public:
 private:
     struct Prepared;
     void convertRows(const Prepared &job, const uint8_t *src, uint8_t *dst, int32_t r0, int32_t r1) const;
+    // convertNativeFrame, or with `band` convertNativeBands (src unused).
+    bool convertFrom(const uint8_t *src, uint8_t *dst, const BandSource *band);
     // The described reading (m_props.colour not the default): the same row kernels with the constants
     // of the description, or gathered rows for sited chroma and the high-dynamic-range transfers.
     void convertDescribed(const uint8_t *src, uint8_t *dst, int64_t alloc);

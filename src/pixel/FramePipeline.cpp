@@ -4,6 +4,7 @@
 #include "formats/FrameSize.h"
 #include "formats/Validation.h"
 #include "pixel/LayoutUnpack.h"
+#include "pixel/UnpackRows.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -131,6 +132,10 @@ void FramePipeline::setup(const VideoProps &props, bool withSecond)
         m_frameBytes = m_allocSize = m_sampleBytes = 0;
         throw;
     }
+    m_rowPlan = m_unpacks ? pixel::planOwnRows(m_stored, m_allocSize, m_sampleBytes) : nullptr;
+    m_showProps = pixel::shownProps(m_stored);
+    m_showsOwnRecord = m_unpacks && m_showProps.format != m_props.format;
+    m_showConverter.setDescription(m_showProps);
     m_shown = Buffer::First;
     m_converter.setDescription(m_props);
     m_converter.setUnsigned(!props.signedValues);
@@ -166,6 +171,8 @@ void FramePipeline::release()
     for (AlignedBuffer &b : m_buffers) b.reset();
     for (AlignedBuffer &b : m_raw) b.reset();
     m_mosaicRgb.reset();
+    m_rowPlan.reset();
+    m_samplesPending = false;
 }
 
 void FramePipeline::exchangeInput(AlignedBuffer &first, AlignedBuffer &second)
@@ -179,14 +186,18 @@ void FramePipeline::setDeinterlace(bool on)
 {
     m_props.interlaced = on;
     m_stored.interlaced = on;
+    m_showProps.interlaced = on;
     m_converter.setDescription(m_props);
+    m_showConverter.setDescription(m_showProps);
 }
 
 void FramePipeline::setColour(const ColourDescription &colour)
 {
     m_props.colour = colour;
     m_stored.colour = colour;
+    m_showProps.colour = colour;
     m_converter.setDescription(m_props);
+    m_showConverter.setDescription(m_showProps);
     VideoProps rgb = m_props;
     rgb.format = RGB_planar;
     m_mosaicConverter.setDescription(rgb);
@@ -208,6 +219,7 @@ bool FramePipeline::read(std::istream &first, std::istream *second, uint64_t ind
 
 void FramePipeline::toNative()
 {
+    m_samplesPending = false;
     if (described()) {
         for (Buffer b : {Buffer::First, Buffer::Second})
             if (readBuffer(b) && buffer(b))
@@ -221,7 +233,7 @@ void FramePipeline::toNative()
 
 const DifferencePicture &FramePipeline::compare()
 {
-    if (m_hasSecond && buffer(Buffer::First))
+    if (m_hasSecond && samples(Buffer::First))
         m_difference.compute(buffer(Buffer::First), buffer(Buffer::Second), buffer(Buffer::Difference));
     return m_difference;
 }
@@ -231,12 +243,13 @@ void FramePipeline::applyTone(int32_t brightness, int32_t contrast, int32_t gamm
     if (m_tone[0] == brightness && m_tone[1] == contrast && m_tone[2] == gamma) return;
     m_converter.setToneCurve(brightness, contrast, gamma);
     m_mosaicConverter.setToneCurve(brightness, contrast, gamma);
+    m_showConverter.setToneCurve(brightness, contrast, gamma);
     m_tone[0] = brightness;
     m_tone[1] = contrast;
     m_tone[2] = gamma;
 }
 
-FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst)
+FramePipeline::Buffer FramePipeline::prepareShow(const ViewSettings &view)
 {
     Buffer source = Buffer::First;
     if (m_hasSecond) {
@@ -244,8 +257,7 @@ FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst
         source = view.view == 1 ? Buffer::First : view.view == 2 ? Buffer::Second : Buffer::Difference;
     }
     m_shown = source;
-    const uint8_t *src = buffer(source);
-    if (!src) return source;
+    if (!buffer(source)) return source;
     if (source == Buffer::Difference) {
         if (view.differenceContrast != m_differenceGain) {
             m_difference.buildTable(view.differenceContrast);
@@ -258,7 +270,15 @@ FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst
         m_converter.setUnsigned(!m_props.signedValues);
     }
     m_converter.setChannelSelection(view.channel);
-    if (!dst) return source;
+    return source;
+}
+
+FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst)
+{
+    const Buffer source = prepareShow(view);
+    const uint8_t *src = samples(source);
+    if (!src || !dst) return source;
+    if (showThroughOwnRecord(source, dst)) return source;
     if (m_mosaicRgb && source != Buffer::Difference) {
         // A Bayer mosaic is shown in colour: demosaicked into RGB planes, then converted as RGB.
         m_mosaicConverter.setUnsigned(!m_props.signedValues);
@@ -272,6 +292,99 @@ FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst
     }
     if (m_props.interlaced) deinterlaceFilter(dst, m_props.width, m_props.height);
     return source;
+}
+
+namespace {
+
+// A band's samples for the converting thread: its own buffer of at least `bytes`, reused from frame to
+// frame so that it stays in that core's cache; null when the memory is not there.
+uint8_t *bandBuffer(int64_t bytes)
+{
+    thread_local AlignedBuffer band;
+    thread_local int64_t have = 0;
+    if (bytes > have) {
+        try {
+            band = allocateAligned(size_t(bytes));
+            have = bytes;
+        } catch (const std::bad_alloc &) {
+            band.reset();
+            have = 0;
+            return nullptr;
+        }
+    }
+    return band.get();
+}
+
+} // namespace
+
+bool FramePipeline::showThroughOwnRecord(Buffer source, uint8_t *dst)
+{
+    const uint8_t *stored = readBuffer(source);
+    if (!m_showsOwnRecord || source == Buffer::Difference || !dst || !stored) return false;
+    m_showConverter.setUnsigned(!m_props.signedValues);
+    m_showConverter.setChannelSelection(m_converter.channelSelection());
+    m_showConverter.setThreadCount(m_converter.threadCount());
+    std::atomic<bool> failed{false};
+    const bool shown = m_showConverter.convertNativeBands(dst, [&](int32_t s0, int32_t s1) -> const uint8_t * {
+        VideoProps part = m_showProps;
+        part.height = s1 - s0;
+        const int64_t need = kavri::allocationSize(part.format, part.containerBits, part.width, part.height);
+        uint8_t *band = bandBuffer(need);
+        if (band && pixel::unpackShownRows(m_stored, stored, m_allocSize, s0, s1, band, need)) return band;
+        failed.store(true);
+        return nullptr;
+    });
+    if (!shown || failed.load()) return false;
+    if (m_props.interlaced) deinterlaceFilter(dst, m_props.width, m_props.height);
+    return true;
+}
+
+FramePipeline::Buffer FramePipeline::toNativeAndShow(const ViewSettings &view, uint8_t *dst)
+{
+    // A second file is compared before anything is shown, so both frames are needed whole first.
+    const uint8_t *stored = readBuffer(Buffer::First);
+    if ((!m_rowPlan && !m_showsOwnRecord) || m_hasSecond || !dst || !stored || !buffer(Buffer::First)) {
+        toNative();
+        return show(view, dst);
+    }
+    const Buffer source = prepareShow(view);
+    if (m_showsOwnRecord) {
+        if (!showThroughOwnRecord(source, dst)) {
+            toNative();
+            return show(view, dst);
+        }
+        m_samplesPending = true;
+        return source;
+    }
+    const pixel::RowPlan &plan = *m_rowPlan;
+    const pixel::UnpackRowKernels &rows = pixel::bestUnpackRows();
+    std::atomic<bool> failed{false};
+    const bool banded = m_converter.convertNativeBands(dst, [&](int32_t s0, int32_t s1) -> const uint8_t * {
+        const int64_t need = pixel::ownRowsBytes(plan, s1 - s0);
+        uint8_t *band = bandBuffer(need);
+        if (band && pixel::unpackOwnRows(plan, rows, stored, s0, s1, band, need)) return band;
+        failed.store(true);
+        return nullptr;
+    });
+    if (!banded || failed.load()) {
+        toNative();
+        return show(view, dst);
+    }
+    // The samples of the whole frame are unpacked only if someone asks for them (samples()).
+    m_samplesPending = true;
+    if (m_props.interlaced) deinterlaceFilter(dst, m_props.width, m_props.height);
+    return source;
+}
+
+const uint8_t *FramePipeline::samples(Buffer which)
+{
+    if (which == Buffer::First && m_samplesPending) {
+        m_samplesPending = false;
+        if (readBuffer(Buffer::First) && buffer(Buffer::First))
+            pixel::unpackFrame(m_stored, readBuffer(Buffer::First), m_allocSize, buffer(Buffer::First), m_sampleBytes,
+                               m_converter.threadCount());
+    }
+    return buffer(which);
 }
 
 bool FramePipeline::readout(int32_t x, int32_t y, int32_t &c1, int32_t &c2, int32_t &c3, int32_t *alpha) const

@@ -16,6 +16,10 @@
 
 namespace kavri {
 
+namespace pixel {
+struct RowPlan;
+}
+
 // A frame buffer aligned to a cache line (the vector kernels load whole lines; a split load costs about a
 // quarter of the time for 16-bit containers).
 struct FreeAligned {
@@ -134,6 +138,19 @@ public:
     // is on. The difference picture is centred on mid-grey already: it is converted as unsigned and
     // without the tone curve, whose place the difference table's gain takes. Returns the buffer shown.
     Buffer show(const ViewSettings &view, uint8_t *dst);
+    // toNative() followed by show(view, dst): the same picture. Where a frame's stored rows each unpack into
+    // their own canonical rows (Y210 and its kin) or its picture has a record of its own (shownProps),
+    // only the first file is shown and the converter can take the frame a band at a time, each band of
+    // stored rows is unpacked into a small buffer of the converting thread just before it is converted,
+    // and the unpacked frame is not written at all: the samples of a large frame, the stored bytes and the
+    // picture no longer fit the cache together. The samples are then unpacked into buffer(First) only
+    // when samples(First) asks for them.
+    Buffer toNativeAndShow(const ViewSettings &view, uint8_t *dst);
+    // buffer(which), with the samples of the frame in the read buffers unpacked first if the last
+    // toNativeAndShow left them out. The thread that shows frames calls it (it writes the buffer).
+    const uint8_t *samples(Buffer which);
+    // Whether buffer(First) is waiting for samples() to unpack the frame's samples.
+    bool samplesPending() const { return m_samplesPending; }
     // The buffer the last show took its picture from.
     Buffer shown() const { return m_shown; }
 
@@ -148,20 +165,33 @@ public:
 
 private:
     void applyTone(int32_t brightness, int32_t contrast, int32_t gamma);
+    // Compares (with a second file), chooses the buffer to show and sets the converter up for it.
+    Buffer prepareShow(const ViewSettings &view);
+    // Shows a file's frame through the record of its own picture (pixel::shownProps) where that differs
+    // from the samples' record, each band unpacked from the stored bytes just before it is converted.
+    // False where it does not apply or the converter cannot take bands (another colour reading): the
+    // caller then converts the samples.
+    bool showThroughOwnRecord(Buffer source, uint8_t *dst);
 
     VideoProps m_props;
     VideoProps m_stored;
     bool m_unpacks = false;
     bool m_hasSecond = false;
+    bool m_samplesPending = false; // buffer(First) not yet unpacked from the stored bytes (toNativeAndShow)
     uint32_t m_frameBytes = 0;
     uint32_t m_allocSize = 0;
     uint32_t m_sampleBytes = 0;
     AlignedBuffer m_buffers[3];
     AlignedBuffer m_raw[2];    // stored bytes of a descriptor-read layout
     AlignedBuffer m_mosaicRgb; // a Bayer frame demosaicked, as 16-bit RGB planes, for the conversion
+    std::shared_ptr<const pixel::RowPlan> m_rowPlan; // stored rows that unpack one by one (null otherwise)
     Buffer m_shown = Buffer::First;
     ColorConversion::X2RGBColorConv m_converter;
     ColorConversion::X2RGBColorConv m_mosaicConverter; // RGB planes of a demosaicked Bayer frame
+    // The record a file's picture is converted from where it is not the samples' (4:2:0 of odd height).
+    VideoProps m_showProps;
+    bool m_showsOwnRecord = false;
+    ColorConversion::X2RGBColorConv m_showConverter;
     DifferencePicture m_difference;
     // What the tone table and the difference table were last built from: a table is rebuilt only when a
     // setting changes, not for every frame.

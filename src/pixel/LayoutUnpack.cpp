@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <type_traits>
+#include <vector>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -201,11 +202,14 @@ void raw10Row(const uint8_t *src, D *dst, int32_t cols)
 // alpha) rows themselves and the chroma rows those rows use. A chroma row belongs to the range holding the first
 // picture row it serves (and the range reaching the bottom takes any rows below), so the ranges of any
 // split of the picture write each row once and can run on different threads.
-// rowAt(k, target, j) gives where canonical row j of component k goes (null: left out).
+// rowAt(k, target, j) gives where canonical row j of component k goes (null: left out). With `fieldChroma`
+// (4:2:0 stored, chroma not subsampled vertically in `canon`) row j takes the chroma row of its field,
+// as the interlaced 4:2:0 conversion does. A `chromaCols` above 0 is the samples a chroma row takes
+// instead of the canonical row's (all the stored ones, where the canonical row has room for more).
 template <typename D, typename RowAt>
 void unpackRange(const VideoProps &stored, const PixelDescriptor &d, const PlaneLayout &pl, const uint8_t *src,
                  int64_t srcBytes, const VideoProps &canon, int64_t dstSamples, int32_t k0, int32_t k1, int32_t y0,
-                 int32_t y1, const RowAt &rowAt)
+                 int32_t y1, const RowAt &rowAt, bool fieldChroma = false, int32_t chromaCols = 0)
 {
     Target t[4];
     const int32_t n = std::min<int32_t>(canonicalTargets(canon, dstSamples, t), d.components);
@@ -227,7 +231,8 @@ void unpackRange(const VideoProps &stored, const PixelDescriptor &d, const Plane
         }
         if (stored.signedValues) op.signBit = uint32_t(1) << (depth - 1);
         const bool plain = !op.bigEndian && !op.widenUp && !op.signBit && d.packing == Packing::Words;
-        const Target &tk = t[k];
+        Target tk = t[k];
+        if (chromaCols > 0 && isChromaComponent(d, k)) tk.cols = std::min(tk.cols, chromaCols);
         const int64_t rowBytes = pl.rowBytes[cd.plane];
         const int64_t first = pl.start[cd.plane] + int64_t(cd.offset) * wb;
         // A row the stored frame does not hold whole (a short buffer) is left as it was.
@@ -237,7 +242,10 @@ void unpackRange(const VideoProps &stored, const PixelDescriptor &d, const Plane
         const int32_t j0 = std::min(tk.rows, ((y0 - 1) >> tk.shiftY) + 1);
         const int32_t j1 = y1 >= H ? tk.rows : std::min(tk.rows, ((y1 - 1) >> tk.shiftY) + 1);
         for (int32_t j = j0; j < j1; ++j) {
-            const int32_t sj = sourceRow(d, tk, k, j);
+            int32_t sj = sourceRow(d, tk, k, j);
+            // The last stored chroma row stands in for the one past it that heights of the form 4n + 2 ask for.
+            if (fieldChroma && isChromaComponent(d, k))
+                sj = std::min(2 * (j / 4) + (j & 1), componentGrid(d, k, stored.width, stored.height).rows - 1);
             const int64_t at = first + int64_t(sj) * rowBytes;
             D *out = rowAt(k, tk, j);
             if (!out || at < 0 || at + need > srcBytes) continue;
@@ -332,6 +340,79 @@ VideoProps canonicalProps(const VideoProps &stored)
     c.toggleEndianness = false;
     c.frameBytes = frameBytes(c.format, c.containerBits, c.width, c.height);
     return c;
+}
+
+VideoProps shownProps(const VideoProps &stored)
+{
+    VideoProps c = canonicalProps(stored);
+    if (!isDescribedLayout(stored.format) || (c.format != YUV_p420 && c.format != YUV_p422)) return c;
+    if (c.width & 1)
+        c.format = YUV_p444;
+    else if (c.format == YUV_p420 && (c.height & 1))
+        c.format = YUV_p422;
+    else
+        return c;
+    c.frameBytes = frameBytes(c.format, c.containerBits, c.width, c.height);
+    return c;
+}
+
+namespace {
+
+// Spreads the first (n + 1) / 2 samples of a row over its n samples, each on the two it covers: from a
+// copy, front to back, so the loop vectorises.
+template <typename D>
+void spreadRow(D *row, int32_t n)
+{
+    thread_local std::vector<D> half;
+    const int32_t pairs = n / 2;
+    half.assign(row, row + (n + 1) / 2);
+    const D *h = half.data();
+    for (int32_t i = 0; i < pairs; ++i) {
+        row[2 * i] = h[i];
+        row[2 * i + 1] = h[i];
+    }
+    if (n & 1) row[n - 1] = h[pairs];
+}
+
+} // namespace
+
+bool unpackShownRows(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, int32_t y0, int32_t y1,
+                     uint8_t *dst, int64_t dstBytes)
+{
+    if (!src || !dst || !isDescribedLayout(stored.format) || y0 < 0 || y1 > stored.height || y0 >= y1) return false;
+    const PixelDescriptor &d = *pixelDescriptor(stored.format);
+    const VideoProps shown = shownProps(stored);
+    VideoProps part = shown;
+    part.height = y1 - y0;
+    const int64_t need = allocationSize(part.format, part.containerBits, part.width, part.height);
+    const int32_t sb = shown.containerBits / 8;
+    const PlaneLayout pl = storedPlanes(stored);
+    if (need == 0 || dstBytes < need || pl.frameBytes == 0) return false;
+    Target bt[4];
+    if (canonicalTargets(part, need / sb, bt) == 0) return false;
+    // The 4:2:0 chroma rows a progressive or an interlaced conversion takes for each picture row.
+    const bool fieldChroma = stored.interlaced && d.log2ChromaH == 1 && shown.format != canonicalProps(stored).format;
+    // Shown through 4:4:4 planes, a chroma row takes every stored sample, the last column's too, each
+    // then spread over the two pixels it covers.
+    const bool spread = shown.format == YUV_p444 && d.log2ChromaW == 1;
+    const int32_t chromaCols = spread ? componentGrid(d, 1, stored.width, stored.height).cols : 0;
+    const int64_t wholeSamples = allocationSize(shown.format, shown.containerBits, shown.width, shown.height) / sb;
+    const auto unpack = [&](auto *out) {
+        using D = std::remove_pointer_t<decltype(out)>;
+        const auto rowAt = [&](int k, const Target &, int32_t j) -> D * {
+            return out + bt[k].start + int64_t(j - y0) * bt[k].stride;
+        };
+        unpackRange<D>(stored, d, pl, src, srcBytes, shown, wholeSamples, 0, d.components, y0, y1, rowAt, fieldChroma,
+                       chromaCols);
+        if (spread)
+            for (int k = 1; k <= 2; ++k)
+                for (int32_t j = y0; j < y1; ++j) spreadRow(rowAt(k, bt[k], j), bt[k].cols);
+    };
+    if (sb == 2)
+        unpack(reinterpret_cast<uint16_t *>(dst));
+    else
+        unpack(dst);
+    return true;
 }
 
 namespace {
@@ -431,13 +512,15 @@ FastPlan fastPlan(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes)
     return f;
 }
 
-// The canonical rows that picture rows [y0, y1) are shown from, all components in one pass a stored row.
-void unpackFastRows(const UnpackRowKernels &rows, const FastPlan &f, const uint8_t *src, uint8_t *dst, int32_t y0,
-                    int32_t y1, int32_t H)
+// The canonical rows that picture rows [y0, y1) are shown from, all components in one pass a stored row,
+// into the canonical frame whose components lie at `t` (f.t, or a frame of fewer rows), canonical row j
+// at row j - base of it.
+void unpackFastRows(const UnpackRowKernels &rows, const FastPlan &f, const Target *t, int32_t base, const uint8_t *src,
+                    uint8_t *dst, int32_t y0, int32_t y1, int32_t H)
 {
-    const Target &ty = f.t[0], &tu = f.t[f.swapChroma ? 2 : 1], &tv = f.t[f.swapChroma ? 1 : 2];
+    const Target &ty = t[0], &tu = t[f.swapChroma ? 2 : 1], &tv = t[f.swapChroma ? 1 : 2];
     const int32_t wb = f.wordBytes;
-    auto at = [&](const Target &t, int32_t j) { return dst + (t.start + int64_t(j) * t.stride) * wb; };
+    auto at = [&](const Target &c, int32_t j) { return dst + (c.start + int64_t(j - base) * c.stride) * wb; };
     if (f.shape == Shape::Quads) {
         const int32_t groups = ty.cols / 2;
         for (int32_t j = y0; j < y1; ++j) {
@@ -457,9 +540,10 @@ void unpackFastRows(const UnpackRowKernels &rows, const FastPlan &f, const uint8
         else
             rows.words(in, f.shift, f.mask, reinterpret_cast<uint16_t *>(at(ty, j)), ty.cols);
     }
-    const int32_t sy = tu.shiftY;
-    const int32_t j0 = std::min(tu.rows, ((y0 - 1) >> sy) + 1);
-    const int32_t j1 = y1 >= H ? tu.rows : std::min(tu.rows, ((y1 - 1) >> sy) + 1);
+    // Chroma rows counted in the whole frame, wherever they are written.
+    const int32_t sy = tu.shiftY, rowsU = f.t[1].rows;
+    const int32_t j0 = std::min(rowsU, ((y0 - 1) >> sy) + 1);
+    const int32_t j1 = y1 >= H ? rowsU : std::min(rowsU, ((y1 - 1) >> sy) + 1);
     for (int32_t j = j0; j < j1; ++j) {
         const uint8_t *in = src + f.pl.start[1] + int64_t(j) * f.pl.rowBytes[1];
         if (wb == 1)
@@ -471,6 +555,43 @@ void unpackFastRows(const UnpackRowKernels &rows, const FastPlan &f, const uint8
 }
 
 } // namespace
+
+struct RowPlan {
+    FastPlan f;
+    VideoProps canon;
+};
+
+std::shared_ptr<const RowPlan> planOwnRows(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes)
+{
+    if (!needsUnpack(stored) || stored.width <= 0 || stored.height <= 0 || !unpacksByDescriptor(stored)) return {};
+    FastPlan f = fastPlan(stored, srcBytes, dstBytes);
+    if (f.shape == Shape::None) return {};
+    for (const Target &t : f.t)
+        if (t.shiftY != 0) return {};
+    auto plan = std::make_shared<RowPlan>();
+    plan->f = f;
+    plan->canon = canonicalProps(stored);
+    return plan;
+}
+
+int64_t ownRowsBytes(const RowPlan &plan, int32_t rows)
+{
+    const VideoProps &c = plan.canon;
+    return rows <= 0 ? 0 : allocationSize(c.format, c.containerBits, c.width, rows);
+}
+
+bool unpackOwnRows(const RowPlan &plan, const UnpackRowKernels &rows, const uint8_t *src, int32_t y0, int32_t y1,
+                   uint8_t *dst, int64_t dstBytes)
+{
+    const int32_t H = plan.canon.height;
+    if (!src || !dst || y0 < 0 || y1 > H || y0 >= y1 || dstBytes < ownRowsBytes(plan, y1 - y0)) return false;
+    VideoProps part = plan.canon;
+    part.height = y1 - y0;
+    Target t[4];
+    if (canonicalTargets(part, dstBytes / plan.f.wordBytes, t) != 3) return false;
+    unpackFastRows(rows, plan.f, t, y0, src, dst, y0, y1, H);
+    return true;
+}
 
 bool unpacksInOnePass(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes)
 {
@@ -498,7 +619,7 @@ void unpackFrameWith(const UnpackRowKernels &rows, const VideoProps &stored, con
         constexpr int32_t kFastBand = 16;
         const int32_t H = stored.height;
         WorkerPool::shared().run((H + kFastBand - 1) / kFastBand, helpersFor(threads), [&](int32_t b) {
-            unpackFastRows(rows, f, src, dst, b * kFastBand, std::min(H, (b + 1) * kFastBand), H);
+            unpackFastRows(rows, f, f.t, 0, src, dst, b * kFastBand, std::min(H, (b + 1) * kFastBand), H);
         });
         return;
     }

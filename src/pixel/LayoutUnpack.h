@@ -9,6 +9,7 @@
 #include "pixel/NativeReadout.h"
 
 #include <cstdint>
+#include <memory>
 
 namespace kavri::pixel {
 
@@ -22,6 +23,26 @@ PlaneLayout storedPlanes(const VideoProps &stored);
 // The record of the samples a described layout unpacks into: the canonical layout at the layout's depth,
 // in native byte order. The 27 original layouts are their own canonical record (returned unchanged).
 VideoProps canonicalProps(const VideoProps &stored);
+
+// The record the picture of a described frame is converted from, where it is not canonicalProps (the
+// conversion per pixel is the same):
+// - a 4:2:0 layout of odd height is shown through 4:2:2 planes, each chroma row on both picture rows it
+//   covers, because the original 4:2:0 layout holds its last chroma row only in part and its conversion
+//   blacks out half of the last picture row;
+// - a 4:2:0 or 4:2:2 layout of odd width through 4:4:4 planes, each chroma sample on the pixels it
+//   covers, because the original layouts keep W / 2 chroma columns and the last pixel takes the column
+//   before its own (or none at all at width 1), where these layouts store the last column.
+// Both rules are kept for the original layouts, whose files are written that way. The samples
+// (canonicalProps) stay as they are, so the difference, the statistics and the metrics read what they
+// read before.
+VideoProps shownProps(const VideoProps &stored);
+// Unpacks stored rows [y0, y1) of a described frame into a frame of y1 - y0 rows of shownProps (its planes
+// one after the other). With the record's interlaced flag a 4:2:0 layout shown through planes of full
+// height takes the chroma rows of each field, as the interlaced 4:2:0 conversion does. False (nothing
+// written) for rows outside the frame or a buffer under the band's bytes; a row the stored bytes do not
+// hold whole is left as it was.
+bool unpackShownRows(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, int32_t y0, int32_t y1,
+                     uint8_t *dst, int64_t dstBytes);
 
 // Unpacks one stored frame of a described layout (in the file's byte order, `srcBytes` bytes) into a
 // buffer of the canonical record's allocation size. Subsampled chroma that the canonical layout has no
@@ -41,6 +62,20 @@ void unpackFrameWith(const UnpackRowKernels &rows, const VideoProps &stored, con
 // and Y210-style rows in little-endian words of the canonical size, every row whole in both buffers);
 // the other frames go component by component.
 bool unpacksInOnePass(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes);
+
+// The frames whose stored rows each unpack into the canonical rows of the same number and no others
+// (the one-pass shapes without vertical chroma subsampling: Y210 and its kin, NV16, P210, NV24, P410):
+// the plan is worked out once for a record, then any band of rows can be unpacked on any thread into a
+// small frame of its own, just before the band is converted. Null for any other frame.
+struct RowPlan;
+std::shared_ptr<const RowPlan> planOwnRows(const VideoProps &stored, int64_t srcBytes, int64_t dstBytes);
+// Bytes of a canonical frame of `rows` rows of such a frame.
+int64_t ownRowsBytes(const RowPlan &plan, int32_t rows);
+// Unpacks stored rows [y0, y1) of a frame planned by planOwnRows, on the calling thread, into `dst` as a
+// canonical frame of y1 - y0 rows (its planes one after the other): the samples unpackFrame gives those
+// rows. False (nothing written) for rows outside the frame or a buffer under ownRowsBytes.
+bool unpackOwnRows(const RowPlan &plan, const UnpackRowKernels &rows, const uint8_t *src, int32_t y0, int32_t y1,
+                   uint8_t *dst, int64_t dstBytes);
 
 // The reference unpack: the same result as unpackFrame, one sample at a time through readComponent.
 void unpackFrameReference(const VideoProps &stored, const uint8_t *src, int64_t srcBytes, uint8_t *dst,

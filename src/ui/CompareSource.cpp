@@ -89,19 +89,21 @@ void CompareSource::get_buffer(uint8_t **pp_frame, QSize size, void *)
 
 void CompareSource::oon_new_frame(frame_t *f)
 {
+    // Samples the loader left out are unpacked under its own lock, so before this one is taken.
+    const uint8_t *kept = m_keepSamples.load() && f->sampleProps ? frameSamples(*f) : nullptr;
     {
         QMutexLocker l(&m_lock);
         std::swap(m_back, m_front);
         m_shownIndex = f->frameIndex;
         m_samplesIndex = kNoFrame;
-        if (m_keepSamples.load() && f->samples && f->sampleProps) {
+        if (kept) {
             // The samples are the loader's only while this runs. The pipeline's buffer is of the
             // record's allocation size, which is what a conversion of it reads.
             const VideoProps &p = *f->sampleProps;
             const size_t n = allocationSize(p.format, p.containerBits, p.width, p.height);
             try {
                 m_samples.resize(n);
-                std::memcpy(m_samples.data(), f->samples, n);
+                std::memcpy(m_samples.data(), kept, n);
                 m_sampleProps = p;
                 m_samplesIndex = f->frameIndex;
             } catch (const std::bad_alloc &) {

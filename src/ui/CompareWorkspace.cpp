@@ -177,16 +177,18 @@ void CompareWorkspace::primaryShown(const frame_t &f)
     m_primaryIndex.store(index);
     if (m_keepPrimary.load()) {
         {
+            // Samples the loader left out are unpacked under its own lock, so before this one is taken.
+            const uint8_t *kept = f.sampleProps ? frameSamples(f) : nullptr;
             QMutexLocker samples(&m_primarySamplesLock);
             m_primarySamplesIndex = UINT64_MAX;
-            if (f.samples && f.sampleProps) {
+            if (kept) {
                 // The samples are the loader's only while the frame is delivered; the pipeline's buffer is
                 // of the record's allocation size, which is what a conversion of it reads.
                 const VideoProps &p = *f.sampleProps;
                 const size_t n = allocationSize(p.format, p.containerBits, p.width, p.height);
                 try {
                     m_primarySamples.resize(n);
-                    std::memcpy(m_primarySamples.data(), f.samples, n);
+                    std::memcpy(m_primarySamples.data(), kept, n);
                     m_primarySampleProps = p;
                     m_primarySamplesIndex = index;
                 } catch (const std::bad_alloc &) {

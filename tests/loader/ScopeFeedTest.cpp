@@ -3,12 +3,15 @@
 // and closing or reopening a file while work is in flight neither crashes nor shows the old file's scopes.
 #include "loader/ScopeFeed.h"
 #include "LoaderTestSupport.h"
+#include "formats/FrameSize.h"
+#include "pixel/LayoutUnpack.h"
 #include "pixel/PatternGenerator.h"
 
 #include <QSignalSpy>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
@@ -293,6 +296,94 @@ TEST_F(ScopeFeedTest, DestroyingTheFeedWhileWorkIsInFlightWaitsForIt)
     const std::vector<uint8_t> bytes = patternFrame(s, 0);
     ASSERT_TRUE(feed->offer(1, pixel::statisticsFormatOf(patternRecord(s)), {}, bytes.data(), bytes.size()));
     EXPECT_TRUE(returnsWithin([&] { feed.reset(); }));
+}
+
+// A Y210 frame is shown without unpacking its samples (the picture is converted from the stored rows a
+// band at a time); the scopes ask for them, and get the samples of the reference unpack.
+TEST_F(ScopeFeedTest, SamplesLeftOutOfAFrameAreUnpackedForTheScopes)
+{
+    PatternSpec s = pattern(66, 34);
+    s.layout = YUV_y210;
+    // Shared with the loader's thread, which may deliver a frame until the loader is closed.
+    const auto leftOut = std::make_shared<std::atomic<int>>(0);
+    openPattern(s, 6, QStringLiteral("y210.yuv"));
+    QObject::connect(
+        loader, &KavriLoader::new_frame, loader,
+        [leftOut](frame_t *f) {
+            if (!f->samples && f->unpackSamples && hasSamples(*f)) ++*leftOut;
+        },
+        Qt::DirectConnection);
+    emit owner.seek(3, false, false);
+    const auto r = waitForResult([](const ScopeResult &x) { return x.frameIndex == 3; });
+    ASSERT_TRUE(r);
+    EXPECT_GE(leftOut->load(), 1);
+    const VideoProps rec = patternRecord(s);
+    const VideoProps canon = pixel::canonicalProps(rec);
+    EXPECT_EQ(r->format.layout, canon.format);
+    const std::vector<uint8_t> bytes = patternFrame(s, 3);
+    std::vector<uint8_t> samples(allocationSize(canon.format, canon.containerBits, canon.width, canon.height));
+    pixel::unpackFrameReference(rec, bytes.data(), int64_t(bytes.size()), samples.data(), int64_t(samples.size()));
+    const pixel::FrameStatistics want =
+        pixel::computeFrameStatistics(pixel::statisticsFormatOf(canon), samples.data(), samples.size(), 1);
+    ASSERT_EQ(r->data.statistics.components.size(), want.components.size());
+    for (size_t c = 0; c < want.components.size(); ++c) {
+        SCOPED_TRACE(want.components[c].name);
+        EXPECT_EQ(r->data.statistics.components[c].histogram, want.components[c].histogram);
+        EXPECT_DOUBLE_EQ(r->data.statistics.components[c].mean, want.components[c].mean);
+    }
+}
+
+// With the scopes off nobody asks for a Y210 frame's samples while it is delivered; the frame buffer an
+// owner inspects afterwards holds them all the same, unpacked when asked for.
+TEST_F(ScopeFeedTest, TheFrameBufferOfAFrameShownWithoutItsSamplesHoldsThem)
+{
+    feed->setEnabled(false);
+    PatternSpec s = pattern(66, 34);
+    s.layout = YUV_y210;
+    openPattern(s, 6, QStringLiteral("y210.yuv"));
+    const auto delivered = std::make_shared<std::atomic<uint64_t>>(UINT64_MAX);
+    QObject::connect(
+        loader, &KavriLoader::new_frame, loader, [delivered](frame_t *f) { delivered->store(f->frameIndex); },
+        Qt::DirectConnection);
+    emit owner.seek(2, false, false);
+    ASSERT_TRUE(owner.waitUntil([&] { return delivered->load() == 2; }, kWaitMs));
+    EXPECT_EQ(feed->accepted(), 0u);
+    const VideoProps rec = patternRecord(s);
+    const VideoProps canon = pixel::canonicalProps(rec);
+    const std::vector<uint8_t> bytes = patternFrame(s, 2);
+    std::vector<uint8_t> samples(frameBytes(canon.format, canon.containerBits, canon.width, canon.height));
+    pixel::unpackFrameReference(rec, bytes.data(), int64_t(bytes.size()), samples.data(), int64_t(samples.size()));
+    const uint8_t *buffer = loader->frameBuffer(KavriLoader::Buffer::Main);
+    ASSERT_NE(buffer, nullptr);
+    EXPECT_EQ(0, std::memcmp(buffer, samples.data(), samples.size()));
+}
+
+// Where nothing was left out, or there are no samples at all, frameSamples gives what the record holds
+// and never calls the unpack.
+TEST(FrameRecord, FrameSamplesUnpacksOnlyWhatWasLeftOut)
+{
+    const std::vector<uint8_t> held(16, 7), unpacked(16, 9);
+    int calls = 0;
+    const std::function<const uint8_t *()> unpack = [&] {
+        ++calls;
+        return unpacked.data();
+    };
+    frame_t f;
+    EXPECT_FALSE(hasSamples(f));
+    EXPECT_EQ(frameSamples(f), nullptr);
+    f.unpackSamples = &unpack;
+    EXPECT_TRUE(hasSamples(f));
+    EXPECT_EQ(calls, 0);
+    EXPECT_EQ(frameSamples(f), unpacked.data());
+    EXPECT_EQ(calls, 1);
+    f.samples = held.data();
+    EXPECT_EQ(frameSamples(f), held.data());
+    EXPECT_EQ(calls, 1);
+    const std::function<const uint8_t *()> none;
+    f.samples = nullptr;
+    f.unpackSamples = &none;
+    EXPECT_FALSE(hasSamples(f));
+    EXPECT_EQ(frameSamples(f), nullptr);
 }
 
 TEST_F(ScopeFeedTest, ASwitchedOffFeedCopiesNothing)

@@ -7,6 +7,7 @@
 #include "formats/PixelDescriptor.h"
 #include "pixel/LayoutUnpack.h"
 #include "pixel/PatternGenerator.h"
+#include "pixel/PlaneGeometry.h"
 
 #include <gtest/gtest.h>
 
@@ -270,4 +271,62 @@ TEST(UnpackRows, OnePassTakesTheCommonShapesOnly)
         const VideoProps strided = stridedOf(rec, 64);
         EXPECT_EQ(unpacksInOnePass(strided, recordFrameBytes(strided), canonBytes), c.onePass);
     }
+}
+
+// The frames unpacked band by band: every newer layout whose stored rows unpack one by one, at awkward
+// sizes and in bands of several heights, gives in each band's own frame the rows of the reference unpack;
+// rows outside the frame or a band buffer too small are refused without a write.
+TEST(UnpackRows, BandsOfOwnRowsEqualTheReferenceRows)
+{
+    const int32_t sizes[][2] = {{1, 1}, {2, 2}, {3, 5}, {17, 9}, {33, 40}, {130, 7}};
+    int32_t planned = 0;
+    for (int v = kCoreLayoutCount + 1; v <= kLayoutCount; ++v)
+        for (const Record &r : recordsOf(v))
+            for (const auto &sz : sizes) {
+                const VideoProps rec = recordOf(v, sz[0], sz[1], r);
+                const int64_t bytes = int64_t(recordFrameBytes(rec));
+                const VideoProps canon = canonicalProps(rec);
+                const int64_t canonBytes = allocationSize(canon.format, canon.containerBits, canon.width, canon.height);
+                const auto plan = planOwnRows(rec, bytes, canonBytes);
+                if (!plan) continue;
+                ++planned;
+                SCOPED_TRACE(std::string(layoutInfo(videoFormat_t(v)).shortName) + " " + std::to_string(sz[0]) + "x" +
+                             std::to_string(sz[1]) + " " + std::to_string(r.bits) + "/" + std::to_string(r.container));
+                const int32_t W = rec.width, H = rec.height, sb = canon.containerBits / 8;
+                const auto src = randomBytes(size_t(bytes), uint32_t(v * 1000 + W * 31 + H));
+                std::vector<uint8_t> ref(size_t(canonBytes), 0);
+                unpackFrameReference(rec, src.data(), bytes, ref.data(), canonBytes);
+                const ChromaPlanes whole = chromaPlanes(canon.format, W, H, canonBytes / sb);
+                for (const UnpackRowKernels *set : rowSets())
+                    for (int32_t height : {1, 3, 16})
+                        for (int32_t y0 = 0; y0 < H; y0 += height) {
+                            const int32_t y1 = std::min(H, y0 + height), n = y1 - y0;
+                            const int64_t need = ownRowsBytes(*plan, n);
+                            ASSERT_EQ(need, allocationSize(canon.format, canon.containerBits, W, n));
+                            std::vector<uint8_t> band(size_t(need) + 8, 0x5a);
+                            ASSERT_TRUE(unpackOwnRows(*plan, *set, src.data(), y0, y1, band.data(), need));
+                            const ChromaPlanes part = chromaPlanes(canon.format, W, n, need / sb);
+                            const int64_t wholeStart[3] = {0, whole.uStart, whole.vStart};
+                            const int64_t partStart[3] = {0, part.uStart, part.vStart};
+                            for (int k = 0; k < 3; ++k) {
+                                const int32_t cols = k ? whole.cols : W;
+                                for (int32_t j = 0; j < n; ++j)
+                                    ASSERT_EQ(0, std::memcmp(band.data() + (partStart[k] + int64_t(j) * cols) * sb,
+                                                             ref.data() + (wholeStart[k] + int64_t(y0 + j) * cols) * sb,
+                                                             size_t(cols) * sb))
+                                        << set->name << " component " << k << " row " << y0 + j;
+                            }
+                            for (size_t i = size_t(need); i < band.size(); ++i) ASSERT_EQ(band[i], 0x5a);
+                        }
+                std::vector<uint8_t> band(size_t(ownRowsBytes(*plan, 2)), 0x5a);
+                const std::vector<uint8_t> untouched = band;
+                EXPECT_FALSE(unpackOwnRows(*plan, portableUnpackRows(), src.data(), H - 1, H + 1, band.data(),
+                                           int64_t(band.size())));
+                EXPECT_FALSE(
+                    unpackOwnRows(*plan, portableUnpackRows(), src.data(), -1, 1, band.data(), int64_t(band.size())));
+                EXPECT_FALSE(unpackOwnRows(*plan, portableUnpackRows(), src.data(), 0, 1, band.data(),
+                                           ownRowsBytes(*plan, 1) - 1));
+                EXPECT_EQ(band, untouched);
+            }
+    EXPECT_GT(planned, 50);
 }
