@@ -8,11 +8,29 @@
 
 namespace kavri::test {
 
+namespace {
+
+// A number written in five letters that no word the name detector looks for is made of (no digit, so
+// no "422" or "3x4" either; a process number written in digits once voted a test's file into 4:2:2).
+QString lettersOf(qint64 n)
+{
+    static const char kDigits[] = "jkqwz";
+    QString s;
+    do {
+        s.prepend(QLatin1Char(kDigits[n % 5]));
+        n /= 5;
+    } while (n > 0);
+    return s;
+}
+
+} // namespace
+
 TempDir::TempDir()
 {
     static std::atomic<int> count{0};
     m_path = QDir(QDir::tempPath())
-                 .filePath(QStringLiteral("kavri-test-%1-%2").arg(QCoreApplication::applicationPid()).arg(count++));
+                 .filePath(QStringLiteral("kavri-test-%1-%2")
+                               .arg(lettersOf(QCoreApplication::applicationPid()), lettersOf(count++)));
     // A folder left by an earlier process of the same number is not ours to keep.
     QDir(m_path).removeRecursively();
     if (!QDir().mkpath(m_path)) throw std::runtime_error("cannot make test folder " + m_path.toStdString());

@@ -7,9 +7,10 @@
 
 namespace kavri::test {
 
-// The directory's name is "kavri-test-<process>-<count>" under the system's temporary folder: no random
-// letters, because the name detector reads whole paths and a random "x16b" or "3x4" in a folder name
-// would give a test's file a depth or a size it was not meant to have.
+// The directory's name is "kavri-test-<process>-<count>" under the system's temporary folder, the numbers
+// written in letters that form no word the name detector knows: it reads whole paths, and a random "x16b"
+// or "3x4", or a process number holding "422", in a folder name would give a test's file a depth, a size
+// or a layout it was not meant to have.
 class TempDir {
 public:
     TempDir();
