@@ -180,6 +180,21 @@ TEST(Y4mLoaderRefusal, ADamagedFileIsNotOpened)
 }
 
 #ifdef Q_OS_UNIX
+// Gives a stream's loader the 16x16 luma record of the marked frames, attaches `owner` and waits for the
+// first init.
+void describeLumaAndAttach(KavriLoader *loader, TestOwner &owner)
+{
+    VideoProps &p = loader->pendingProps();
+    p.width = kW;
+    p.height = kH;
+    p.format = BW;
+    p.frameRate = 1000.0;
+    loader->validate();
+    owner.loader = loader;
+    loader->attach(&owner, &owner);
+    ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
+}
+
 // Writes all of `data` to `fd` (as far as a reader takes it), then closes it.
 void writeAllAndClose(int fd, const QByteArray &data)
 {
@@ -206,15 +221,7 @@ TEST(Y4mLoaderRefusal, AStreamWhoseHeaderComesLateIsToldNotShown)
     o.streamHeaderWaitMs = 0; // the writer starts after the loader has looked
     KavriLoader *loader = KavriLoader::create(QStringLiteral("-"), {}, o);
     ASSERT_NE(loader, nullptr);
-    VideoProps &p = loader->pendingProps();
-    p.width = kW;
-    p.height = kH;
-    p.format = BW;
-    p.frameRate = 1000.0;
-    loader->validate();
-    owner.loader = loader;
-    loader->attach(&owner, &owner);
-    ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
+    ASSERT_NO_FATAL_FAILURE(describeLumaAndAttach(loader, owner));
     emit owner.play();
     const QByteArray data = markedY4m(3);
     std::thread writer([&] { writeAllAndClose(fds[1], data); });
@@ -368,16 +375,8 @@ TEST(Y4mStream, TheStartOfAStreamDecidesHowItIsRead)
         }
         ASSERT_NE(loader, nullptr);
         // The bytes looked at are still there for the first frame.
-        VideoProps &p = loader->pendingProps();
-        p.width = kW;
-        p.height = kH;
-        p.format = BW;
-        p.frameRate = 1000.0;
-        loader->validate();
         TestOwner owner;
-        owner.loader = loader;
-        loader->attach(&owner, &owner);
-        ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
+        ASSERT_NO_FATAL_FAILURE(describeLumaAndAttach(loader, owner));
         emit owner.play();
         if (c.data.size() >= qsizetype(2 * kFrameBytes)) {
             ASSERT_TRUE(owner.waitForFrames(2, kWaitMs));

@@ -57,12 +57,12 @@ QImage midGreyPicture(const VideoProps &record)
     return out;
 }
 
-// Frame 3 of the pattern in `spec`.
-void holdPattern(Held &h, const PatternSpec &spec)
+// Frame 3 of `pattern`.
+void holdPattern(Held &h, const PatternSpec &pattern)
 {
-    std::vector<uint8_t> bytes(patternFrameBytes(spec));
-    ASSERT_TRUE(writePatternFrame(spec, 3, bytes.data(), bytes.size()));
-    hold(h, patternRecord(spec), bytes);
+    std::vector<uint8_t> bytes(patternFrameBytes(pattern));
+    ASSERT_TRUE(writePatternFrame(pattern, 3, bytes.data(), bytes.size()));
+    hold(h, patternRecord(pattern), bytes);
 }
 
 // The held frame of `from` written as `layout` at `bits`, as the convert tool writes a file.
