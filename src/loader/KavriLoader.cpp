@@ -150,10 +150,11 @@ bool KavriLoader::readStreamFrameLine()
     if (!ended && (m_main->atEnd() || m_quitRequested.load())) return false; // the stream is over
     if (ended && line.startsWith("FRAME") && (line.size() == 5 || line[5] == ' ')) return true;
     m_streamDamaged = true;
-    emit cannot_show(QStringLiteral("The y4m stream of %1 is damaged after frame %2: where a FRAME line should "
-                                    "start, there is none; nothing more is read from it")
-                         .arg(streamName(m_path))
-                         .arg(m_streamFrame));
+    const QString read =
+        m_streamFrame == 1 ? QStringLiteral("1 frame") : QStringLiteral("%1 frames").arg(m_streamFrame);
+    emit cannot_show(QStringLiteral("The y4m stream of %1 is damaged after %2: where a FRAME line should start, "
+                                    "there is none; nothing more is read from it")
+                         .arg(streamName(m_path), read));
     if (m_playing.load()) postCommand(kCmdStop, kCmdAsync);
     return false;
 }

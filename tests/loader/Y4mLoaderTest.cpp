@@ -336,7 +336,7 @@ TEST(Y4mStream, ADamagedFrameLineStopsTheStreamWithAMessage)
     ASSERT_TRUE(owner.waitUntil([&] { return owner.initializedCount() >= 1; }, kWaitMs));
     emit owner.play();
     ASSERT_TRUE(owner.waitUntil([&] { return !owner.failure().isEmpty(); }, kWaitMs));
-    EXPECT_TRUE(owner.failure().contains("after frame 2")) << owner.failure().toStdString();
+    EXPECT_TRUE(owner.failure().contains("after 2 frames")) << owner.failure().toStdString();
     EXPECT_TRUE(owner.failure().contains("standard input")) << owner.failure().toStdString();
     const auto seen = owner.seen();
     ASSERT_EQ(seen.size(), 2u);
