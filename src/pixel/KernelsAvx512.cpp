@@ -426,13 +426,29 @@ inline const uint8_t *sitedLumaAt(const uint8_t *y, int32_t i)
     return y + size_t(i) * (LK == kLuma8 ? 1 : 2);
 }
 
+// The chroma pairs of the even (e) and odd (o) pixels of 32 from the pairs before (s0), at (s1) and after
+// (s2) each pixel pair, both chroma words at once: cosited takes the pair itself and the mean of two,
+// centred (a + 3b + 2) >> 2 and (3b + c + 2) >> 2.
+template <bool Centre>
+inline void weighAcross(__m512i s0, __m512i s1, __m512i s2, __m512i &e, __m512i &o)
+{
+    if (Centre) {
+        const __m512i two = _mm512_set1_epi16(2);
+        const __m512i t = _mm512_add_epi16(_mm512_add_epi16(s1, s1), _mm512_add_epi16(s1, two));
+        e = _mm512_srli_epi16(_mm512_add_epi16(s0, t), 2);
+        o = _mm512_srli_epi16(_mm512_add_epi16(t, s2), 2);
+    } else {
+        e = s1;
+        o = _mm512_avg_epu16(s1, s2);
+    }
+}
+
 template <int LK, bool Centre, int Sh>
 void sitedBody1(const RowParams &p, const void *luma, const uint32_t *pairs, void *dst, int32_t n)
 {
     const Vec v = vecOf(p);
     const uint8_t *y = static_cast<const uint8_t *>(luma);
     uint8_t *d = static_cast<uint8_t *>(dst);
-    const __m512i two = _mm512_set1_epi16(2);
     int32_t i = 0;
     // The pairs before, at and after each pixel pair from whole vectors (the previous, this and the next
     // sixteen pairs) by vpalignd.
@@ -445,14 +461,7 @@ void sitedBody1(const RowParams &p, const void *luma, const uint32_t *pairs, voi
         before = at;
         at = next;
         __m512i e, o;
-        if (Centre) {
-            const __m512i t = _mm512_add_epi16(_mm512_add_epi16(s1, s1), _mm512_add_epi16(s1, two));
-            e = _mm512_srli_epi16(_mm512_add_epi16(s0, t), 2);
-            o = _mm512_srli_epi16(_mm512_add_epi16(t, s2), 2);
-        } else {
-            e = s1;
-            o = _mm512_avg_epu16(s1, s2);
-        }
+        weighAcross<Centre>(s0, s1, s2, e, o);
         const uint8_t *yi = sitedLumaAt<LK>(y, i);
         __m512i yw;
         if constexpr (LK == kLuma8) {
@@ -553,7 +562,7 @@ int32_t sitedPlanesFast(const RowParams &p, const void *luma, const void *const 
     const uint8_t *ub = wv ? static_cast<const uint8_t *>(rows[2]) : ua;
     const uint8_t *vb = wv ? static_cast<const uint8_t *>(rows[3]) : va;
     const __m512i wa = _mm512_set1_epi16(int16_t(16 - wv)), wb = _mm512_set1_epi16(int16_t(wv));
-    const __m512i top = _mm512_set1_epi16(int16_t(max)), two = _mm512_set1_epi16(2);
+    const __m512i top = _mm512_set1_epi16(int16_t(max));
     const __m512i lo = _mm512_load_si512(kPairInterleave.idx[0]), hi = _mm512_load_si512(kPairInterleave.idx[1]);
     const auto load = [&](const uint8_t *r, int32_t k) {
         if constexpr (CK == kChromaPlanes8)
@@ -571,14 +580,7 @@ int32_t sitedPlanesFast(const RowParams &p, const void *luma, const void *const 
     // 32 pixels from the pairs before (s0), at (s1) and after (s2) each pixel pair.
     const auto convert = [&](__m512i s0, __m512i s1, __m512i s2, const uint8_t *yi, uint8_t *out) {
         __m512i e, o;
-        if (Centre) {
-            const __m512i t = _mm512_add_epi16(_mm512_add_epi16(s1, s1), _mm512_add_epi16(s1, two));
-            e = _mm512_srli_epi16(_mm512_add_epi16(s0, t), 2);
-            o = _mm512_srli_epi16(_mm512_add_epi16(t, s2), 2);
-        } else {
-            e = s1;
-            o = _mm512_avg_epu16(s1, s2);
-        }
+        weighAcross<Centre>(s0, s1, s2, e, o);
         const __m512i yw = LK == kLuma8
                                ? _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(yi)))
                                : _mm512_loadu_si512(yi);
