@@ -1,9 +1,9 @@
 // Conversion time of the colour readings against the default conversion, per layout family at 1080p and
 // 2160p: a matrix and range with nearest chroma (the row kernels with other constants), sited chroma
-// (gathered rows) and PQ (gathered rows and the tone-map tables). Single-threaded, so the figures compare
-// the work and not the scheduling; one frame converted over and over (the conversion, not the memory
-// system, is what differs between the readings). A last pair converts 2160p 10-bit 4:2:0 with the worker
-// pool, as playback does: the time a frame of 4K PQ takes on every core.
+// (the sited rows; 16-bit samples the gathered rows) and PQ (gathered rows and the tone-map tables). Single-threaded,
+// so the figures compare the work and not the scheduling; one frame converted over and over (the conversion, not the
+// memory system, is what differs between the readings). A last pair converts 2160p 10-bit 4:2:0 with the worker pool,
+// as playback does: the time a frame of 4K PQ takes on every core.
 #include "formats/FrameSize.h"
 #include "pixel/ColorConversion.h"
 #include "pixel/PatternGenerator.h"
@@ -67,7 +67,8 @@ void cases(benchmark::internal::Benchmark *b)
         int bits;
     };
     for (L l : {L{YUV_p420, 8}, L{YUV_p420, 10}, L{YUV_p422, 8}, L{YUV_p444, 8}, L{YUV_uyvy, 8}, L{YUV_nv12, 8},
-                L{YUV_v210, 10}, L{RGB_i444, 8}, L{YUV_p411, 8}, L{YUV_p444, 16}, L{BW, 8}, L{BGRA_i444, 8}})
+                L{YUV_v210, 10}, L{RGB_i444, 8}, L{YUV_p411, 8}, L{YUV_p444, 16}, L{YUV_p420, 12}, L{YUV_p420, 16},
+                L{YUV_p422, 16}, L{BW, 8}, L{BGRA_i444, 8}})
         for (auto size : {std::pair{1920, 1080}, std::pair{3840, 2160}})
             for (int reading = 0; reading < 4; ++reading)
                 b->Args({l.layout, size.first, size.second, l.bits, reading, 1});

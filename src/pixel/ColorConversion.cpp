@@ -772,6 +772,27 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
 // converts. Luma and chroma are read in place where they are unsigned codes already; signed samples,
 // 16-bit packed rows and v210 go through rows of codes first. The pairs row is padded with the edge
 // pairs, which is the clamp at the picture's left and right edges of the gathered rows.
+// The extra bits of reconstructed chroma with which sitedRows converts `bits`-deep samples, or -1 where
+// it cannot. Its chroma words have 4 extra bits from the weights in 1/16 where 16-bit lanes hold them;
+// deeper codes keep fewer (12-bit 2, 14-bit none), which is exact only where every vertical weight of
+// the siting is a multiple of what is dropped: 4:2:0 sitings weigh in quarters, so 12 bits is as deep
+// as they go. The gathered rows keep the same bits, so both give the same picture.
+int32_t sitedFractionBits(ChromaSiting siting, int32_t sx, int32_t sy, int32_t bits)
+{
+    if (siting == ChromaSiting::Nearest || (sx != 1 && sx != 2) || bits < 1 || bits > 16) return -1;
+    const uint32_t maxCode = (uint32_t(1) << bits) - 1;
+    int32_t f = std::clamp(16 - bits, 0, 4);
+    while (f >= 0 && (maxCode << f) > sitedPairLimit(sx, siting == ChromaSiting::Center)) --f;
+    if (f < 0) return -1;
+    // The vertical weights repeat every 2^sy rows.
+    for (int32_t row = 0; row < (1 << sy); ++row) {
+        const double pos = chromaPosition(siting, true, row, sy);
+        const int32_t wv = int32_t(std::lround((pos - std::floor(pos)) * 16.0));
+        if (wv % (1 << (4 - f)) != 0) return -1;
+    }
+    return f;
+}
+
 void sitedRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0, int32_t r1)
 {
     struct Scratch {
@@ -876,7 +897,8 @@ void sitedRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0, 
         // pairs from the sixteen before the rest on (the one before it included).
         int32_t done = 0;
         if (planes)
-            done = planes(g.p, luma, reinterpret_cast<const void *const *>(rows), wv, g.maxCode, g.cols, d, pixels);
+            done = planes(g.p, luma, reinterpret_cast<const void *const *>(rows), wv, g.maxCode, 4 - g.fracBits, g.cols,
+                          d, pixels);
         if (done < pixels) {
             const int32_t from = std::max(0, (done >> sx) - 16);
             const uint8_t *part[4];
@@ -886,7 +908,7 @@ void sitedRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0, 
                                                                         : 4;
             const size_t skip = size_t(from) * pairBytes;
             for (int q = 0; q < 4; ++q) part[q] = rows[q] ? rows[q] + skip : nullptr;
-            weigh(part[0], part[1], part[2], part[3], wv, g.maxCode, pairs + from, g.cols - from);
+            weigh(part[0], part[1], part[2], part[3], wv, g.maxCode, 4 - g.fracBits, pairs + from, g.cols - from);
             pairs[-1] = pairs[0];
             std::fill(pairs + g.cols, pairs + used, pairs[g.cols - 1]);
             g.sitedRow(g.p, static_cast<const uint8_t *>(luma) + size_t(done) * lumaBytes, pairs + (done >> sx),
@@ -1117,6 +1139,8 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
         g.shiftY = info.chromaShiftY;
         // Extra bits for the reconstructed chroma, as many as 16-bit codes hold (at most 4).
         g.fracBits = std::clamp(16 - bits, 0, 4);
+        const int32_t sitedBits = sitedFractionBits(cd.chroma, g.shiftX, g.shiftY, bits);
+        if (!hdr && sitedBits >= 0) g.fracBits = std::min(g.fracBits, sitedBits);
         scale[1] = scale[2] = double(1 << g.fracBits);
         g.h0.resize(size_t(W));
         g.h1.resize(size_t(W));
@@ -1133,12 +1157,11 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
             g.hw[size_t(x)] = w;
         }
     }
-    // Sited chroma of up to 10 bits converts in one pass; deeper samples need more than the sited rows'
-    // 16-bit lanes and go through the gathered rows (as do 4:1:x samples of 10 bits with centred chroma).
+    // Sited chroma converts in one pass where its 16-bit lanes hold the chroma words; 16-bit samples (and
+    // 15-bit, and 14-bit 4:2:0) go through the gathered rows.
     const bool centred = cd.chroma == ChromaSiting::Center;
     const bool sited = !hdr && g.reconstruct && cd.chroma != ChromaSiting::Nearest &&
-                       (g.shiftX == 1 || g.shiftX == 2) && g.fracBits == 4 &&
-                       (uint32_t(16) << bits) - 16 <= sitedPairLimit(g.shiftX, centred) &&
+                       sitedFractionBits(cd.chroma, g.shiftX, g.shiftY, bits) == g.fracBits &&
                        (info.kind != LayoutKind::PlanarYuv || (g.chroma.uFit > 0 && g.chroma.vFit > 0));
     if (!hdr) {
         fillFinest(g.p, scale, 0);

@@ -374,16 +374,19 @@ constexpr PairInterleave kPairInterleave;
 
 template <int CK, int WV>
 void sitedWeighFast(const void *a1, const void *a2, const void *b1, const void *b2, int32_t wvAny, uint32_t max,
-                    uint32_t *pairs, int32_t n)
+                    int32_t down, uint32_t *pairs, int32_t n)
 {
     const int32_t wv = WV >= 0 ? WV : wvAny;
-    if (wv < 0 || wv > 16 || (CK == kChromaPlanes16 && max > 4095))
-        return sitedWeigh<CK, WV>(a1, a2, b1, b2, wvAny, max, pairs, n);
+    if (wv < 0 || wv > 16 || down < 0 || down > 4 || (CK == kChromaPlanes16 && max > 4095))
+        return sitedWeigh<CK, WV>(a1, a2, b1, b2, wvAny, max, down, pairs, n);
     const bool both = wv != 0;
     const __m512i wa = _mm512_set1_epi16(int16_t(16 - wv)), wb = _mm512_set1_epi16(int16_t(wv));
     const __m512i top = _mm512_set1_epi16(int16_t(max));
+    const __m128i drop = _mm_cvtsi32_si128(down), up = _mm_cvtsi32_si128(4 - down);
+    // The sums reach 16 * 4095 = 65520: unsigned 16-bit words, shifted logically.
     const auto weigh = [&](__m512i a, __m512i b) {
-        return both ? _mm512_add_epi16(_mm512_mullo_epi16(a, wa), _mm512_mullo_epi16(b, wb)) : _mm512_slli_epi16(a, 4);
+        return both ? _mm512_srl_epi16(_mm512_add_epi16(_mm512_mullo_epi16(a, wa), _mm512_mullo_epi16(b, wb)), drop)
+                    : _mm512_sll_epi16(a, up);
     };
     const uint8_t *pa1 = static_cast<const uint8_t *>(a1), *pa2 = static_cast<const uint8_t *>(a2);
     const uint8_t *pb1 = static_cast<const uint8_t *>(both ? b1 : a1),
@@ -411,7 +414,7 @@ void sitedWeighFast(const void *a1, const void *a2, const void *b1, const void *
     if (k < n) {
         const size_t at = size_t(k) * (CK == kChromaPlanes8 ? 1 : 2);
         sitedWeigh<CK, WV>(pa1 + at, CK == kChromaPairs8 ? nullptr : pa2 + at, pb1 + at,
-                           CK == kChromaPairs8 ? nullptr : pb2 + at, wvAny, max, pairs + k, n - k);
+                           CK == kChromaPairs8 ? nullptr : pb2 + at, wvAny, max, down, pairs + k, n - k);
     }
 }
 
@@ -551,10 +554,12 @@ void sitedFast(const RowParams &p, const void *luma, const uint32_t *pairs, void
 // in registers. Stops where the next pairs would pass the chroma row's end.
 template <int CK, bool Centre>
 int32_t sitedPlanesFast(const RowParams &p, const void *luma, const void *const rows[4], int32_t wv, uint32_t max,
-                        int32_t cols, void *dst, int32_t n)
+                        int32_t down, int32_t cols, void *dst, int32_t n)
 {
     constexpr int LK = CK == kChromaPlanes8 ? kLuma8 : kLuma16;
-    if (!usable(p) || cols < 64 || n < 64 || wv < 0 || wv > 16) return 0;
+    if (!usable(p) || cols < 64 || n < 64 || wv < 0 || wv > 16 || down < 0 || down > 4 ||
+        (CK == kChromaPlanes16 && max > 4095))
+        return 0;
     const Vec v = vecOf(p);
     const uint8_t *y = static_cast<const uint8_t *>(luma);
     uint8_t *d = static_cast<uint8_t *>(dst);
@@ -571,9 +576,12 @@ int32_t sitedPlanesFast(const RowParams &p, const void *luma, const void *const 
             return _mm512_min_epu16(_mm512_loadu_si512(r + 2 * size_t(k)), top);
     };
     // Pairs k .. k + 15 and k + 16 .. k + 31.
+    const __m128i drop = _mm_cvtsi32_si128(down);
     const auto pairsAt = [&](int32_t k, __m512i &p0, __m512i &p1) {
-        const __m512i u = _mm512_add_epi16(_mm512_mullo_epi16(load(ua, k), wa), _mm512_mullo_epi16(load(ub, k), wb));
-        const __m512i w = _mm512_add_epi16(_mm512_mullo_epi16(load(va, k), wa), _mm512_mullo_epi16(load(vb, k), wb));
+        const __m512i u = _mm512_srl_epi16(
+            _mm512_add_epi16(_mm512_mullo_epi16(load(ua, k), wa), _mm512_mullo_epi16(load(ub, k), wb)), drop);
+        const __m512i w = _mm512_srl_epi16(
+            _mm512_add_epi16(_mm512_mullo_epi16(load(va, k), wa), _mm512_mullo_epi16(load(vb, k), wb)), drop);
         p0 = _mm512_permutex2var_epi16(u, lo, w);
         p1 = _mm512_permutex2var_epi16(u, hi, w);
     };

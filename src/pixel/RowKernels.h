@@ -90,8 +90,9 @@ using HdrRowFn = void (*)(const HdrParams &, const uint16_t *c0, const uint16_t 
 
 // Sited (bilinear) chroma, reconstructed as part of the conversion. First the chroma rows around an
 // output row are weighed vertically into one row of pairs: word pair k = c1 | c2 << 16 of chroma column
-// k, each (16 - wv) * a + wv * b from the codes a and b of the two chroma rows (wv in 1/16, 0..16).
-// Where the chroma rows come from:
+// k, each ((16 - wv) * a + wv * b) >> down from the codes a and b of the two chroma rows (wv in 1/16,
+// 0..16). `down` (0..4) drops fraction bits that deep codes have no room for; it is exact when wv is a
+// multiple of 2^down, which the caller sees to. Where the chroma rows come from:
 //   kChromaPlanes8, kChromaPlanes16: planes of unsigned codes, a1 / a2 the first / second component of
 //     row a, b1 / b2 of row b; 16-bit codes above `max` (at most 4095, so that a word holds the sum)
 //     count as `max`;
@@ -100,7 +101,7 @@ using HdrRowFn = void (*)(const HdrParams &, const uint16_t *c0, const uint16_t 
 // Pointers a row does not use (b1 and b2 for a weight of 0) may be null.
 enum SitedChroma : int { kChromaPlanes8, kChromaPlanes16, kChromaPairs8, kChromaUyvy8, kChromaYuyv8 };
 using SitedWeighFn = void (*)(const void *a1, const void *a2, const void *b1, const void *b2, int32_t wv, uint32_t max,
-                              uint32_t *pairs, int32_t n);
+                              int32_t down, uint32_t *pairs, int32_t n);
 // The usual vertical weights have loops of their own (their products become shifts and adds).
 constexpr int32_t kSitedWeights[5] = {0, 4, 8, 12, -1}; // -1: any weight
 // Then across, fused with the conversion: output pixel x = 2^sx k + r takes
@@ -122,9 +123,9 @@ constexpr uint32_t sitedPairLimit(int32_t sx, bool centred) { return sx == 2 && 
 // and sitedRow's conversion, without the row of pairs between them, which a picture larger than the
 // caches has to wait for. Converts as many of the row's first pixels as its loop takes whole, keeping
 // clear of the chroma row's end, and returns how many (possibly none); the caller converts the rest
-// through sitedWeigh and sitedRow. 16 * max must be at most sitedPairLimit(1, centred).
+// through sitedWeigh and sitedRow. (16 >> down) * max must be at most sitedPairLimit(1, centred).
 using SitedPlanesFn = int32_t (*)(const RowParams &, const void *luma, const void *const rows[4], int32_t wv,
-                                  uint32_t max, int32_t cols, void *dst, int32_t n);
+                                  uint32_t max, int32_t down, int32_t cols, void *dst, int32_t n);
 
 struct KernelSet {
     const char *name;

@@ -92,8 +92,8 @@ struct Family {
 };
 
 const Family kFamilies[] = {
-    {"planar 4:2:0", YUV_p420, {8, 10, 12, 16}},
-    {"planar 4:2:2", YUV_p422, {8, 10, 12, 16}},
+    {"planar 4:2:0", YUV_p420, {8, 10, 11, 12, 16}},
+    {"planar 4:2:2", YUV_p422, {8, 10, 12, 14, 16}},
     {"planar 4:4:4", YUV_p444, {8, 10, 12, 16}},
     {"planar 4:1:1", YUV_p411, {8, 10}},
     {"planar 4:1:0", YUV_p410, {8, 12}},
@@ -251,8 +251,24 @@ TEST(ColourReading, EveryKernelSetGivesTheSameBytesAtAwkwardSizes)
         {"v210 left", YUV_v210, 10, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false, kLeft},
         {"signed 4:2:0 8-bit center", YUV_p420, 8, ColourMatrix::BT601, ColourRange::Limited, ColourTransfer::SDR, 0,
          true, kCenter},
+        // Deep sited chroma: fewer fraction bits in the sited rows (12 and 14 bits), or the gathered rows
+        // (4:1:0 centred at 12 bits, 16 bits).
         {"4:2:0 12-bit left", YUV_p420, 12, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false,
          kLeft},
+        {"4:2:0 12-bit center", YUV_p420, 12, ColourMatrix::BT2020, ColourRange::Full, ColourTransfer::SDR, 0, false,
+         kCenter},
+        {"4:2:0 11-bit topleft", YUV_p420, 11, ColourMatrix::BT601, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kTop},
+        {"4:2:2 14-bit center", YUV_p422, 14, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kCenter},
+        {"4:1:1 10-bit center", YUV_p411, 10, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kCenter},
+        {"4:1:0 12-bit center", YUV_p410, 12, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kCenter},
+        {"4:2:0 16-bit left", YUV_p420, 16, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0, false,
+         kLeft},
+        {"signed 4:2:0 12-bit left", YUV_p420, 12, ColourMatrix::BT709, ColourRange::Limited, ColourTransfer::SDR, 0,
+         true, kLeft},
     };
     // Up to a few rows of 1031 pixels: more than one step of every vector loop, with a ragged end.
     const std::pair<int32_t, int32_t> sizes[] = {{1, 1}, {15, 3}, {17, 5}, {33, 7}, {65, 3}, {129, 2}, {1031, 3}};
@@ -315,7 +331,7 @@ TEST(ColourReading, StrayHighBitsGiveTheSameSitedPictureInEverySet)
 // rows, for both horizontal sitings and both sample sizes, with an odd width and height.
 TEST(ColourReading, LargeSitedFramesGiveTheSameBytesInEverySet)
 {
-    for (int32_t bits : {8, 10})
+    for (int32_t bits : {8, 10, 12})
         for (ChromaSiting siting : {ChromaSiting::TopLeft, ChromaSiting::Center}) {
             Frame f = patternFrame(YUV_p420, 4099, 2063, bits, false, 7);
             f.props.colour.matrix = ColourMatrix::BT709;

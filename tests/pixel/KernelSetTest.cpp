@@ -127,6 +127,8 @@ TEST_P(KernelSets, SitedWeighingMatchesThePortableRows)
         const int32_t wv = wi < 4 ? kSitedWeights[wi] : int32_t(rng() % 17);
         const int32_t n = int32_t(rng() % 120) + (iteration % 23 == 0 ? 2000 : 0);
         const uint32_t max = iteration % 3 == 0 ? 4095 : 1023;
+        // Deep codes drop fraction bits (exactly for the usual weights; any weight must still agree).
+        const int32_t down = int32_t(rng() % 5);
         // Enough bytes for any source: 16-bit planes, byte pairs and packed rows of n pairs.
         std::vector<uint8_t> rows[4];
         for (auto &r : rows) {
@@ -137,10 +139,10 @@ TEST_P(KernelSets, SitedWeighingMatchesThePortableRows)
         const int32_t w = packed ? 0 : wv;
         std::vector<uint32_t> want(size_t(n) + 1, 0x5a5a5a5a), got = want;
         portableKernels().sitedWeigh[ck][packed ? 0 : wi](rows[0].data(), rows[1].data(), rows[2].data(),
-                                                          rows[3].data(), w, max, want.data(), n);
-        k->sitedWeigh[ck][packed ? 0 : wi](rows[0].data(), rows[1].data(), rows[2].data(), rows[3].data(), w, max,
+                                                          rows[3].data(), w, max, down, want.data(), n);
+        k->sitedWeigh[ck][packed ? 0 : wi](rows[0].data(), rows[1].data(), rows[2].data(), rows[3].data(), w, max, down,
                                            got.data(), n);
-        ASSERT_EQ(want, got) << k->name << " chroma " << ck << " wv " << w << " n " << n;
+        ASSERT_EQ(want, got) << k->name << " chroma " << ck << " wv " << w << " down " << down << " n " << n;
     }
 }
 
@@ -156,7 +158,9 @@ TEST_P(KernelSets, SitedPlanesMatchThePortableWeighingAndRow)
         const int32_t n = int32_t(rng() % 700) + (iteration % 17 == 0 ? 4000 : 0);
         const int32_t cols = n / 2 + int32_t(rng() % 3);
         const int32_t wv = iteration % 3 == 0 ? int32_t(rng() % 17) : kSitedWeights[rng() % 4];
-        const uint32_t max = wide ? sitedPairLimit(1, centred == 1) / 16 : 255;
+        // 16-bit codes as deep as the lanes take with the fraction bits kept: 10 bits with all 4, 12 with 2.
+        const int32_t down = wide ? int32_t(rng() % 3) : 0;
+        const uint32_t max = wide ? std::min(4095u, sitedPairLimit(1, centred == 1) / (16u >> down)) : 255;
         std::vector<uint8_t> rows[4], luma(2 * size_t(n) + 2);
         for (auto &r : rows) {
             r.resize(2 * size_t(cols) + 2);
@@ -168,20 +172,21 @@ TEST_P(KernelSets, SitedPlanesMatchThePortableWeighingAndRow)
         std::vector<uint32_t> got(size_t(n) + 1);
         for (uint32_t &px : got) px = rng();
         std::vector<uint32_t> want = got;
-        const int32_t done = k->sitedPlanes[wide][centred](p, luma.data(), rowPointers, wv, max, cols, got.data(), n);
+        const int32_t done =
+            k->sitedPlanes[wide][centred](p, luma.data(), rowPointers, wv, max, down, cols, got.data(), n);
         ASSERT_GE(done, 0);
         ASSERT_LE(done, n);
         converted += done;
         // The reference: the whole row of pairs, padded with the edge pairs, then the portable row.
         std::vector<uint32_t> pairs(size_t(cols) + 2 + 64 + 1);
         portableKernels().sitedWeigh[wide ? kChromaPlanes16 : kChromaPlanes8][4](
-            rows[0].data(), rows[1].data(), rows[2].data(), rows[3].data(), wv, max, pairs.data() + 1, cols);
+            rows[0].data(), rows[1].data(), rows[2].data(), rows[3].data(), wv, max, down, pairs.data() + 1, cols);
         pairs[0] = pairs[1];
         std::fill(pairs.begin() + 1 + cols, pairs.end(), pairs[size_t(cols)]);
         portableKernels().sitedRow[wide ? kLuma16 : kLuma8][0][centred](p, luma.data(), pairs.data() + 1, want.data(),
                                                                         done);
         ASSERT_EQ(want, got) << k->name << " wide " << wide << " centred " << centred << " n " << n << " cols " << cols
-                             << " wv " << wv << " done " << done;
+                             << " wv " << wv << " down " << down << " done " << done;
     }
     // A set with such loops must have used them.
     if (k->sitedPlanes[0][0]) {
