@@ -212,7 +212,7 @@ bool X2RGBColorConv::convertFrom(const uint8_t *src, uint8_t *dst, const BandSou
     if (alloc == 0) return false;
     // Any reading but the default takes its own path; the default below stays exactly as it was. Showing
     // one component as grey shows stored samples, whatever the reading.
-    if (!m_props.colour.isDefault() && m_channelSelection == 0) {
+    if (!readsDefault()) {
         if (band) return false;
         convertDescribed(src, dst, alloc);
         return true;

@@ -61,6 +61,9 @@ public:
     // 4:1:1, planar RGB) with the default reading; for anything else it returns false and does nothing.
     // A band source that returns null leaves its rows of `dst` as they were.
     bool convertNativeBands(uint8_t *dst, const BandSource &band);
+    // Whether the conversion as set up now reads the default way (the only one that takes bands): false
+    // for another colour reading shown in full colour.
+    bool readsDefault() const { return m_props.colour.isDefault() || m_channelSelection != 0; }
 
     // Threads used for large frames: 0 (default) the shared worker pool and the caller, 1 the caller
     // only, n at most n threads in all. The result never depends on it.

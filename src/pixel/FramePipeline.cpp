@@ -171,6 +171,8 @@ void FramePipeline::release()
     for (AlignedBuffer &b : m_buffers) b.reset();
     for (AlignedBuffer &b : m_raw) b.reset();
     m_mosaicRgb.reset();
+    m_shownFrame.reset();
+    m_shownFrameBytes = 0;
     m_rowPlan.reset();
     m_samplesPending = false;
 }
@@ -324,6 +326,29 @@ bool FramePipeline::showThroughOwnRecord(Buffer source, uint8_t *dst)
     m_showConverter.setUnsigned(!m_props.signedValues);
     m_showConverter.setChannelSelection(m_converter.channelSelection());
     m_showConverter.setThreadCount(m_converter.threadCount());
+    if (!m_showConverter.readsDefault()) {
+        // Sited chroma would weigh the spread samples as if they were the file's own, which loses the
+        // interpolation everywhere: the samples' record, which keeps it, is the better picture there.
+        if (m_showProps.colour.chroma != ChromaSiting::Nearest) return false;
+        const int64_t need =
+            kavri::allocationSize(m_showProps.format, m_showProps.containerBits, m_showProps.width, m_showProps.height);
+        if (need <= 0) return false;
+        if (m_shownFrameBytes < need) {
+            try {
+                m_shownFrame = allocateAligned(size_t(need));
+                m_shownFrameBytes = need;
+            } catch (const std::bad_alloc &) {
+                m_shownFrame.reset();
+                m_shownFrameBytes = 0;
+                return false;
+            }
+        }
+        if (!pixel::unpackShownRows(m_stored, stored, m_allocSize, 0, m_showProps.height, m_shownFrame.get(), need))
+            return false;
+        m_showConverter.convertNativeFrame(m_shownFrame.get(), dst);
+        if (m_props.interlaced) deinterlaceFilter(dst, m_props.width, m_props.height);
+        return true;
+    }
     std::atomic<bool> failed{false};
     const bool shown = m_showConverter.convertNativeBands(dst, [&](int32_t s0, int32_t s1) -> const uint8_t * {
         VideoProps part = m_showProps;
@@ -343,7 +368,9 @@ FramePipeline::Buffer FramePipeline::toNativeAndShow(const ViewSettings &view, u
 {
     // A second file is compared before anything is shown, so both frames are needed whole first.
     const uint8_t *stored = readBuffer(Buffer::First);
-    if ((!m_rowPlan && !m_showsOwnRecord) || m_hasSecond || !dst || !stored || !buffer(Buffer::First)) {
+    // Another colour reading converts whole frames, so the samples are unpacked whole first.
+    const bool wholeFrames = !m_props.colour.isDefault() && view.channel == 0;
+    if ((!m_rowPlan && !m_showsOwnRecord) || wholeFrames || m_hasSecond || !dst || !stored || !buffer(Buffer::First)) {
         toNative();
         return show(view, dst);
     }

@@ -168,9 +168,10 @@ private:
     // Compares (with a second file), chooses the buffer to show and sets the converter up for it.
     Buffer prepareShow(const ViewSettings &view);
     // Shows a file's frame through the record of its own picture (pixel::shownProps) where that differs
-    // from the samples' record, each band unpacked from the stored bytes just before it is converted.
-    // False where it does not apply or the converter cannot take bands (another colour reading): the
-    // caller then converts the samples.
+    // from the samples' record, each band unpacked from the stored bytes just before it is converted
+    // (another colour reading, which converts whole frames: the whole frame unpacked first). False where
+    // it does not apply (sited chroma too) or the memory is not there: the caller then converts the
+    // samples.
     bool showThroughOwnRecord(Buffer source, uint8_t *dst);
 
     VideoProps m_props;
@@ -192,6 +193,8 @@ private:
     VideoProps m_showProps;
     bool m_showsOwnRecord = false;
     ColorConversion::X2RGBColorConv m_showConverter;
+    AlignedBuffer m_shownFrame; // the whole frame in m_showProps, for readings that convert whole frames
+    int64_t m_shownFrameBytes = 0;
     DifferencePicture m_difference;
     // What the tone table and the difference table were last built from: a table is rebuilt only when a
     // setting changes, not for every frame.

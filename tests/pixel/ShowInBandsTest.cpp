@@ -394,7 +394,8 @@ std::vector<uint8_t> referencePicture(const VideoProps &rec, const std::vector<u
 // row and column in their real colours: the picture is that of the generic reader's samples converted
 // through 4:2:2 planes (odd height) or 4:4:4 planes (odd width), at odd and even sizes, flipped or not,
 // interlaced or not, on one thread and on the pool, in full colour and as one toned component, as a file's
-// own picture next to a second file too; and every pixel but the last column is the one the 4:2:2 planes
+// own picture next to a second file too, under the default colour reading and others with nearest chroma
+// (SDR and PQ); and every pixel but the last column is the one the 4:2:2 planes
 // give, so the rule changes nothing else. The samples stay those of the canonical layout (the
 // difference, the statistics and the metrics read them), and the readout reads the stored bytes. At even
 // sizes nothing changes: the picture is that of the samples.
@@ -416,7 +417,7 @@ TEST(ShowInBands, OddSizesOfTheNewerSubsampledLayoutsShowTheirLastRowAndColumn)
         for (const Depth &dp : depths)
             for (const auto &sz : {std::pair{2, 1}, std::pair{1, 2}, std::pair{3, 3}, std::pair{16, 5},
                                    std::pair{17, 17}, std::pair{66, 35}, std::pair{65, 34}, std::pair{401, 333}})
-                for (int variant = 0; variant < 5; ++variant) {
+                for (int variant = 0; variant < 7; ++variant) {
                     PatternSpec s;
                     s.layout = videoFormat_t(v);
                     s.width = sz.first;
@@ -427,6 +428,12 @@ TEST(ShowInBands, OddSizesOfTheNewerSubsampledLayoutsShowTheirLastRowAndColumn)
                     ASSERT_EQ(patternSpecError(s), "");
                     VideoProps rec = patternRecord(s);
                     rec.flipped = variant & 1;
+                    // Other colour readings with nearest chroma, which convert whole frames.
+                    if (variant >= 5) {
+                        rec.colour.matrix = ColourMatrix::BT2020;
+                        rec.colour.range = ColourRange::Limited;
+                        rec.colour.transfer = variant == 6 ? ColourTransfer::PQ : ColourTransfer::SDR;
+                    }
                     const bool interlaced = variant == 2 || variant == 3, second = variant == 4;
                     const int32_t W = s.width, H = s.height;
                     SCOPED_TRACE(nameOf(v) + " " + std::to_string(W) + "x" + std::to_string(H) + " " +
