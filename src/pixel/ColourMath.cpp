@@ -2,6 +2,7 @@
 
 #include "pixel/NativeReadout.h"
 #include "pixel/PlaneGeometry.h"
+#include "pixel/RowKernels.h"
 
 #include <algorithm>
 #include <cmath>
@@ -167,12 +168,17 @@ void TransferTables::build(ColourTransfer t, int32_t peakNits)
     transfer = t;
     peak = peakNits;
     toLinear.resize(65536);
+    for (int i = 0; i < 65536; ++i) toLinear[size_t(i)] = float(transferToRelative(t, peakNits, i / 65535.0));
+    // Entry k holds the code of the light in the middle of its span (hdrCodeIndex); the last one, light 1.
     // Three spare bytes: the vector kernels read a 32-bit word at any entry.
-    toCode.assign(65536 + 3, 0);
-    for (int i = 0; i < 65536; ++i) {
-        toLinear[size_t(i)] = float(transferToRelative(t, peakNits, i / 65535.0));
-        const double root = i / 65535.0;
-        toCode[size_t(i)] = uint8_t(std::lround(255.0 * displayEncode(toneMapRelative(peakNits, root * root))));
+    toCode.assign(size_t(kHdrCodeEntries) + 3, 0);
+    for (int32_t k = 0; k < kHdrCodeEntries; ++k) {
+        const double light =
+            k == kHdrCodeEntries - 1
+                ? 1.0
+                : std::ldexp(1.0 + (double((k & ((1 << kHdrCodeStepBits) - 1))) + 0.5) / double(1 << kHdrCodeStepBits),
+                             (k >> kHdrCodeStepBits) - kHdrCodeOctaves);
+        toCode[size_t(k)] = uint8_t(std::lround(255.0 * displayEncode(toneMapRelative(peakNits, light))));
     }
 }
 

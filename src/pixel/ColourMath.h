@@ -50,8 +50,8 @@ double displayEncode(double linear);
 extern const double kBt2020To709[9];
 
 // Per-frame tables of the high-dynamic-range path: `toLinear` indexed by the signal E' in 1/65535 steps,
-// `toCode` indexed by the square root of the light relative to the peak in 1/65535 steps (65536 entries
-// and three spare bytes, see HdrParams).
+// `toCode` by the bits of the light relative to the peak (hdrCodeIndex: kHdrCodeEntries entries and three
+// spare bytes, see HdrParams).
 struct TransferTables {
     std::vector<float> toLinear;
     std::vector<uint8_t> toCode;

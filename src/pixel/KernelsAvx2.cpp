@@ -272,6 +272,7 @@ void hdrRowFast(const HdrParams &h, const uint16_t *c0, const uint16_t *c1, cons
     const __m256 scale = _mm256_set1_ps(65535.0f), half = _mm256_set1_ps(0.5f);
     const __m256 zero = _mm256_setzero_ps(), one = _mm256_set1_ps(1.0f);
     const __m256i low = _mm256_set1_epi32(0xff), top = _mm256_set1_epi32(int32_t(0xff000000u));
+    const __m256i first = _mm256_set1_epi32(int32_t(kHdrCodeFirst)), zeroI = _mm256_setzero_si256();
     const int *code = reinterpret_cast<const int *>(h.toCode);
     const auto eight = [&](const uint16_t *p0, const uint16_t *p1, const uint16_t *p2) {
         const __m256 s0 =
@@ -293,8 +294,9 @@ void hdrRowFast(const HdrParams &h, const uint16_t *c0, const uint16_t *c1, cons
             __m256 l = _mm256_add_ps(_mm256_mul_ps(m[3 * i], lin[0]), _mm256_mul_ps(m[3 * i + 1], lin[1]));
             l = _mm256_add_ps(l, _mm256_mul_ps(m[3 * i + 2], lin[2]));
             l = _mm256_min_ps(_mm256_max_ps(l, zero), one);
-            const __m256 q = _mm256_add_ps(_mm256_mul_ps(_mm256_sqrt_ps(l), scale), half);
-            const __m256i c = _mm256_and_si256(_mm256_i32gather_epi32(code, _mm256_cvttps_epi32(q), 1), low);
+            const __m256i at = _mm256_max_epi32(
+                _mm256_sub_epi32(_mm256_srli_epi32(_mm256_castps_si256(l), kHdrCodeShift), first), zeroI);
+            const __m256i c = _mm256_and_si256(_mm256_i32gather_epi32(code, at, 1), low);
             px = _mm256_or_si256(px, _mm256_slli_epi32(c, 16 - 8 * i));
         }
         return px;

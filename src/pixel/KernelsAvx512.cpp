@@ -761,6 +761,7 @@ void hdrRowFast(const HdrParams &h, const uint16_t *c0, const uint16_t *c1, cons
     const __m512 scale = _mm512_set1_ps(65535.0f), half = _mm512_set1_ps(0.5f);
     const __m512 zero = _mm512_setzero_ps(), one = _mm512_set1_ps(1.0f);
     const __m512i low = _mm512_set1_epi32(0xff);
+    const __m512i first = _mm512_set1_epi32(int32_t(kHdrCodeFirst)), zeroI = _mm512_setzero_si512();
     Vec v{};
     if (h.toneBytes) {
         v.t0 = _mm512_loadu_si512(h.toneBytes), v.t1 = _mm512_loadu_si512(h.toneBytes + 64);
@@ -785,8 +786,9 @@ void hdrRowFast(const HdrParams &h, const uint16_t *c0, const uint16_t *c1, cons
             __m512 l = _mm512_add_ps(_mm512_mul_ps(m[3 * i], lin[0]), _mm512_mul_ps(m[3 * i + 1], lin[1]));
             l = _mm512_add_ps(l, _mm512_mul_ps(m[3 * i + 2], lin[2]));
             l = _mm512_min_ps(_mm512_max_ps(l, zero), one);
-            const __m512 q = _mm512_add_ps(_mm512_mul_ps(_mm512_sqrt_ps(l), scale), half);
-            const __m512i code = _mm512_and_si512(_mm512_i32gather_epi32(_mm512_cvttps_epi32(q), h.toCode, 1), low);
+            const __m512i at = _mm512_max_epi32(
+                _mm512_sub_epi32(_mm512_srli_epi32(_mm512_castps_si512(l), kHdrCodeShift), first), zeroI);
+            const __m512i code = _mm512_and_si512(_mm512_i32gather_epi32(at, h.toCode, 1), low);
             px = _mm512_or_si512(px, _mm512_slli_epi32(code, 16 - 8 * i));
         }
         if (h.toneBytes) px = toneBytes(v, px);

@@ -73,14 +73,30 @@ using ToneRowFn = void (*)(void *dst, int32_t n, const uint8_t *table);
 //     e_i = a[i][0]*c0 + a[i][1]*c1 + a[i][2]*c2 + b[i]        (single precision, in this order)
 // from three unsigned 16-bit codes; its light toLinear[clamp(int(e_i*65535 + 0.5))]; the display light
 // l_i = prim[3i]*lin_0 + prim[3i+1]*lin_1 + prim[3i+2]*lin_2, clamped to 0..1; and the code shown
-// toCode[int(sqrt(l_i)*65535 + 0.5)], through toneBytes unless it is null. Every step is one IEEE
-// single-precision operation without fused multiply-adds, so every kernel set gives the same bytes.
+// toCode[hdrCodeIndex(l_i)], through toneBytes unless it is null. Every step is one IEEE
+// single-precision operation without fused multiply-adds (the kernel files are compiled without
+// contraction), so every kernel set gives the same bytes.
+//
+// The code table is indexed by the light's own bits: its exponent and the first kHdrCodeStepBits bits of
+// its mantissa, over the kHdrCodeOctaves octaves below 1 (darker light shows as code 0 at any peak), so
+// every entry spans the same fraction of its light (1/512: at most a tenth of a code) and the index
+// costs two integer operations where a square root did before.
+constexpr int32_t kHdrCodeOctaves = 32, kHdrCodeStepBits = 9;
+constexpr uint32_t kHdrCodeFirst = uint32_t(127 - kHdrCodeOctaves) << kHdrCodeStepBits; // 2^-32 >> the shift
+constexpr int32_t kHdrCodeShift = 23 - kHdrCodeStepBits;
+constexpr int32_t kHdrCodeEntries = (kHdrCodeOctaves << kHdrCodeStepBits) + 1; // the last one: light 1
+// Internal linkage: each kernel file keeps its own copy, compiled for its instruction set.
+static inline int32_t hdrCodeIndex(uint32_t lightBits)
+{
+    const int32_t i = int32_t(lightBits >> kHdrCodeShift) - int32_t(kHdrCodeFirst);
+    return i < 0 ? 0 : i;
+}
 struct HdrParams {
     float a[3][3];
     float b[3];
     float prim[9];
     const float *toLinear;    // 65536 entries
-    const uint8_t *toCode;    // 65536 entries and 3 more (vector kernels read 32-bit words at any entry)
+    const uint8_t *toCode;    // kHdrCodeEntries and 3 more (vector kernels read 32-bit words at any entry)
     const uint8_t *toneBytes; // 256 entries, or null
 };
 // n pixels from three rows of n codes each (c0: luma or the first component; c1, c2: chroma or the

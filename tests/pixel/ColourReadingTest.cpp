@@ -439,6 +439,39 @@ TEST(ColourReading, PqRampRisesToThePeakAndClipsOnlyAboveIt)
     }
 }
 
+// The display code of a light comes from a table indexed by the light's float bits (octaves below 1,
+// 512 steps each): over a dense ramp of lights from far below the darkest octave up to 1, at the peaks
+// users set, it must rise with the light, stay within a level of the formula everywhere and match it
+// nearly everywhere, and give black below the table and white at 1.
+TEST(ColourReading, TheCodeTableFollowsTheFormulaAtEveryLight)
+{
+    EXPECT_EQ(hdrCodeIndex(__builtin_bit_cast(uint32_t, 0.0f)), 0);
+    EXPECT_EQ(hdrCodeIndex(__builtin_bit_cast(uint32_t, 1.0f)), kHdrCodeEntries - 1);
+    EXPECT_EQ(hdrCodeIndex(__builtin_bit_cast(uint32_t, std::ldexp(1.0f, -kHdrCodeOctaves))), 0);
+    EXPECT_EQ(hdrCodeIndex(__builtin_bit_cast(uint32_t, 0.5f)), kHdrCodeEntries - 1 - (1 << kHdrCodeStepBits));
+    for (int32_t peak : {kMinPeakNits, 203, 1000, 4000, kMaxPeakNits}) {
+        TransferTables t;
+        t.build(ColourTransfer::PQ, peak);
+        ASSERT_EQ(t.toCode.size(), size_t(kHdrCodeEntries) + 3);
+        int32_t previous = 0, exact = 0, lights = 0;
+        for (double log2Light = -40.0; log2Light <= 0.0; log2Light += 1.0 / 1024) {
+            const float light = float(std::exp2(log2Light));
+            const int32_t got = t.toCode[size_t(hdrCodeIndex(__builtin_bit_cast(uint32_t, light)))];
+            const int32_t want = int32_t(std::lround(255.0 * displayEncode(toneMapRelative(peak, double(light)))));
+            ASSERT_LE(std::abs(got - want), 1) << "peak " << peak << " light 2^" << log2Light;
+            ASSERT_GE(got, previous) << "peak " << peak << " light 2^" << log2Light;
+            if (log2Light < -kHdrCodeOctaves) {
+                ASSERT_EQ(got, 0) << "peak " << peak << " light 2^" << log2Light;
+            }
+            previous = got;
+            exact += got == want;
+            ++lights;
+        }
+        EXPECT_EQ(t.toCode[size_t(hdrCodeIndex(__builtin_bit_cast(uint32_t, 1.0f)))], 255) << peak;
+        EXPECT_GT(exact, lights * 99 / 100) << peak;
+    }
+}
+
 TEST(ColourReading, TransferFormulasMatchHandWorkedPoints)
 {
     // PQ: 100 cd/m2 is E' = 0.5081, 1000 is 0.7518, 10000 is 1.
