@@ -767,11 +767,6 @@ void gatherRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0,
     }
 }
 
-// Sited chroma of up to 10 bits (what the sited rows' 16-bit lanes hold): per output row the two chroma
-// rows around it are weighed into one row of pairs, and the kernel set's sited row weighs across and
-// converts. Luma and chroma are read in place where they are unsigned codes already; signed samples,
-// 16-bit packed rows and v210 go through rows of codes first. The pairs row is padded with the edge
-// pairs, which is the clamp at the picture's left and right edges of the gathered rows.
 // The extra bits of reconstructed chroma with which sitedRows converts `bits`-deep samples, or -1 where
 // it cannot. Its chroma words have 4 extra bits from the weights in 1/16 where 16-bit lanes hold them;
 // deeper codes keep fewer (12-bit 2, 14-bit none), which is exact only where every vertical weight of
@@ -793,6 +788,12 @@ int32_t sitedFractionBits(ChromaSiting siting, int32_t sx, int32_t sy, int32_t b
     return f;
 }
 
+// Sited chroma of up to 14 bits (what the sited rows' 16-bit lanes hold, see sitedFractionBits): per
+// output row the two chroma rows around it are weighed into one row of pairs, and the kernel set's sited
+// row weighs across and converts. Luma and chroma are read in place where they are unsigned codes
+// already; signed samples, 16-bit packed rows and v210 go through rows of codes first. The pairs row is
+// padded with the edge pairs, which is the clamp at the picture's left and right edges of the gathered
+// rows.
 void sitedRows(const Gathered &g, const uint8_t *src, uint8_t *dst, int32_t r0, int32_t r1)
 {
     struct Scratch {
@@ -1157,8 +1158,8 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
             g.hw[size_t(x)] = w;
         }
     }
-    // Sited chroma converts in one pass where its 16-bit lanes hold the chroma words; 16-bit samples (and
-    // 15-bit, and 14-bit 4:2:0) go through the gathered rows.
+    // Sited chroma converts in one pass where sitedFractionBits allows; the rest (15- and 16-bit samples,
+    // 4:2:0 beyond 12 bits) goes through the gathered rows.
     const bool centred = cd.chroma == ChromaSiting::Center;
     const bool sited = !hdr && g.reconstruct && cd.chroma != ChromaSiting::Nearest &&
                        sitedFractionBits(cd.chroma, g.shiftX, g.shiftY, bits) == g.fracBits &&

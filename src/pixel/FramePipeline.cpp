@@ -298,23 +298,30 @@ FramePipeline::Buffer FramePipeline::show(const ViewSettings &view, uint8_t *dst
 
 namespace {
 
-// A band's samples for the converting thread: its own buffer of at least `bytes`, reused from frame to
-// frame so that it stays in that core's cache; null when the memory is not there.
-uint8_t *bandBuffer(int64_t bytes)
+// `buffer` (of `have` bytes) grown to at least `bytes` and kept for the next frame; null, and nothing
+// kept, when the memory is not there.
+uint8_t *grown(AlignedBuffer &buffer, int64_t &have, int64_t bytes)
 {
-    thread_local AlignedBuffer band;
-    thread_local int64_t have = 0;
     if (bytes > have) {
         try {
-            band = allocateAligned(size_t(bytes));
+            buffer = allocateAligned(size_t(bytes));
             have = bytes;
         } catch (const std::bad_alloc &) {
-            band.reset();
+            buffer.reset();
             have = 0;
             return nullptr;
         }
     }
-    return band.get();
+    return buffer.get();
+}
+
+// A band's samples for the converting thread: its own buffer, reused from frame to frame so that it stays
+// in that core's cache.
+uint8_t *bandBuffer(int64_t bytes)
+{
+    thread_local AlignedBuffer band;
+    thread_local int64_t have = 0;
+    return grown(band, have, bytes);
 }
 
 } // namespace
@@ -332,17 +339,7 @@ bool FramePipeline::showThroughOwnRecord(Buffer source, uint8_t *dst)
         if (m_showProps.colour.chroma != ChromaSiting::Nearest) return false;
         const int64_t need =
             kavri::allocationSize(m_showProps.format, m_showProps.containerBits, m_showProps.width, m_showProps.height);
-        if (need <= 0) return false;
-        if (m_shownFrameBytes < need) {
-            try {
-                m_shownFrame = allocateAligned(size_t(need));
-                m_shownFrameBytes = need;
-            } catch (const std::bad_alloc &) {
-                m_shownFrame.reset();
-                m_shownFrameBytes = 0;
-                return false;
-            }
-        }
+        if (need <= 0 || !grown(m_shownFrame, m_shownFrameBytes, need)) return false;
         if (!pixel::unpackShownRows(m_stored, stored, m_allocSize, 0, m_showProps.height, m_shownFrame.get(), need))
             return false;
         m_showConverter.convertNativeFrame(m_shownFrame.get(), dst);
