@@ -1134,13 +1134,14 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
     default: break;
     }
     double scale[3] = {1.0, 1.0, 1.0};
+    int32_t sitedBits = -1; // sitedFractionBits of subsampled chroma
     if (subsampled && g.cols > 0 && g.rows > 0) {
         g.reconstruct = true;
         g.shiftX = info.chromaShiftX;
         g.shiftY = info.chromaShiftY;
         // Extra bits for the reconstructed chroma, as many as 16-bit codes hold (at most 4).
         g.fracBits = std::clamp(16 - bits, 0, 4);
-        const int32_t sitedBits = sitedFractionBits(cd.chroma, g.shiftX, g.shiftY, bits);
+        sitedBits = sitedFractionBits(cd.chroma, g.shiftX, g.shiftY, bits);
         if (!hdr && sitedBits >= 0) g.fracBits = std::min(g.fracBits, sitedBits);
         scale[1] = scale[2] = double(1 << g.fracBits);
         g.h0.resize(size_t(W));
@@ -1161,8 +1162,7 @@ void X2RGBColorConv::convertDescribed(const uint8_t *src, uint8_t *dst, int64_t 
     // Sited chroma converts in one pass where sitedFractionBits allows; the rest (15- and 16-bit samples,
     // 4:2:0 beyond 12 bits) goes through the gathered rows.
     const bool centred = cd.chroma == ChromaSiting::Center;
-    const bool sited = !hdr && g.reconstruct && cd.chroma != ChromaSiting::Nearest &&
-                       sitedFractionBits(cd.chroma, g.shiftX, g.shiftY, bits) == g.fracBits &&
+    const bool sited = !hdr && g.reconstruct && cd.chroma != ChromaSiting::Nearest && sitedBits == g.fracBits &&
                        (info.kind != LayoutKind::PlanarYuv || (g.chroma.uFit > 0 && g.chroma.vFit > 0));
     if (!hdr) {
         fillFinest(g.p, scale, 0);
